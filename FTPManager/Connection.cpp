@@ -1,0 +1,188 @@
+#include "FTPManager/Connection.h"
+
+#include <linux/tcp.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <ctime>
+#include <utility>
+
+namespace fm {
+
+namespace {
+
+/// More than a program runs at once; a server may allow a user only so many.
+constexpr std::size_t kMaxIdleConnections = 8;
+
+/// Values of tcpi_state that the kernel's header leaves unnamed: no connection yet, or none any more.
+constexpr int kTcpSynSent = 2;
+constexpr int kTcpClose = 7;
+
+std::uint16_t portOf(const curl_sockaddr &address) {
+    // The port stands at the same place in an IPv4 and an IPv6 address.
+    return ntohs(reinterpret_cast<const sockaddr_in *>(&address.addr)->sin_port);
+}
+
+void setResetOnClose(int descriptor) {
+    const linger resetAtOnce{.l_onoff = 1, .l_linger = 0};
+    setsockopt(descriptor, SOL_SOCKET, SO_LINGER, &resetAtOnce, sizeof resetAtOnce);
+}
+
+}  // namespace
+
+Connection::Connection(std::string key, std::uint16_t serverPort)
+    : key_(std::move(key)),
+      serverPort_(serverPort),
+      share_(curl_share_init()),
+      multi_(curl_multi_init()),
+      easy_(curl_easy_init()) {
+    // Some servers demand that a data connection resumes the control connection's TLS session.
+    if (share_) curl_share_setopt(share_, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+}
+
+Connection::~Connection() {
+    const SigpipeGuard guard;
+    {
+        // libcurl says goodbye and waits for the answer, minutes long if the server is mute.
+        const std::scoped_lock lock(socketsMutex_);
+        for (const Socket &socket : sockets_) shutdown(socket.descriptor, SHUT_RDWR);
+    }
+    curl_easy_cleanup(easy_);
+    curl_multi_cleanup(multi_);
+    curl_share_cleanup(share_);
+}
+
+CURL *Connection::freshEasy() {
+    curl_easy_reset(easy_);
+    curl_easy_setopt(easy_, CURLOPT_SHARE, share_);
+    curl_easy_setopt(easy_, CURLOPT_OPENSOCKETFUNCTION, &Connection::openSocket);
+    curl_easy_setopt(easy_, CURLOPT_OPENSOCKETDATA, this);
+    curl_easy_setopt(easy_, CURLOPT_CLOSESOCKETFUNCTION, &Connection::closeSocket);
+    curl_easy_setopt(easy_, CURLOPT_CLOSESOCKETDATA, this);
+    return easy_;
+}
+
+curl_socket_t Connection::openSocket(void *self, curlsocktype, curl_sockaddr *address) {
+    auto &connection = *static_cast<Connection *>(self);
+    const std::scoped_lock lock(connection.socketsMutex_);
+    if (connection.interrupted_) return CURL_SOCKET_BAD;
+    const int descriptor = socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+    if (descriptor < 0) return CURL_SOCKET_BAD;
+    const bool isControl = portOf(*address) == connection.serverPort_;
+    connection.sockets_.push_back({descriptor, isControl});
+    if (isControl) ++connection.controlConnectionsOpened_;
+    return descriptor;
+}
+
+int Connection::closeSocket(void *self, curl_socket_t descriptor) {
+    auto &connection = *static_cast<Connection *>(self);
+    const std::scoped_lock lock(connection.socketsMutex_);
+    std::erase_if(connection.sockets_,
+                  [descriptor](const Socket &socket) { return socket.descriptor == descriptor; });
+    return close(descriptor);
+}
+
+void Connection::interrupt() noexcept {
+    {
+        const std::scoped_lock lock(socketsMutex_);
+        interrupted_ = true;
+        // Ends a wait of libcurl's for a reply; the other side sees nothing of it.
+        for (const Socket &socket : sockets_) shutdown(socket.descriptor, SHUT_RD);
+    }
+    curl_multi_wakeup(multi_);
+}
+
+void Connection::breakOff() noexcept {
+    const std::scoped_lock lock(socketsMutex_);
+    for (const Socket &socket : sockets_) {
+        if (socket.isControl) {
+            shutdown(socket.descriptor, SHUT_RDWR);
+        } else {
+            setResetOnClose(socket.descriptor);
+        }
+    }
+}
+
+SocketActivity Connection::activity() const {
+    const std::scoped_lock lock(socketsMutex_);
+    SocketActivity activity;
+    for (const Socket &socket : sockets_) {
+        tcp_info info{};
+        socklen_t size = sizeof info;
+        if (getsockopt(socket.descriptor, IPPROTO_TCP, TCP_INFO, &info, &size) != 0) continue;
+        activity.established |= info.tcpi_state != kTcpSynSent && info.tcpi_state != kTcpClose;
+        activity.bytesMoved += info.tcpi_bytes_acked + info.tcpi_bytes_received;
+    }
+    return activity;
+}
+
+unsigned Connection::controlConnectionsOpened() const {
+    const std::scoped_lock lock(socketsMutex_);
+    return controlConnectionsOpened_;
+}
+
+bool Connection::hasUnexpectedInput() const {
+    const std::scoped_lock lock(socketsMutex_);
+    return std::any_of(sockets_.begin(), sockets_.end(), [](const Socket &socket) {
+        char byte = 0;
+        return socket.isControl && recv(socket.descriptor, &byte, 1, MSG_PEEK | MSG_DONTWAIT) >= 0;
+    });
+}
+
+ConnectionPool::ConnectionPool() {
+    idle_.reserve(kMaxIdleConnections + 1);
+}
+
+std::unique_ptr<Connection> ConnectionPool::checkOut(const std::string &key, std::uint16_t serverPort) {
+    while (std::unique_ptr<Connection> warm = takeIdle(key)) {
+        if (!warm->hasUnexpectedInput()) return warm;
+    }
+    auto connection = std::make_unique<Connection>(key, serverPort);
+    return connection->isUsable() ? std::move(connection) : nullptr;
+}
+
+std::unique_ptr<Connection> ConnectionPool::takeIdle(const std::string &key) {
+    const std::scoped_lock lock(mutex_);
+    const auto latest = std::find_if(idle_.rbegin(), idle_.rend(),
+                                     [&key](const auto &connection) { return connection->key() == key; });
+    if (latest == idle_.rend()) return nullptr;
+    std::unique_ptr<Connection> connection = std::move(*latest);
+    idle_.erase(std::next(latest).base());
+    return connection;
+}
+
+void ConnectionPool::giveBack(std::unique_ptr<Connection> connection) {
+    std::unique_ptr<Connection> surplus;  // destroyed outside the lock
+    const std::scoped_lock lock(mutex_);
+    idle_.push_back(std::move(connection));
+    if (idle_.size() > kMaxIdleConnections) {
+        surplus = std::move(idle_.front());
+        idle_.erase(idle_.begin());
+    }
+}
+
+SigpipeGuard::SigpipeGuard() {
+    sigset_t pipeOnly;
+    sigset_t before;
+    sigemptyset(&pipeOnly);
+    sigaddset(&pipeOnly, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipeOnly, &before);
+    wasBlocked_ = sigismember(&before, SIGPIPE) == 1;
+}
+
+SigpipeGuard::~SigpipeGuard() {
+    if (wasBlocked_) return;
+    sigset_t pipeOnly;
+    sigemptyset(&pipeOnly);
+    sigaddset(&pipeOnly, SIGPIPE);
+    const timespec noWait{};
+    while (sigtimedwait(&pipeOnly, nullptr, &noWait) == SIGPIPE) {
+    }
+    pthread_sigmask(SIG_UNBLOCK, &pipeOnly, nullptr);
+}
+
+}  // namespace fm

@@ -1,0 +1,376 @@
+#include "app/AppDelegate.h"
+
+#include <QCoreApplication>
+#include <cstdio>
+#include <utility>
+
+#include "app/ClipList.h"
+#include "app/StorageNames.h"
+#include "platform/Text.h"
+
+namespace {
+
+constexpr const char *kStorageUser = "qz7m_50281946";
+constexpr const char *kStoragePassword = "w5rt9x2h";
+
+void log(const std::string &line) { std::fprintf(stderr, "Quillery: %s\n", line.c_str()); }
+
+}  // namespace
+
+AppDelegate::AppDelegate(Shell shell)
+    : Saveing_menu_item(*interface.Saveing_menu_item, shell.gate),
+      Clipboard_saves_menu_item(*interface.Clipboard_saves_menu_item, shell.gate),
+      Add_contact_menu_item(*interface.Add_contact_menu_item, shell.gate),
+      Remove_a_friend_item(*interface.Remove_a_friend_item, shell.gate),
+      Log_in_menu_item(*interface.Log_in_menu_item, shell.gate),
+      Unlock_passcode_item(*interface.Unlock_passcode_item, shell.gate),
+      shell_(std::move(shell)) {
+    wireInterface();
+    for (const QString &problem : shell_.configuration.problems) log(problem.toStdString());
+    QMap<QString, QString> settings;
+    for (const char *key : {"kIsNotFirstUse", "kHasPasscode", "kAutoLogin", "kOpenAtLaunch"}) {
+        if (const auto value = setting(key)) settings.insert(QLatin1String(key), *value);
+    }
+    for (const QString &problem : problemsOfSettings(settings)) log(problem.toStdString());
+}
+
+AppDelegate::~AppDelegate() {
+    shell_.background.waitForAll();
+    for (const auto &hotKey : hotKeys_) VkHotKeyCenter::sharedHotKeyCenter().unregisterHotKey(hotKey);
+}
+
+void AppDelegate::applicationDidFinishLaunching() {
+    Contact_index_number = 0;
+    interface.Checking_for_connection_spinner->setUsesThreadedAnimation(true);
+    interface.Checking_for_connection_spinner->startAnimation();
+    if (!settingIs("kIsNotFirstUse", "YES")) {
+        setFloatingWindowLevel(*interface.Intro_window);
+        orderFront(*interface.Intro_window);
+        log("First use!");
+        return;
+    }
+    log("Is not first use");
+    RemoveContact_enabled = false;
+    Unlock_passcode_item.clearAction();
+
+    setFloatingWindowLevel(*interface.Quillery_window);
+    interface.Checking_for_connection_spinner->setUsesThreadedAnimation(true);
+    interface.Checking_for_connection_spinner->startAnimation();
+    interface.Quillery_Box->setContentView(interface.Checking_for_connection_view);
+    orderFront(*interface.Quillery_window);
+
+    CreatingStatus_item();
+    Varibles_values();
+    Other_pre_proccesses();
+    Register_HotKeys();
+
+    if (!Check_if_internet_connection_is_found()) {
+        applyOfflineState();
+        lockIfPasscodeIsSet();
+        alert(tr("Error!"), tr("Unable to connect the internet,duo to network/server error."));
+    } else if (settingIs("kAutoLogin", "Yes")) {
+        const auto stored = [this](const char *key) {
+            const auto text = setting(key);
+            return text ? std::optional(toUtf8(*text)) : std::nullopt;
+        };
+        Username = stored("kUsername");
+        Password = stored("kPassword");
+        isSigned_in = true;
+        applySignedInPresentation();
+    } else {
+        applySignedOutState();
+        lockIfPasscodeIsSet();
+    }
+    fillSavedListAtStart();
+    showPreferences();
+}
+
+void AppDelegate::CreatingStatus_item() {
+    Status_Item = std::make_unique<StatusItem>();
+    Status_Item->setImage(QStringLiteral("offline.png"));
+    Status_Item->setToolTip(QStringLiteral("Quillery"));
+    connect(Status_Item.get(), &StatusItem::messageClicked, this,
+            [this] { shell_.gate.enter([this] { userNotificationCenter_didActivateNotification(); }); });
+    Status_Item->setMenu(&interface.Quillery_Menu);
+    if (Status_Item->isShown()) return;
+    // No status bar, or not yet: the commands have to be somewhere.
+    setFloatingWindowLevel(*interface.Windowed_mode);
+    orderFront(*interface.Windowed_mode);
+    connect(Status_Item.get(), &StatusItem::shown, interface.Windowed_mode.get(), &QWidget::close);
+}
+
+void AppDelegate::Varibles_values() {
+    Content_file_path = localListPath();
+    transport_ = std::make_shared<FTPTransport>(shell_.configuration.transport);
+    MyFTPManager = std::make_unique<FTPManager>(transport_);
+    std::int32_t port = shell_.configuration.storagePort;
+    if (shell_.configuration.storageHost) {
+        storageHost_ = *shell_.configuration.storageHost;
+    } else {
+        const auto storage = shell_.waiting.run(tr("Starting the personal storage server…"), shell_.personalStorage);
+        if (!storage.port) log("no personal storage server: " + storage.problem);
+        // Without a server there is no host, and every read and write fails at once.
+        storageHost_ = storage.port ? "127.0.0.1" : "";
+        port = storage.port.value_or(port);
+    }
+    Quillery_Server = FMServer::serverWithDestination(storageHost_ + "/" + std::string(StorageNames::kRemoteDirectory),
+                                                      kStorageUser, kStoragePassword);
+    Quillery_Server.port = port;
+}
+
+void AppDelegate::Other_pre_proccesses() {
+    Log_in_menu_item.setSubmenu(&interface.Log_in_menu);
+    Log_in_menu_item.setImage(QStringLiteral("lock.png"));
+    interface.Instructions_image_view->setPixmap(QPixmap(QStringLiteral(":/images/Instructions-1.png")));
+    interface.Inst_Back->setEnabled(false);
+    interface.Auto_Login_Check_box->setEnabled(false);
+    RemoveMode_enabled = false;
+    ShareMode_enabled = false;
+    showModes();
+}
+
+void AppDelegate::Register_HotKeys() {
+    constexpr std::uint16_t kKeyC = 8;
+    const auto hotKey = VkHotKeyCenter::sharedHotKeyCenter().registerHotKeyWithKeyCode(
+        kKeyC, kVkCommandFlag | kVkShiftFlag, this, "Save_bar_item");
+    if (hotKey) hotKeys_.push_back(hotKey);
+    // A combination that could not be had is no reason to bother the user: saving by the menu works.
+}
+
+bool AppDelegate::Check_if_internet_connection_is_found() {
+    interface.Checking_for_connection_spinner->setUsesThreadedAnimation(true);
+    UploadDidFinish = shell_.waiting.run(tr("Checking the connection to the storage server…"),
+                                         [server = server()](std::stop_token stop) {
+                                             return server.upload("Check", std::string(StorageNames::kCheckInternet), stop);
+                                         });
+    interface.Quillery_window->close();
+    interface.Checking_for_connection_spinner->stopAnimation();
+    return UploadDidFinish;
+}
+
+void AppDelegate::applyOfflineState() {
+    Remove_a_friend_item.clearAction();
+    Username.reset();
+    Password.reset();
+    isSigned_in = false;
+    interface.State_label->setText(tr("Offline"));
+    interface.Add_friend_windowed_mode->setEnabled(false);
+    interface.Remove_contact_windowed_mode->setEnabled(false);
+    interface.Read_local_button->setEnabled(false);
+    interface.Change_done_button->setEnabled(false);
+}
+
+void AppDelegate::applySignedInPresentation() {
+    interface.State_label->setText(tr("Online"));
+    interface.Add_friend_windowed_mode->setEnabled(true);
+    interface.Remove_contact_windowed_mode->setEnabled(true);
+    interface.Share_switch->setEnabled(true);
+    Log_in_menu_item.setTitle(tr("Log out"));
+    Log_in_menu_item.setImage(QStringLiteral("unlock.png"));
+    Log_in_menu_item.setSubmenu(nullptr);
+    Status_Item->setImage(QStringLiteral("online.png"));
+    interface.Auto_Login_Check_box->setEnabled(true);
+    Log_in_menu_item.setAction([this] { Log_out_Action(); });
+    interface.Change_done_button->setEnabled(true);
+    interface.Read_local_button->setEnabled(true);
+}
+
+void AppDelegate::applySignedOutState() {
+    interface.Share_switch->setEnabled(false);
+    Username.reset();
+    Remove_a_friend_item.clearAction();
+    Password.reset();
+    isSigned_in = false;
+    interface.State_label->setText(tr("Offline"));
+    interface.Add_friend_windowed_mode->setEnabled(false);
+    interface.Remove_contact_windowed_mode->setEnabled(false);
+    interface.Change_done_button->setEnabled(false);
+    interface.Read_local_button->setEnabled(false);
+    Add_contact_menu_item.clearAction();
+}
+
+void AppDelegate::lockIfPasscodeIsSet() {
+    if (!settingIs("kHasPasscode", "YES")) return;
+    Clipboard_saves_menu_item.clearAction();
+    Remove_a_friend_item.clearAction();
+    Saveing_menu_item.clearAction();
+    Unlock_passcode_item.setAction([this] { Unlock_passcode(nullptr); });
+    interface.Quillery_Box->setContentView(interface.Insert_passcode_view);
+    orderFront(*interface.Quillery_window);
+}
+
+void AppDelegate::fillSavedListAtStart() {
+    if (isSigned_in) {
+        const auto text = serverText(StorageNames::clipList(Username.value_or("")), tr("Reading your list from the storage server…"));
+        Content_of_quillery_file_Server = text ? std::make_shared<const std::string>(std::move(*text)) : nullptr;
+        if (!GenFileManager.fileExistsAtPath(Content_file_path)) {
+            const std::string problem = GenFileManager.createFileAtPath(Content_file_path, {});
+            if (!problem.empty()) log(Content_file_path.string() + " could not be made: " + problem);
+        } else if (Content_of_quillery_file_Server) {
+            interface.Clipboard_saved_string_combobox->addItems(
+                Content_of_quillery_file_Server, ClipList::componentsSeparatedByTerminator(*Content_of_quillery_file_Server));
+        }
+        return;
+    }
+    const auto readLocal = [this] {
+        FileText local = GenFileManager.textAtPath(Content_file_path);
+        if (local.mustBeSetAside()) log(Content_file_path.string() + " could not be read: " + local.problem);
+        Content_of_quillery_file_Local = local.text ? std::make_shared<const std::string>(std::move(*local.text)) : nullptr;
+    };
+    readLocal();
+    if (!GenFileManager.fileExistsAtPath(Content_file_path)) {
+        const std::string problem = GenFileManager.createFileAtPath(Content_file_path, {});
+        if (!problem.empty()) log(Content_file_path.string() + " could not be made: " + problem);
+        interface.Quillery_Box->setContentView(interface.List_View);
+        readLocal();
+    }
+    fillSavedList(Content_of_quillery_file_Local);
+}
+
+void AppDelegate::showPreferences() {
+    const bool opensAtLaunch = settingIs("kOpenAtLaunch", "Yes");
+    interface.Open_at_launch_check_box->setChecked(opensAtLaunch);
+    interface.Open_at_launch_label->setText(opensAtLaunch ? tr("Open at launch:enabled") : tr("Open at launch:disabled"));
+    const bool autoLogin = settingIs("kAutoLogin", "Yes");
+    interface.Auto_Login_Check_box->setChecked(autoLogin);
+    interface.Auto_login_label->setText(autoLogin ? tr("Auto-Login:enabled") : tr("Auto-Login:disabled"));
+    const bool hasPasscode = settingIs("kHasPasscode", "YES");
+    log(hasPasscode ? "Old passcode" : "New passcode");
+    interface.Passcode_box->setContentView(hasPasscode ? interface.change_passcode_view : interface.new_passcode_view);
+}
+
+void AppDelegate::Quit(QObject *) {
+    if (alert(tr("Alert!"), tr("Are you sure you want to quit?"), {tr("Yes"), tr("No")}) == 0) terminate();
+}
+
+void AppDelegate::terminate() {
+    interface.Quillery_window->close();
+    if (shell_.background.running() > 0) {
+        // A write that was announced is finished first; whoever cannot wait for it may say so.
+        QTimer patience;
+        patience.setSingleShot(true);
+        connect(&patience, &QTimer::timeout, this, [this] {
+            disconnect(interface.Waiting_window.get(), &WaitingWindow::cancelled, nullptr, nullptr);
+            connect(interface.Waiting_window.get(), &WaitingWindow::cancelled, this, [] { std::_Exit(1); });
+            interface.Waiting_window->showFor(tr("Finishing what is still being saved…"), tr("Quit Without Saving"));
+        });
+        patience.start(Waiting::kPatience);
+        shell_.background.waitForAll();
+        interface.Waiting_window->hide();
+    }
+    QCoreApplication::quit();
+}
+
+AppDelegate::Server AppDelegate::server() const {
+    return {transport_, MyFTPManager.get(), Quillery_Server, storageHost_};
+}
+
+std::optional<std::string> AppDelegate::Server::text(const std::string &name, std::stop_token stop) const {
+    const auto url = ftpURLForFile({*descriptor.username, *descriptor.password, host, descriptor.port,
+                                    std::string(StorageNames::kRemoteDirectory), name});
+    return url ? stringWithContentsOfURL(*url, *transport, std::move(stop)) : std::nullopt;
+}
+
+bool AppDelegate::Server::upload(std::optional<std::string_view> data, const std::string &name, std::stop_token stop) const {
+    return manager->uploadData(data, name, &descriptor, std::move(stop));
+}
+
+std::optional<std::string> AppDelegate::serverText(const std::string &name, const QString &whatFor) {
+    return shell_.waiting.run(whatFor, [server = server(), name](std::stop_token stop) { return server.text(name, stop); });
+}
+
+int AppDelegate::alert(const QString &title, const QString &message, const QStringList &buttons) {
+    return shell_.alerts.run(title, message, buttons);
+}
+
+void AppDelegate::alertFromBackground(const QString &title, const QString &message) {
+    std::promise<void> answered;
+    shell_.ui.post([&] {
+        shell_.gate.enter([&] {
+            alert(title, message);
+            answered.set_value();
+        });
+    });
+    answered.get_future().wait();
+}
+
+std::optional<QString> AppDelegate::setting(const char *key) const {
+    return shell_.standardUserDefaults.objectForKey(QLatin1String(key));
+}
+
+bool AppDelegate::settingIs(const char *key, const char *value) const { return setting(key) == QLatin1String(value); }
+
+void AppDelegate::enterFromButton(QAbstractButton *button, Operation operation) {
+    connect(button, &QAbstractButton::clicked, this, [this, button, operation] {
+        shell_.gate.enter([this, button, operation] { (this->*operation)(button); });
+    });
+}
+
+void AppDelegate::enterFromMenu(QAction *item, Operation operation) {
+    connect(item, &QAction::triggered, this, [this, item, operation] {
+        shell_.gate.enter([this, item, operation] { (this->*operation)(item); });
+    });
+}
+
+void AppDelegate::wireInterface() {
+    Interface &i = interface;
+    Saveing_menu_item.setAction([this] { Save_bar_item(static_cast<QObject *>(nullptr)); });
+    Clipboard_saves_menu_item.setAction([this] { Clipboard_saves(nullptr); });
+    enterFromMenu(i.Quit, &AppDelegate::Quit);
+
+    connect(i.Clipboard_saved_string_combobox, &ListControl::picked, this, [this](int index, const std::string &text) {
+        shell_.gate.enter([this, index, text] {
+            interface.Clipboard_saved_string_combobox->selectPicked(index, text);
+            Clipboard_combox(interface.Clipboard_saved_string_combobox);
+        });
+    });
+    connect(i.Clipboard_saved_string_combobox, &ListControl::dismissed, i.Quillery_window.get(), &QWidget::close);
+    i.Clipboard_saved_string_combobox->setPlaceholderString(tr("Tab to copy to clipboard"));
+    enterFromButton(i.RemoveItem_button, &AppDelegate::Remove_item_switch);
+    enterFromButton(i.Share_switch, &AppDelegate::Share_mode_switch);
+    enterFromButton(i.Read_local_button, &AppDelegate::Read_local_button);
+
+    enterFromButton(i.Done_insert_passcode, &AppDelegate::Done_insert_passcode_action);
+    connect(i.Insert_passcode_field, &QLineEdit::returnPressed, i.Done_insert_passcode, &QPushButton::click);
+
+    enterFromButton(i.Start_intro_button, &AppDelegate::Start_intro_button);
+    enterFromButton(i.Mini_Intro, &AppDelegate::Mini_Intro);
+    connect(i.Tovanix_intro, &QPushButton::clicked, this,
+            [this] { shell_.gate.enter([this] { Tovanix_intro(interface.Tovanix_intro); }); });
+    giveLinkItemsTheirAddresses();
+
+    connect(i.Windowed_menu_button, &QPushButton::clicked, this, [this] {
+        QPushButton &button = *interface.Windowed_menu_button;
+        interface.Quillery_Menu.popup(button.mapToGlobal(QPoint(0, button.height())));
+    });
+
+    connect(&shell_.notificationCenter, &UserNotifications::activated, this,
+            [this] { shell_.gate.enter([this] { userNotificationCenter_didActivateNotification(); }); });
+    connect(&shell_.notificationCenter, &UserNotifications::undeliverable, this,
+            [this](const QString &title, const QString &text) {
+                if (Status_Item) Status_Item->showMessage(title, text);
+            });
+
+    QSizePolicy keepsItsPlace = i.Checking_cancel->sizePolicy();
+    keepsItsPlace.setRetainSizeWhenHidden(true);
+    i.Checking_cancel->setSizePolicy(keepsItsPlace);
+    i.Checking_cancel->hide();
+    connect(i.Checking_cancel, &QPushButton::clicked, &shell_.waiting, &Waiting::cancel);
+    connect(i.Waiting_window.get(), &WaitingWindow::cancelled, &shell_.waiting, &Waiting::cancel);
+    connect(&shell_.waiting, &Waiting::slow, this, &AppDelegate::showWaiting);
+    connect(&shell_.waiting, &Waiting::finished, this, &AppDelegate::hideWaiting);
+}
+
+void AppDelegate::showWaiting(const QString &whatFor) {
+    if (interface.Checking_for_connection_view->isVisible()) {
+        interface.Checking_label->setText(whatFor);
+        interface.Checking_cancel->show();
+    } else {
+        interface.Waiting_window->showFor(whatFor, tr("Cancel"));
+    }
+}
+
+void AppDelegate::hideWaiting() {
+    interface.Checking_cancel->hide();
+    interface.Waiting_window->hide();
+}

@@ -1,0 +1,203 @@
+#pragma once
+
+#include <QObject>
+#include <QTimer>
+#include <cstdint>
+#include <filesystem>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <stop_token>
+#include <string>
+#include <vector>
+
+#include "FTPManager/FTPManager.h"
+#include "app/Interface.h"
+#include "app/Shell.h"
+#include "hotkey/VkHotKeyCenter.h"
+#include "platform/MenuItem.h"
+#include "platform/StatusBar.h"
+
+// The one controller: it owns every interface element and all of the program's state, and its operations are what the
+// user can do. The sections below follow the sources, in their order.
+//
+// UI thread only, with one exception: the operations said to run in the background run on a thread of their own,
+// take copies, and reach the fields and the interface through Shell::ui alone.
+//
+// Actions of the user enter through Shell::gate; the operations themselves expect to be inside it.
+class AppDelegate : public QObject {
+    Q_OBJECT
+
+  public:
+    explicit AppDelegate(Shell shell);
+    ~AppDelegate() override;
+
+    // ---- Core: start-up, status menu, probe, quit (AppDelegate.cpp) -------------------------------------------------
+
+    // The whole start-up; on first use only the intro. Runs again when the intro ends.
+    void applicationDidFinishLaunching();
+
+    // Whether the storage server takes a file. Waits for it with the event loop turning.
+    bool Check_if_internet_connection_is_found();
+
+    // Asks, and on "Yes" ends the program.
+    void Quit(QObject *sender);
+
+    // Ends the program without a question, once background writes are done (or given up on by the user).
+    void terminate();
+
+    // ---- Saved list: save, load, pick, modes (AppDelegate_SavedList.cpp) --------------------------------------------
+
+    // Saves the clipboard's text into the list.
+    void Save_bar_item(QObject *sender);
+    // The same for the hot key, which arrives from outside the gate.
+    Q_INVOKABLE void Save_bar_item(const VkKeyEvent &event);
+
+    // The user clicked a delivered notification.
+    void userNotificationCenter_didActivateNotification();
+
+    // Opens the saved list.
+    void Clipboard_saves(QObject *sender);
+    void ClipBoard_saves_local();
+    void ClipBoard_saves_Cloud();
+
+    // Replaces the signed-in user's list on the server by the one on this machine. Runs on the thread that calls it,
+    // in the background or not.
+    void Sync_local_with_cloud();
+
+    // A pick in the list; what it does is for the mode flags to say.
+    void Clipboard_combox(QWidget *sender);
+    bool writeToPasteBoard(const std::string &text);
+
+    void Remove_item_switch(QObject *sender);
+    void Share_mode_switch(QObject *sender);
+    void Read_local_button(QObject *sender);
+
+    // ---- Accounts (AppDelegate_Accounts.cpp) ------------------------------------------------------------------------
+
+    // Switches from the user's list on the server to the one on this machine. Touches no file and no setting.
+    void Log_out_Action();
+
+    // ---- Passcode (AppDelegate_Passcode.cpp) ------------------------------------------------------------------------
+
+    void Unlock_passcode(QObject *sender);
+    void Done_insert_passcode_action(QObject *sender);
+
+    // ---- Intro and links (AppDelegate_Preferences.cpp) --------------------------------------------------------------
+
+    void Start_intro_button(QObject *sender);
+    void Mini_Intro(QObject *sender);
+    void Tovanix_intro(QWidget *sender);
+
+    void How_to_use(QObject *sender);
+    void Facebook(QObject *sender);
+    void Twitter(QObject *sender);
+    void Pinterest(QObject *sender);
+    void GooglePluse(QObject *sender);
+    void Web(QObject *sender);
+    void EMail(QObject *sender);
+    void sendEmailTo(const QString &address, const QString &withSubject, const QString &withBody);
+
+    // ---- State ------------------------------------------------------------------------------------------------------
+
+    bool isSigned_in = false;
+    std::optional<std::string> Username;
+    std::optional<std::string> Password;
+    bool UploadDidFinish = false;
+    std::optional<std::string> Clipboard_String_content;
+    std::filesystem::path Content_file_path;
+    // The last texts read; null for none. Shared with the list control, which shows pieces of them.
+    std::shared_ptr<const std::string> Content_of_quillery_file_Local;
+    std::shared_ptr<const std::string> Content_of_quillery_file_Server;
+    FileManager GenFileManager;
+    std::unique_ptr<FTPManager> MyFTPManager;
+    FMServer Quillery_Server;
+    bool Read_Local_mode = false;
+    bool RemoveMode_enabled = false;
+    bool ShareMode_enabled = false;
+    bool RemoveContact_enabled = false;
+    std::vector<std::string> Contacts_array;
+    std::optional<std::string> Contact_Username;
+    std::int32_t Contact_index_number = 0;
+    std::int32_t Remove_contact_time_number = 0;
+
+    Interface interface;
+    std::unique_ptr<StatusItem> Status_Item;
+
+    MenuItem Saveing_menu_item;
+    MenuItem Clipboard_saves_menu_item;
+    MenuItem Add_contact_menu_item;
+    MenuItem Remove_a_friend_item;
+    MenuItem Log_in_menu_item;
+    MenuItem Unlock_passcode_item;
+
+  private:
+    using Operation = void (AppDelegate::*)(QObject *);
+
+    // Core.
+    void CreatingStatus_item();
+    void Varibles_values();
+    void Other_pre_proccesses();
+    void Register_HotKeys();
+    void applySignedInPresentation();
+    void applyOfflineState();
+    void applySignedOutState();
+    void lockIfPasscodeIsSet();
+    void fillSavedListAtStart();
+    void showPreferences();
+    void showWaiting(const QString &whatFor);
+    void hideWaiting();
+    void enterFromButton(QAbstractButton *button, Operation operation);
+    void enterFromMenu(QAction *item, Operation operation);
+    void wireInterface();
+    std::optional<QString> setting(const char *key) const;
+    bool settingIs(const char *key, const char *value) const;
+    void giveLinkItemsTheirAddresses();
+
+    // What a background operation needs to know about the storage server: copies, made on the UI thread.
+    struct Server {
+        std::shared_ptr<FTPTransport> transport;
+        FTPManager *manager = nullptr;
+        FMServer descriptor;
+        std::string host;
+
+        // The whole text of the server file `name`, or nothing. Blocks; any thread.
+        std::optional<std::string> text(const std::string &name, std::stop_token stop = {}) const;
+        bool upload(std::optional<std::string_view> data, const std::string &name, std::stop_token stop = {}) const;
+    };
+    Server server() const;
+    // The same read from the UI thread, with the event loop turning.
+    std::optional<std::string> serverText(const std::string &name, const QString &whatFor);
+
+    // Saved list.
+    void Save_Clipboard_string_cloud(const std::string &announced);
+    void Save_Clipboard_string_local(const std::string &announced);
+    void Upload_after_removing_action();
+    bool isShownInList(const std::string &text);
+    std::string clipboardTextForSaving(const std::string &announced);
+    void removePickedItem(const FileText &local);
+    void sharePickedItem();
+    void makePickedItemAvailableOffline();
+    void copyPickedItem(QWidget *sender);
+    void fillSavedList(const std::shared_ptr<const std::string> &text);
+    std::string writeLocalList(const std::filesystem::path &path, std::string_view text);
+    void reportUnsavedText(const std::string &text, const std::filesystem::path &path, const std::string &why);
+    void startSave(std::function<void()> save);
+    void finishSaves();
+    std::filesystem::path localListPath() const;
+    void showModes();
+
+    // Alerts. The second is for background operations: it takes its turn at the gate and returns when it was answered.
+    int alert(const QString &title, const QString &message, const QStringList &buttons = {QStringLiteral("OK")});
+    void alertFromBackground(const QString &title, const QString &message);
+
+    void openLink(const char *name);
+
+    Shell shell_;
+    std::shared_ptr<FTPTransport> transport_;
+    std::string storageHost_;
+    std::shared_future<void> savesInProgress_;
+    std::mutex localList_;  // held from reading the local list to writing it anew
+    std::vector<std::shared_ptr<VkHotKey>> hotKeys_;
+};

@@ -1,0 +1,362 @@
+#include <chrono>
+#include <cstdio>
+#include <utility>
+
+#include "app/AppDelegate.h"
+#include "app/ClipList.h"
+#include "app/StorageNames.h"
+#include "platform/Text.h"
+
+// ---- Saving the clipboard -----------------------------------------------------------------------------------------------
+
+void AppDelegate::Save_bar_item(const VkKeyEvent &) {
+    shell_.gate.enter([this] { Save_bar_item(static_cast<QObject *>(nullptr)); });
+}
+
+void AppDelegate::Save_bar_item(QObject *) {
+    // One text at a time: a second one in this list is announced when the first is on the disk.
+    if (!isSigned_in) finishSaves();
+    const PasteboardText copied = shell_.generalPasteboard.stringForType();
+    if (copied.state == PasteboardText::State::kNoAnswer) {
+        alert(tr("Error!"), tr("The program that the text was copied in does not answer. Nothing was saved."));
+        return;
+    }
+    if (copied.state == PasteboardText::State::kNoAccess) {
+        alert(tr("Error!"), tr("This desktop does not show the clipboard to Quillery while another window is in use. "
+                               "Nothing was saved."));
+        return;
+    }
+    if (copied.text.empty()) {
+        alert(tr("Error!"), tr("Your clipboard is empty."));
+        return;
+    }
+    if (isShownInList(copied.text)) {
+        alert(tr("Error!"), tr("Text does exist in the list."));
+        return;
+    }
+    startSave([this, isCloud = isSigned_in, announced = copied.text] {
+        if (isCloud) {
+            Save_Clipboard_string_cloud(announced);
+        } else {
+            Save_Clipboard_string_local(announced);
+        }
+    });
+    interface.Clipboard_saved_string_combobox->insertItemWithObjectValue(copied.text, 0);
+    shell_.notificationCenter.deliver(tr("Success!"),
+                                      QStringLiteral("You have successully save (\"%1\")").arg(toQString(copied.text)));
+}
+
+// The control's selection lags one step behind: item 0 is looked at twice. The scan ends at the first empty item, and
+// leaves what it looked at last selected.
+bool AppDelegate::isShownInList(const std::string &text) {
+    ListControl &list = *interface.Clipboard_saved_string_combobox;
+    list.selectItemAtIndex(0);
+    int i = 0;
+    while (!list.stringValue().empty()) {
+        if (list.stringValue() == text) return true;
+        list.selectItemAtIndex(i);
+        ++i;
+    }
+    return false;
+}
+
+// What a background save writes is the clipboard as it is by then. Should it hold no text any more, what the user was
+// told about is saved.
+std::string AppDelegate::clipboardTextForSaving(const std::string &announced) {
+    const PasteboardText copied = shell_.generalPasteboard.stringForType();
+    const std::string &text = copied.text.empty() ? announced : copied.text;
+    shell_.ui.run([&] { Clipboard_String_content = text; });
+    return text;
+}
+
+void AppDelegate::Save_Clipboard_string_cloud(const std::string &announced) {
+    const auto [server, name] = shell_.ui.run([this] { return std::pair(this->server(), StorageNames::clipList(Username.value_or(""))); });
+    const auto read = server.text(name);
+    const auto old = read ? std::make_shared<const std::string>(*read) : nullptr;
+    shell_.ui.run([&] { Content_of_quillery_file_Server = old; });
+    const std::string text = clipboardTextForSaving(announced);
+    const bool uploaded = server.upload(ClipList::withEntryInFront(text, read), name);
+    shell_.ui.run([&] { UploadDidFinish = uploaded; });
+}
+
+void AppDelegate::Save_Clipboard_string_local(const std::string &announced) {
+    const auto path = shell_.ui.run([this] { return Content_file_path = localListPath(); });
+    const std::string text = clipboardTextForSaving(announced);
+
+    const std::lock_guard lock(localList_);
+    const FileText old = GenFileManager.textAtPath(path);
+    const auto shared = old.text ? std::make_shared<const std::string>(*old.text) : nullptr;
+    shell_.ui.run([&] { Content_of_quillery_file_Local = shared; });
+    std::string problem;
+    if (old.mustBeSetAside()) {
+        const auto aside = GenFileManager.setAside(path);
+        if (aside) {
+            std::fprintf(stderr, "Quillery: %s could not be read (%s) and was kept as %s.\n", path.c_str(),
+                         old.problem.c_str(), aside->c_str());
+        } else {
+            problem = "the old list there could not be read (" + old.problem + ") and not be moved aside";
+        }
+    }
+    if (problem.empty()) problem = GenFileManager.createFileAtPath(path, ClipList::withEntryInFrontOfLocal(text, old.text));
+    if (!problem.empty()) reportUnsavedText(text, path, problem);
+}
+
+// The user has been told of success by now, so this must not go unseen. Called in the background; waits for nobody.
+void AppDelegate::reportUnsavedText(const std::string &text, const std::filesystem::path &path, const std::string &why) {
+    std::fprintf(stderr, "Quillery: %s could not be written: %s\n", path.c_str(), why.c_str());
+    shell_.ui.post([this, text, path, why] {
+        shell_.gate.enter([this, text, path, why] {
+            alert(tr("Error!"), tr("The text \"%1\" could not be saved to %2: %3")
+                                    .arg(oneLine(text, 80), QString::fromStdString(path.string()), QString::fromStdString(why)));
+        });
+    });
+}
+
+// Starts a background save that finishSaves() waits for, together with those before it.
+void AppDelegate::startSave(std::function<void()> save) {
+    auto saved = std::make_shared<std::promise<void>>();
+    const auto before = std::exchange(savesInProgress_, saved->get_future().share());
+    shell_.background.performSelectorInBackground([before, saved, save = std::move(save)] {
+        save();
+        if (before.valid()) before.wait();
+        saved->set_value();
+    });
+}
+
+// Waits until the list file holds what was announced, unless the user cannot wait for it.
+void AppDelegate::finishSaves() {
+    using namespace std::chrono_literals;
+    if (!savesInProgress_.valid() || savesInProgress_.wait_for(0s) == std::future_status::ready) return;
+    shell_.waiting.run(tr("Finishing the save before this one…"), [saves = savesInProgress_](std::stop_token stop) {
+        while (saves.wait_for(20ms) != std::future_status::ready && !stop.stop_requested()) {
+        }
+        return true;
+    });
+}
+
+void AppDelegate::userNotificationCenter_didActivateNotification() {
+    const PasteboardText copied = shell_.generalPasteboard.stringForType();
+    alert(tr("Success!"), QStringLiteral("You have successully save:(\"%1\")").arg(toQString(copied.text)));
+}
+
+// ---- Loading ------------------------------------------------------------------------------------------------------------
+
+void AppDelegate::Clipboard_saves(QObject *) {
+    finishSaves();
+    if (isSigned_in) {
+        ClipBoard_saves_Cloud();
+    } else {
+        ClipBoard_saves_local();
+    }
+}
+
+void AppDelegate::ClipBoard_saves_local() {
+    interface.Quillery_Box->setContentView(interface.List_View);
+    orderFront(*interface.Quillery_window);
+    FileText local = GenFileManager.textAtPath(Content_file_path);
+    if (local.mustBeSetAside()) {
+        std::fprintf(stderr, "Quillery: %s could not be read: %s\n", Content_file_path.c_str(), local.problem.c_str());
+    }
+    Content_of_quillery_file_Local = local.text ? std::make_shared<const std::string>(std::move(*local.text)) : nullptr;
+    fillSavedList(Content_of_quillery_file_Local);
+}
+
+void AppDelegate::ClipBoard_saves_Cloud() {
+    const std::string name = StorageNames::clipList(Username.value_or(""));
+    const QString reading = tr("Reading your list from the storage server…");
+    const bool isThere = serverText(name, reading).has_value();
+    interface.Quillery_Box->setContentView(interface.List_View);
+    orderFront(*interface.Quillery_window);
+    if (!isThere) return;
+    auto text = serverText(name, reading);
+    Content_of_quillery_file_Server = text ? std::make_shared<const std::string>(std::move(*text)) : nullptr;
+    fillSavedList(Content_of_quillery_file_Server);
+}
+
+void AppDelegate::fillSavedList(const std::shared_ptr<const std::string> &text) {
+    ListControl &list = *interface.Clipboard_saved_string_combobox;
+    list.removeAllItems();
+    if (text) list.addItems(text, ClipList::componentsSeparatedByTerminator(*text));
+}
+
+void AppDelegate::Sync_local_with_cloud() {
+    const auto [server, name, path] = shell_.ui.run([this] {
+        return std::tuple(this->server(), StorageNames::clipList(Username.value_or("")), localListPath());
+    });
+    const FileText local = GenFileManager.textAtPath(path);
+    const bool uploaded = server.upload(local.text, name);
+    shell_.ui.run([&] { UploadDidFinish = uploaded; });
+}
+
+// ---- Picking ------------------------------------------------------------------------------------------------------------
+
+void AppDelegate::Clipboard_combox(QWidget *sender) {
+    if (!isSigned_in) finishSaves();
+    const FileText local = GenFileManager.textAtPath(localListPath());
+    if (RemoveMode_enabled) {
+        removePickedItem(local);
+    } else if (ShareMode_enabled) {
+        sharePickedItem();
+    } else if (Read_Local_mode) {
+        makePickedItemAvailableOffline();
+    } else {
+        copyPickedItem(sender);
+    }
+}
+
+void AppDelegate::removePickedItem(const FileText &local) {
+    ListControl &list = *interface.Clipboard_saved_string_combobox;
+    if (list.stringValue().empty()) {
+        alert(tr("Error!"), tr("You cannot remove that item."));
+        return;
+    }
+    if (isSigned_in) {
+        shell_.background.performSelectorInBackground([this] { Upload_after_removing_action(); });
+        return;
+    }
+    list.removeItemAtIndex(list.indexOfSelectedItem());
+    const auto path = localListPath();
+    if (local.mustBeSetAside() && !GenFileManager.setAside(path)) {
+        std::fprintf(stderr, "Quillery: %s could not be read: %s\n", path.c_str(), local.problem.c_str());
+        return;
+    }
+    writeLocalList(path, ClipList::withoutEntry(local.text.value_or(""), list.stringValue()));
+}
+
+void AppDelegate::Upload_after_removing_action() {
+    const auto [server, name] = shell_.ui.run([this] { return std::pair(this->server(), StorageNames::clipList(Username.value_or(""))); });
+    auto text = server.text(name);
+    const std::string removed = shell_.ui.run([this] {
+        ListControl &list = *interface.Clipboard_saved_string_combobox;
+        list.removeItemAtIndex(list.indexOfSelectedItem());
+        return list.stringValue();
+    });
+    if (text) text = ClipList::withoutEntry(*text, removed);
+    const bool uploaded = server.upload(text, name);
+    shell_.ui.run([&] { UploadDidFinish = uploaded; });
+    if (!uploaded) alertFromBackground(tr("Error!"), tr("Server/Internet connection error.\nUnable to save text."));
+}
+
+void AppDelegate::sharePickedItem() {
+    if (interface.Clipboard_saved_string_combobox->stringValue().empty()) {
+        alert(tr("Error!"), tr("Empty space"));
+        return;
+    }
+    const std::string name = StorageNames::contacts(Username.value_or(""));
+    const QString reading = tr("Reading your friends from the storage server…");
+    if (serverText(name, reading).value_or("").empty()) {
+        alert(tr("Alert!"), tr("You have no firends in the list"));
+        return;
+    }
+    const auto text = serverText(name, reading);
+    Contacts_array.clear();
+    QStringList rows;
+    if (text) {
+        for (const std::string_view contact : ClipList::componentsSeparatedByTerminator(*text)) {
+            Contacts_array.emplace_back(contact);
+            rows << toQString(contact);
+        }
+    }
+    interface.contacts.setStringList(rows);
+    interface.Quillery_Box->setContentView(interface.Contacts_view);
+}
+
+void AppDelegate::makePickedItemAvailableOffline() {
+    const auto path = localListPath();
+    const std::lock_guard lock(localList_);
+    const FileText local = GenFileManager.textAtPath(path);
+    if (!local.text) {
+        if (local.mustBeSetAside()) std::fprintf(stderr, "Quillery: %s could not be read: %s\n", path.c_str(), local.problem.c_str());
+        return;
+    }
+    const std::string &picked = interface.Clipboard_saved_string_combobox->stringValue();
+    if (ClipList::containsEntry(*local.text, picked)) {
+        alert(tr("Error!"), tr("Text does exist in the list."));
+        return;
+    }
+    writeLocalList(path, ClipList::withEntryInFront(picked, local.text));
+}
+
+void AppDelegate::copyPickedItem(QWidget *sender) {
+    const std::string &picked = interface.Clipboard_saved_string_combobox->stringValue();
+    if (picked.empty()) {
+        alert(tr("Error!"), tr("Empty space"));
+        return;
+    }
+    writeToPasteBoard(picked);
+    interface.QuickView_label->setString(toQString(picked));
+    interface.QuickView_popover->showRelativeTo(sender, Popover::Edge::kMaxY);
+}
+
+bool AppDelegate::writeToPasteBoard(const std::string &text) { return shell_.generalPasteboard.setString(text); }
+
+std::filesystem::path AppDelegate::localListPath() const { return StorageNames::localClipList(shell_.home); }
+
+// Tells the user about a failure, too: a list that silently stays what it was would look like a lost or undead text.
+std::string AppDelegate::writeLocalList(const std::filesystem::path &path, std::string_view text) {
+    std::string problem = GenFileManager.createFileAtPath(path, text);
+    if (!problem.empty()) {
+        std::fprintf(stderr, "Quillery: %s could not be written: %s\n", path.c_str(), problem.c_str());
+        alert(tr("Error!"), tr("The list could not be written to %1: %2")
+                                .arg(QString::fromStdString(path.string()), QString::fromStdString(problem)));
+    }
+    return problem;
+}
+
+// ---- Modes --------------------------------------------------------------------------------------------------------------
+
+void AppDelegate::Remove_item_switch(QObject *) {
+    if (RemoveMode_enabled) {
+        RemoveMode_enabled = false;
+        interface.Remove_item_label->setText(tr("Remove item"));
+        interface.Clipboard_saved_string_combobox->setPlaceholderString(tr("Tab to copy to clipboard"));
+    } else {
+        RemoveMode_enabled = true;
+        interface.Clipboard_saved_string_combobox->setPlaceholderString(tr("Tab to remove item"));
+        interface.Remove_item_label->setText(tr("Done"));
+        Read_Local_mode = false;
+        ShareMode_enabled = false;
+        interface.Make_available_offline_label->setText(tr("Make available offline"));
+        interface.Share_label->setText(tr("Share"));
+    }
+    showModes();
+}
+
+void AppDelegate::Share_mode_switch(QObject *) {
+    if (ShareMode_enabled) {
+        ShareMode_enabled = false;
+        interface.Share_label->setText(tr("Share"));
+    } else {
+        ShareMode_enabled = true;
+        interface.Share_label->setText(tr("Done"));
+        interface.Remove_item_label->setText(tr("Remove Item"));
+        interface.Make_available_offline_label->setText(tr("Make available offline"));
+        Read_Local_mode = false;
+        RemoveMode_enabled = false;
+    }
+    showModes();
+}
+
+void AppDelegate::Read_local_button(QObject *) {
+    if (Read_Local_mode) {
+        Read_Local_mode = false;
+        interface.Clipboard_saved_string_combobox->setPlaceholderString(tr("Tab to copy to the clipboard"));
+        interface.Make_available_offline_label->setText(tr("Make available offline"));
+    } else {
+        Read_Local_mode = true;
+        interface.Clipboard_saved_string_combobox->setPlaceholderString(tr("Tab to make available offline"));
+        interface.Make_available_offline_label->setText(tr("Done"));
+        interface.Remove_item_label->setText(tr("Remove item"));
+        RemoveMode_enabled = false;
+        ShareMode_enabled = false;
+        interface.Share_label->setText(tr("Share"));
+    }
+    showModes();
+}
+
+// A toggle looks on exactly while its mode is on.
+void AppDelegate::showModes() {
+    interface.RemoveItem_button->setChecked(RemoveMode_enabled);
+    interface.Share_switch->setChecked(ShareMode_enabled);
+    interface.Read_local_button->setChecked(Read_Local_mode);
+}

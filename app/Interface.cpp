@@ -1,0 +1,155 @@
+#include "app/Interface.h"
+
+#include <QGuiApplication>
+#include <QScreen>
+#include <QVBoxLayout>
+
+#include "platform/UiIds.h"
+
+namespace {
+
+constexpr int kQuickViewWidth = 428;  // the width of the list it belongs to
+constexpr int kQuickViewHeight = 200;
+
+// A view of its own, filled from one interface file.
+template <class File>
+QWidget *view(File &file, QWidget &owner) {
+    auto *widget = new QWidget(&owner);
+    file.setupUi(widget);
+    widget->hide();
+    return widget;
+}
+
+template <class File>
+std::unique_ptr<QWidget> window(File &file) {
+    auto widget = std::make_unique<QWidget>(nullptr, Qt::Window);
+    file.setupUi(widget.get());
+    widget->setWindowIcon(QIcon(QStringLiteral(":/images/quillery.png")));
+    return widget;
+}
+
+// Buttons below fields are pressed by Enter while they have the focus.
+void makeEnterPress(QWidget &root) {
+    for (QPushButton *button : root.findChildren<QPushButton *>()) button->setAutoDefault(true);
+}
+
+}  // namespace
+
+Interface::Interface() {
+    Ui::QuilleryWindow &panel = *this;
+    Ui::IntroWindow &intro = *this;
+    Ui::WindowedMode &windowed = *this;
+    Quillery_window = window(panel);
+    Intro_window = window(intro);
+    Windowed_mode = window(windowed);
+    Checking_for_connection_view = view<Ui::CheckingView>(*this, windows_);
+    List_View = view<Ui::ListView>(*this, windows_);
+    Insert_passcode_view = view<Ui::InsertPasscodeView>(*this, windows_);
+    Contacts_view = view<Ui::ContactsView>(*this, windows_);
+    Preference_View = view<Ui::PreferenceView>(*this, windows_);
+    Instructions_view = view<Ui::InstructionsView>(*this, windows_);
+    Change_password_view = view<Ui::ChangePasswordView>(*this, windows_);
+    new_passcode_view = new QWidget(&windows_);
+    change_passcode_view = new QWidget(&windows_);
+    Contacts_table->setModel(&contacts);
+
+    QFont title = Intro_title->font();
+    title.setPointSizeF(title.pointSizeF() * 1.6);
+    title.setBold(true);
+    Intro_title->setFont(title);
+
+    QuickView_popover = std::make_unique<Popover>(Quillery_window.get());
+    QuickView_popover->setObjectName(QStringLiteral("QuickView_popover"));
+    QuickView_popover->setWindowTitle(QObject::tr("Copied"));
+    auto *heading = new QLabel(QObject::tr("On the clipboard now:"), QuickView_popover.get());
+    QuickView_label = new TextView(QuickView_popover.get());
+    QuickView_label->setObjectName(QStringLiteral("QuickView_label"));
+    QuickView_label->setAccessibleName(QObject::tr("Copied text"));
+    auto *quickLayout = new QVBoxLayout(QuickView_popover.get());
+    quickLayout->setContentsMargins(12, 10, 12, 12);
+    quickLayout->addWidget(heading);
+    quickLayout->addWidget(QuickView_label);
+    QuickView_popover->setFixedSize(kQuickViewWidth, kQuickViewHeight);
+
+    Intro_popover = std::make_unique<Popover>(nullptr);
+    Intro_popover->setObjectName(QStringLiteral("Intro_popover"));
+    Intro_popover->setWindowTitle(QObject::tr("About us"));
+    static_cast<Ui::IntroPopover *>(this)->setupUi(Intro_popover.get());
+    Intro_popover->setObjectName(QStringLiteral("Intro_popover"));
+
+    Waiting_window = std::make_unique<WaitingWindow>();
+    makeMenu();
+
+    for (QWidget *root : {Quillery_window.get(), Intro_window.get(), Windowed_mode.get(), &windows_,
+                          static_cast<QWidget *>(QuickView_popover.get()), static_cast<QWidget *>(Intro_popover.get()),
+                          static_cast<QWidget *>(Waiting_window.get())}) {
+        makeEnterPress(*root);
+        applyUiIds(*root);
+    }
+}
+
+Interface::~Interface() {
+    // The views go with windows_, wherever they are shown now.
+    Quillery_Box->setContentView(nullptr);
+    Passcode_box->setContentView(nullptr);
+    for (QWidget *shown : {Checking_for_connection_view, List_View, Insert_passcode_view, Contacts_view, Preference_View,
+                           Instructions_view, Change_password_view, new_passcode_view, change_passcode_view}) {
+        shown->setParent(&windows_);
+    }
+    QuickView_popover.reset();
+}
+
+void Interface::makeMenu() {
+    const auto item = [this](QMenu &menu, const char *name, const QString &text) {
+        QAction *action = menu.addAction(text);
+        action->setObjectName(QLatin1String(name));
+        return action;
+    };
+    Quillery_Menu.setObjectName(QStringLiteral("Quillery_Menu"));
+    Saveing_menu_item = item(Quillery_Menu, "Saveing_menu_item", QObject::tr("Save Clipboard"));
+    Clipboard_saves_menu_item = item(Quillery_Menu, "_Clipboard_saves_menu_item", QObject::tr("Saved List"));
+    Quillery_Menu.addSeparator();
+    Add_contact_menu_item = item(Quillery_Menu, "Add_contact_menu_item", QObject::tr("Add a Friend"));
+    Remove_a_friend_item = item(Quillery_Menu, "Remove_a_friend_item", QObject::tr("Remove a Friend"));
+    Quillery_Menu.addSeparator();
+    Log_in_menu_item = item(Quillery_Menu, "Log_in_menu_item", QObject::tr("Log in"));
+    Unlock_passcode_item = item(Quillery_Menu, "Unlock_passcode_item", QObject::tr("Unlock with Passcode"));
+    Quillery_Menu.addSeparator();
+    How_to_use = item(Quillery_Menu, "How_to_use", QObject::tr("Tutorials"));
+    QMenu *links = Quillery_Menu.addMenu(QObject::tr("About Us"));
+    Web = item(*links, "Web", QObject::tr("Web Site"));
+    Facebook = item(*links, "Facebook", QObject::tr("Facebook"));
+    Twitter = item(*links, "Twitter", QObject::tr("Twitter"));
+    Pinterest = item(*links, "Pinterest", QObject::tr("Pinterest"));
+    GooglePluse = item(*links, "GooglePluse", QObject::tr("Google+"));
+    EMail = item(*links, "EMail", QObject::tr("Write to Us"));
+    Quillery_Menu.addSeparator();
+    Quit = item(Quillery_Menu, "Quit", QObject::tr("Quit"));
+
+    Log_in_menu.setObjectName(QStringLiteral("Log_in_menu"));
+    for (QAction *notYet : {item(Log_in_menu, "Open_sign_in_window", QObject::tr("Sign in")),
+                            item(Log_in_menu, "Open_sign_up_view", QObject::tr("Sign up"))}) {
+        notYet->setEnabled(false);
+    }
+}
+
+void orderFront(QWidget &window) {
+    const bool wasHidden = !window.isVisible();
+    if (window.isMinimized()) window.showNormal();
+    window.show();
+    if (wasHidden && !window.property("placed").toBool()) {
+        // The first time in the middle of the screen; afterwards where the user left it.
+        const QRect room = window.screen()->availableGeometry();
+        window.move(room.center() - QRect(QPoint(0, 0), window.frameGeometry().size()).center());
+        window.setProperty("placed", true);
+    }
+    window.raise();
+    window.activateWindow();
+}
+
+void setFloatingWindowLevel(QWidget &window) {
+    if (window.windowFlags() & Qt::WindowStaysOnTopHint) return;
+    const bool wasVisible = window.isVisible();
+    window.setWindowFlag(Qt::WindowStaysOnTopHint);
+    if (wasVisible) window.show();
+}

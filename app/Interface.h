@@ -1,0 +1,96 @@
+#pragma once
+
+#include <QMenu>
+#include <QStringListModel>
+#include <QWidget>
+#include <memory>
+
+#include "platform/Popover.h"
+#include "platform/TextView.h"
+#include "platform/WaitingWindow.h"
+#include "ui_Change_password_view.h"
+#include "ui_Checking_for_connection_view.h"
+#include "ui_Contacts_view.h"
+#include "ui_Insert_passcode_view.h"
+#include "ui_Instructions_view.h"
+#include "ui_Intro_popover.h"
+#include "ui_Intro_window.h"
+#include "ui_List_View.h"
+#include "ui_Preference_View.h"
+#include "ui_Quillery_window.h"
+#include "ui_Windowed_mode.h"
+
+// The windows, views and menus of the program, as the interface files describe them. Every element that the files
+// name is a member of that name (Share_switch, State_label …). Fills and wires nothing.
+//
+// UI thread only; made once, lives as long as the controller.
+struct Interface : Ui::QuilleryWindow,
+                   Ui::CheckingView,
+                   Ui::ListView,
+                   Ui::InsertPasscodeView,
+                   Ui::ContactsView,
+                   Ui::PreferenceView,
+                   Ui::InstructionsView,
+                   Ui::ChangePasswordView,
+                   Ui::IntroWindow,
+                   Ui::IntroPopover,
+                   Ui::WindowedMode {
+    Interface();
+    ~Interface();
+    Interface(const Interface &) = delete;
+    Interface &operator=(const Interface &) = delete;
+
+  private:
+    QWidget windows_;  // never shown: owns the views that are in no window at the moment
+
+  public:
+    // The panel window and the content views of its box.
+    std::unique_ptr<QWidget> Quillery_window;
+    QWidget *Checking_for_connection_view;
+    QWidget *List_View;
+    QWidget *Insert_passcode_view;
+    QWidget *Contacts_view;
+    QWidget *Preference_View;
+    QWidget *Instructions_view;
+    QWidget *Change_password_view;
+
+    // The content views of Passcode_box.
+    QWidget *new_passcode_view;
+    QWidget *change_passcode_view;
+
+    std::unique_ptr<QWidget> Intro_window;
+    std::unique_ptr<QWidget> Windowed_mode;
+    std::unique_ptr<Popover> QuickView_popover;
+    TextView *QuickView_label;
+    std::unique_ptr<Popover> Intro_popover;
+    std::unique_ptr<WaitingWindow> Waiting_window;
+
+    QStringListModel contacts;  // the rows of Contacts_table
+
+    // The status menu. An action's object name is the name of its item.
+    QMenu Quillery_Menu;
+    QMenu Log_in_menu;
+    QAction *Saveing_menu_item;
+    QAction *Clipboard_saves_menu_item;
+    QAction *Add_contact_menu_item;
+    QAction *Remove_a_friend_item;
+    QAction *Log_in_menu_item;
+    QAction *Unlock_passcode_item;
+    QAction *How_to_use;
+    QAction *Facebook;
+    QAction *Twitter;
+    QAction *Pinterest;
+    QAction *GooglePluse;
+    QAction *Web;
+    QAction *EMail;
+    QAction *Quit;
+
+  private:
+    void makeMenu();
+};
+
+// Shows a window, in front of the others.
+void orderFront(QWidget &window);
+
+// Gives a window the floating level: it stays above ordinary windows. Takes effect when the window is next shown.
+void setFloatingWindowLevel(QWidget &window);

@@ -1,0 +1,11 @@
+#include "hotkey/BackEnd.h"
+
+#include "hotkey/X11BackEnd.h"
+
+namespace hotkey {
+
+OpenedBackEnd openBackEndOfSession() {
+    return openX11BackEnd();
+}
+
+}  // namespace hotkey

@@ -1,0 +1,194 @@
+#include "hotkey/VkHotKeyCenter.h"
+
+#include <exception>
+
+#include "hotkey/BackEnd.h"
+#include "hotkey/Log.h"
+#include "hotkey/VkHotKeyUtilities.h"
+
+namespace {
+
+constexpr std::uint32_t kHotKeySignature = 0x68746B31;  // 'htk1'
+
+std::uint64_t cocoaModifiersFromService(std::uint32_t mask) {
+    std::uint64_t flags = 0;
+    if (mask & hotkey::kServiceControl) flags |= kVkControlFlag;
+    if (mask & hotkey::kServiceCommand) flags |= kVkCommandFlag;
+    if (mask & hotkey::kServiceShift) flags |= kVkShiftFlag;
+    if (mask & hotkey::kServiceOption) flags |= kVkOptionFlag;
+    if (mask & hotkey::kServiceCapsLock) flags |= kVkCapsLockFlag;
+    return flags;
+}
+
+VkHotKeyCenter::Predicate hasCombination(std::uint16_t keyCode, std::uint64_t modifierFlags) {
+    return [=](const VkHotKey &hotKey) {
+        return hotKey.keyCode() == keyCode && hotKey.modifierFlags() == modifierFlags;
+    };
+}
+
+}  // namespace
+
+/// Receives every released combination of the service; 0 means handled, and no event is ever passed on.
+std::int32_t vk_hotKeyHandler(const hotkey::ReleasedEvent &event, VkHotKeyCenter &center) {
+    const VkHotKeySet matching = center.hotKeysMatching(
+        [&event](const VkHotKey &hotKey) { return hotKey.hotKeyID() == event.identifier.id; });
+    if (matching.size() > 1) hotkey::logLine("ERROR!");
+    if (matching.empty()) return 0;
+    const std::shared_ptr<VkHotKey> hotKey = *matching.begin();
+
+    VkKeyEvent keyUp;
+    keyUp.location = event.location;
+    keyUp.modifierFlags = cocoaModifiersFromService(event.modifiers);
+    keyUp.timestamp = event.timestamp;
+    keyUp.keyCode = hotKey->keyCode();
+
+    // Beyond this frame is the event loop, which must not see an exception of a client's task.
+    try {
+        hotKey->invokeWithEvent(keyUp);
+    } catch (const std::exception &error) {
+        hotkey::logLine(std::string("hot key: the action failed: ") + error.what());
+    } catch (...) {
+        hotkey::logLine("hot key: the action failed");
+    }
+    return 0;
+}
+
+VkHotKeyCenter &VkHotKeyCenter::sharedHotKeyCenter() {
+    // Never destroyed: hot keys held by other static objects may outlive any order of destruction.
+    static VkHotKeyCenter *const center = new VkHotKeyCenter(hotkey::openBackEndOfSession);
+    return *center;
+}
+
+VkHotKeyCenter::VkHotKeyCenter(BackEndOpener opener)
+    : opener_(std::move(opener)), self_(std::make_shared<VkHotKeyCenter *>(this)) {}
+
+VkHotKeyCenter::~VkHotKeyCenter() {
+    unregisterAllHotKeys();
+}
+
+std::shared_ptr<VkHotKey> VkHotKeyCenter::registerHotKeyWithKeyCode(std::uint16_t keyCode,
+                                                                    std::uint64_t modifierFlags,
+                                                                    QObject *target,
+                                                                    std::optional<std::string> action,
+                                                                    QVariant object) {
+    if (hasRegisteredHotKeyWithKeyCode(keyCode, modifierFlags)) {
+        lastFailure_ = "the combination is registered already";
+        return nullptr;
+    }
+    std::shared_ptr<VkHotKey> hotKey(new VkHotKey);
+    hotKey->_setTarget(target);
+    hotKey->_setAction(std::move(action));
+    hotKey->_setObject(std::move(object));
+    hotKey->_setKeyCode(keyCode);
+    hotKey->_setModifierFlags(modifierFlags);
+    return _registerHotKey(hotKey);
+}
+
+std::shared_ptr<VkHotKey> VkHotKeyCenter::registerHotKeyWithKeyCode(std::uint16_t keyCode,
+                                                                    std::uint64_t modifierFlags,
+                                                                    VkHotKey::Task task) {
+    if (hasRegisteredHotKeyWithKeyCode(keyCode, modifierFlags)) {
+        lastFailure_ = "the combination is registered already";
+        return nullptr;
+    }
+    return _registerHotKey(VkHotKey::hotKeyWithKeyCode(keyCode, modifierFlags, std::move(task)));
+}
+
+std::shared_ptr<VkHotKey> VkHotKeyCenter::registerHotKey(const std::shared_ptr<VkHotKey> &hotKey) {
+    if (!hotKey) {
+        lastFailure_ = "there is no hot key to register";
+        return nullptr;
+    }
+    return _registerHotKey(hotKey);
+}
+
+std::shared_ptr<VkHotKey> VkHotKeyCenter::_registerHotKey(const std::shared_ptr<VkHotKey> &hotKey) {
+    lastFailure_.reset();
+    if (const auto equal = _registeredHotKeys.find(hotKey); equal != _registeredHotKeys.end()) {
+        if (*equal != hotKey) lastFailure_ = "the combination is registered already";
+        hotKey->center_ = self_;
+        return hotKey;
+    }
+    if (!openBackEnd()) return nullptr;
+
+    const hotkey::Registration registration = backEnd_->registerEventHotKey(
+        hotKey->keyCode(), VkCarbonModifierFlagsFromCocoaModifiers(hotKey->modifierFlags()),
+        {kHotKeySignature, _nextHotKeyID});
+    if (!registration.ref) {
+        lastFailure_ = registration.failure;
+        return nullptr;
+    }
+    hotKey->setHotKeyRef(registration.ref);
+    hotKey->setHotKeyID(_nextHotKeyID++);
+    hotKey->center_ = self_;
+    _registeredHotKeys.insert(hotKey);
+    return hotKey;
+}
+
+bool VkHotKeyCenter::openBackEnd() {
+    if (backEnd_) return true;
+    hotkey::OpenedBackEnd opened = opener_();
+    if (!opened.backEnd) {
+        lastFailure_ = std::move(opened.failure);
+        return false;
+    }
+    backEnd_ = std::move(opened.backEnd);
+    backEnd_->installEventHandler(
+        [this](const hotkey::ReleasedEvent &event) { vk_hotKeyHandler(event, *this); });
+    return true;
+}
+
+bool VkHotKeyCenter::hasRegisteredHotKeyWithKeyCode(std::uint16_t keyCode,
+                                                    std::uint64_t modifierFlags) const {
+    return !hotKeysMatching(hasCombination(keyCode, modifierFlags)).empty();
+}
+
+VkHotKeySet VkHotKeyCenter::hotKeysMatching(const Predicate &predicate) const {
+    VkHotKeySet matching;
+    if (!predicate) return matching;
+    for (const auto &hotKey : _registeredHotKeys)
+        if (predicate(*hotKey)) matching.insert(hotKey);
+    return matching;
+}
+
+VkHotKeySet VkHotKeyCenter::registeredHotKeys() const {
+    return hotKeysMatching([](const VkHotKey &hotKey) { return hotKey.hotKeyRef().has_value(); });
+}
+
+void VkHotKeyCenter::unregisterHotKey(const std::shared_ptr<VkHotKey> &hotKey) {
+    if (!hotKey) return;
+    const std::shared_ptr<VkHotKey> kept = hotKey;  // the argument may be a reference that the removal ends
+    unregisterRecord(*kept);
+}
+
+void VkHotKeyCenter::unregisterRecord(VkHotKey &hotKey) {
+    if (hotKey.hotKeyRef()) {
+        if (backEnd_) backEnd_->unregisterEventHotKey(*hotKey.hotKeyRef());
+        hotKey.setHotKeyRef(std::nullopt);
+    }
+    // The removed record may end here, which brings its own unregistration: the set must be whole by then.
+    if (const auto equal = _registeredHotKeys.find(hotKey); equal != _registeredHotKeys.end())
+        const auto removed = _registeredHotKeys.extract(equal);
+}
+
+void VkHotKeyCenter::unregisterHotKeysMatching(const Predicate &predicate) {
+    for (const auto &hotKey : hotKeysMatching(predicate)) unregisterHotKey(hotKey);
+}
+
+void VkHotKeyCenter::unregisterHotKeysWithTarget(const QObject *target) {
+    unregisterHotKeysMatching([target](const VkHotKey &hotKey) { return hotKey.target() == target; });
+}
+
+void VkHotKeyCenter::unregisterHotKeysWithTarget(const QObject *target,
+                                                 const std::optional<std::string> &action) {
+    unregisterHotKeysMatching(
+        [&](const VkHotKey &hotKey) { return hotKey.target() == target && hotKey.action() == action; });
+}
+
+void VkHotKeyCenter::unregisterHotKeyWithKeyCode(std::uint16_t keyCode, std::uint64_t modifierFlags) {
+    unregisterHotKeysMatching(hasCombination(keyCode, modifierFlags));
+}
+
+void VkHotKeyCenter::unregisterAllHotKeys() {
+    for (const auto &hotKey : VkHotKeySet(_registeredHotKeys)) unregisterHotKey(hotKey);
+}

@@ -1,0 +1,52 @@
+#include "platform/Alerts.h"
+
+#include <QMessageBox>
+#include <QPushButton>
+
+#include "platform/Text.h"
+
+namespace {
+
+// What fits on a screen. A longer message is shown in part, and whole behind "Show Details…".
+constexpr qsizetype kMostCharacters = 600;
+constexpr qsizetype kMostLines = 12;
+constexpr qsizetype kMostDetailCharacters = 200'000;
+
+QString firstPart(const QString &message) {
+    qsizetype end = 0;
+    for (qsizetype line = 0; line < kMostLines; ++line) {
+        const qsizetype next = message.indexOf(u'\n', end);
+        if (next < 0) return shortened(message, kMostCharacters);
+        end = next + 1;
+    }
+    return shortened(shortened(message, end - 1), kMostCharacters);
+}
+
+QMessageBox::Icon iconFor(const QString &title, qsizetype buttons) {
+    if (buttons > 1) return QMessageBox::Question;
+    if (title.startsWith(u"Success")) return QMessageBox::Information;
+    return QMessageBox::Warning;
+}
+
+}  // namespace
+
+int MessageBoxAlerts::run(const QString &title, const QString &message, const QStringList &buttons) {
+    QMessageBox box;
+    box.setWindowTitle(title);
+    box.setIcon(iconFor(title, buttons.size()));
+    box.setTextFormat(Qt::PlainText);  // a saved text may look like markup
+    const QString shown = firstPart(message);
+    box.setText(shown);
+    if (shown.size() < message.size()) box.setDetailedText(shortened(message, kMostDetailCharacters));
+    box.setWindowFlag(Qt::WindowStaysOnTopHint);  // the panel is kept on top as well
+    QList<QPushButton *> made;
+    for (qsizetype i = 0; i < buttons.size(); ++i) {
+        const bool last = i == buttons.size() - 1;
+        made << box.addButton(buttons[i], last && i > 0 ? QMessageBox::RejectRole : QMessageBox::AcceptRole);
+    }
+    box.setDefaultButton(made.first());
+    box.setEscapeButton(made.last());
+    box.exec();
+    const qsizetype pressed = made.indexOf(qobject_cast<QPushButton *>(box.clickedButton()));
+    return static_cast<int>(pressed < 0 ? buttons.size() - 1 : pressed);
+}

@@ -1,0 +1,86 @@
+#include "platform/Notifications.h"
+
+#include <QDBusConnection>
+#include <QDBusPendingCallWatcher>
+#include <QDBusPendingReply>
+#include <QDBusServiceWatcher>
+#include <QVariantMap>
+
+#include "platform/Text.h"
+
+namespace {
+
+const QString kService = QStringLiteral("org.freedesktop.Notifications");
+const QString kPath = QStringLiteral("/org/freedesktop/Notifications");
+
+// A notification is a glance: services lay out every character they get, however many.
+constexpr qsizetype kMostCharacters = 400;
+
+QDBusMessage call(const QString &method) {
+    return QDBusMessage::createMethodCall(kService, kPath, kService, method);
+}
+
+// The text with its end kept (a closing quotation mark, say) and without what a message cannot carry.
+QString presentable(const QString &text) {
+    QString shown = text;
+    if (shown.size() > kMostCharacters) {
+        shown = shortened(text, kMostCharacters) + text.right(2);
+    }
+    for (QChar &c : shown) {
+        if (c.unicode() < 0x20 && c != u'\n' && c != u'\t') c = QChar(c.unicode() == 0 ? 0x2400 : 0x2400 + c.unicode());
+    }
+    return shown;
+}
+
+}  // namespace
+
+DesktopNotifications::DesktopNotifications(QObject *parent) : UserNotifications(parent) {
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    bus.connect(kService, kPath, kService, QStringLiteral("ActionInvoked"), this, SLOT(actionInvoked(uint, QString)));
+    bus.connect(kService, kPath, kService, QStringLiteral("NotificationClosed"), this, SLOT(notificationClosed(uint, uint)));
+    auto *watcher = new QDBusServiceWatcher(kService, bus, QDBusServiceWatcher::WatchForOwnerChange, this);
+    // Another service counts its ids anew.
+    connect(watcher, &QDBusServiceWatcher::serviceOwnerChanged, this,
+            [this](const QString &, const QString &, const QString &newOwner) {
+                delivered_.clear();
+                if (!newOwner.isEmpty()) askForCapabilities();
+            });
+    askForCapabilities();
+}
+
+void DesktopNotifications::askForCapabilities() {
+    QDBusMessage question = call(QStringLiteral("GetCapabilities"));
+    question.setAutoStartService(false);  // a start of the program is no reason to start the service
+    auto *reply = new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(question), this);
+    connect(reply, &QDBusPendingCallWatcher::finished, this, [this, reply] {
+        const QDBusPendingReply<QStringList> capabilities = *reply;
+        if (!capabilities.isError()) understandsMarkup_ = capabilities.value().contains(QStringLiteral("body-markup"));
+        reply->deleteLater();
+    });
+}
+
+void DesktopNotifications::deliver(const QString &title, const QString &informativeText) {
+    const QString body = presentable(informativeText);
+    const QVariantMap hints{{QStringLiteral("sound-name"), QStringLiteral("message-new-instant")},
+                            {QStringLiteral("desktop-entry"), QStringLiteral("quillery")}};
+    QDBusMessage notify = call(QStringLiteral("Notify"));
+    notify << QStringLiteral("Quillery") << 0U << QStringLiteral("quillery") << title
+           << (understandsMarkup_ ? body.toHtmlEscaped() : body)
+           << QStringList{QStringLiteral("default"), tr("Show")} << hints << -1;
+    auto *reply = new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(notify), this);
+    connect(reply, &QDBusPendingCallWatcher::finished, this, [this, reply, title, body] {
+        const QDBusPendingReply<uint> id = *reply;
+        if (id.isError()) {
+            Q_EMIT undeliverable(title, body);
+        } else {
+            delivered_.insert(id.value());
+        }
+        reply->deleteLater();
+    });
+}
+
+void DesktopNotifications::actionInvoked(uint id, const QString &action) {
+    if (delivered_.contains(id) && action == u"default") Q_EMIT activated();
+}
+
+void DesktopNotifications::notificationClosed(uint id, uint) { delivered_.remove(id); }

@@ -1,0 +1,113 @@
+#include "platform/PersonalStorage.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <system_error>
+#include <thread>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Where the server publishes its port and its users hold their locks; the server has the same rule.
+fs::path runtimeFolder() {
+    if (const char *runtime = std::getenv("XDG_RUNTIME_DIR"); runtime && *runtime) return fs::path(runtime) / "quillery";
+    if (const char *cache = std::getenv("XDG_CACHE_HOME"); cache && *cache) return fs::path(cache) / "quillery";
+    const char *home = std::getenv("HOME");
+    return fs::path(home ? home : "/") / ".cache" / "quillery";
+}
+
+bool answersOn(std::int32_t port) {
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) return false;
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const bool connected = connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
+    close(fd);
+    return connected;
+}
+
+std::optional<std::int32_t> publishedPort() {
+    std::ifstream file(runtimeFolder() / "storage.port");
+    std::int32_t port = 0;
+    if (!(file >> port) || port < 1 || port > 65535 || !answersOn(port)) return std::nullopt;
+    return port;
+}
+
+// Starts `program --while-used` detached from this process's session and terminal. False with errno set.
+pid_t start(const fs::path &program) {
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    sigset_t none;
+    sigemptyset(&none);
+    posix_spawnattr_setsigmask(&attributes, &none);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK);
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    std::string path = program.string();
+    std::string whileUsed = "--while-used";
+    std::array<char *, 3> arguments = {path.data(), whileUsed.data(), nullptr};
+    pid_t child = -1;
+    const int error = posix_spawn(&child, path.c_str(), &files, &attributes, arguments.data(), environ);
+    posix_spawn_file_actions_destroy(&files);
+    posix_spawnattr_destroy(&attributes);
+    if (error == 0) return child;
+    errno = error;
+    return -1;
+}
+
+}  // namespace
+
+PersonalStorage::~PersonalStorage() {
+    if (usersLock_ >= 0) close(usersLock_);
+}
+
+PersonalStorage::Result PersonalStorage::ensureRunning(const fs::path &program, std::stop_token stop) {
+    std::error_code error;
+    fs::create_directories(runtimeFolder(), error);
+    const fs::path users = runtimeFolder() / "storage.users";
+    if (usersLock_ < 0) usersLock_ = open(users.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    // Waits for the moment in which a server without users is ending.
+    if (usersLock_ < 0 || flock(usersLock_, LOCK_SH) != 0) {
+        return {std::nullopt, users.string() + ": " + std::strerror(errno)};
+    }
+    if (const auto port = publishedPort()) return {port, {}};
+
+    const pid_t child = start(program);
+    if (child < 0) return {std::nullopt, program.string() + " could not be started: " + std::strerror(errno)};
+    const auto end = std::chrono::steady_clock::now() + kStartLimit;
+    bool childEnded = false;
+    while (std::chrono::steady_clock::now() < end && !stop.stop_requested()) {
+        if (const auto port = publishedPort()) {
+            // Its end, whenever it comes, is to leave no zombie behind.
+            if (!childEnded) std::thread([child] { waitpid(child, nullptr, 0); }).detach();
+            return {port, {}};
+        }
+        // Another server of this user's may have been quicker; a second one ends by itself, and the first answers soon.
+        int status = 0;
+        if (!childEnded && waitpid(child, &status, WNOHANG) == child) {
+            childEnded = true;
+            if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+                return {std::nullopt, program.string() + " ended at once"};
+            }
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    if (!childEnded) std::thread([child] { waitpid(child, nullptr, 0); }).detach();
+    return {std::nullopt, program.string() + " did not begin to answer"};
+}

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <QFrame>
+
+// A small frameless window that belongs to a control and stands at one of its edges. Escape, a click elsewhere or
+// leaving the program's windows closes it. It takes neither the keyboard focus nor any grab, so that the list below it
+// stays usable and global hot keys work while it is up.
+class Popover : public QFrame {
+    Q_OBJECT
+
+  public:
+    // The edge of the sender at which a popover stands.
+    enum class Edge { kMinX = 0, kMinY = 1, kMaxX = 2, kMaxY = 3 };
+
+    explicit Popover(QWidget *parent = nullptr);
+
+    // Shows the popover at `edge` of `sender` (kMaxY is the top edge), or on the other side where there is more room.
+    // With no sender it stands in the middle of the screen.
+    void showRelativeTo(QWidget *sender, Edge edge);
+
+  protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
+  private:
+    void leave(Qt::ApplicationState state);
+};

@@ -1,0 +1,93 @@
+#include "platform/StatusBar.h"
+
+#include <xcb/xcb.h>
+
+#include <QCursor>
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QGuiApplication>
+#include <QIcon>
+#include <QMenu>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+constexpr int kLookAgainMilliseconds = 1000;
+
+bool hasNotifierHost() {
+    const auto *bus = QDBusConnection::sessionBus().interface();
+    return bus && bus->isServiceRegistered(QStringLiteral("org.kde.StatusNotifierWatcher"));
+}
+
+bool hasXTray() {
+    const auto *x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
+    if (!x11 || !x11->connection()) return false;
+    xcb_connection_t *connection = x11->connection();
+    constexpr char kSelection[] = "_NET_SYSTEM_TRAY_S0";
+    auto *atom = xcb_intern_atom_reply(connection, xcb_intern_atom(connection, 0, sizeof kSelection - 1, kSelection), nullptr);
+    if (!atom) return false;
+    auto *owner = xcb_get_selection_owner_reply(connection, xcb_get_selection_owner(connection, atom->atom), nullptr);
+    std::free(atom);
+    const bool there = owner && owner->owner != XCB_NONE;
+    std::free(owner);
+    return there;
+}
+
+QIcon statusImage(QString name) {
+    name.remove(QStringLiteral(".png"));
+    QIcon icon;
+    for (const int size : {16, 22, 24, 32, 48, 64}) {
+        icon.addFile(QStringLiteral(":/status/%1-%2.png").arg(name).arg(size), QSize(size, size));
+    }
+    return icon;
+}
+
+}  // namespace
+
+// Qt decides between the two kinds of status bar once, at the first touch of QSystemTrayIcon: so nothing of it is
+// touched before there is one.
+bool StatusBar::isAvailable() { return hasNotifierHost() || hasXTray(); }
+
+StatusItem::StatusItem(QObject *parent) : QObject(parent) {
+    connect(&lookAgain_, &QTimer::timeout, this, &StatusItem::showIfPossible);
+    lookAgain_.setInterval(kLookAgainMilliseconds);
+}
+
+StatusItem::~StatusItem() = default;
+
+void StatusItem::setImage(const QString &name) {
+    image_ = name;
+    if (icon_) icon_->setIcon(statusImage(image_));
+}
+
+void StatusItem::setToolTip(const QString &text) {
+    toolTip_ = text;
+    if (icon_) icon_->setToolTip(toolTip_);
+}
+
+void StatusItem::setMenu(QMenu *menu) {
+    menu_ = menu;
+    showIfPossible();
+    if (!icon_) lookAgain_.start();
+}
+
+void StatusItem::showIfPossible() {
+    if (icon_ || !menu_ || !StatusBar::isAvailable()) return;
+    lookAgain_.stop();
+    icon_ = std::make_unique<QSystemTrayIcon>(statusImage(image_));
+    icon_->setToolTip(toolTip_);
+    icon_->setContextMenu(menu_);
+    connect(icon_.get(), &QSystemTrayIcon::messageClicked, this, &StatusItem::messageClicked);
+    connect(icon_.get(), &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
+        if (reason == QSystemTrayIcon::Trigger) menu_->popup(QCursor::pos());
+    });
+    icon_->show();
+    Q_EMIT shown();
+}
+
+bool StatusItem::showMessage(const QString &title, const QString &text) {
+    if (!icon_ || !QSystemTrayIcon::supportsMessages()) return false;
+    icon_->showMessage(title, text);
+    return true;
+}

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <QObject>
+#include <QSystemTrayIcon>
+#include <QTimer>
+#include <memory>
+
+class QMenu;
+
+// The desktop's status bar and this program's items in it. UI thread only.
+class StatusBar {
+  public:
+    // Whether there is a status bar to show items in now: a StatusNotifierItem host, or an X11 system tray.
+    static bool isAvailable();
+};
+
+// One item of the status bar: an image and a menu. Where there is no status bar yet, it appears as soon as there is.
+class StatusItem : public QObject {
+    Q_OBJECT
+
+  public:
+    explicit StatusItem(QObject *parent = nullptr);
+    ~StatusItem() override;
+
+    // The name of an image, "online.png": the resources hold it in each size that status bars ask for.
+    void setImage(const QString &name);
+    // Not owned; to outlive the item. A left click opens it, too.
+    void setMenu(QMenu *menu);
+    void setToolTip(const QString &text);
+
+    bool isShown() const { return icon_ != nullptr; }
+
+    // For a desktop without a notification service: a balloon at the item. False if there is no item to show it at.
+    bool showMessage(const QString &title, const QString &text);
+
+  Q_SIGNALS:
+    // The item has just become visible in a status bar.
+    void shown();
+    // The user clicked the balloon of showMessage().
+    void messageClicked();
+
+  private:
+    void showIfPossible();
+
+    std::unique_ptr<QSystemTrayIcon> icon_;
+    QTimer lookAgain_;
+    QString image_;
+    QString toolTip_;
+    QMenu *menu_ = nullptr;
+};

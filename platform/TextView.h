@@ -1,0 +1,33 @@
+#pragma once
+
+#include <QPlainTextEdit>
+#include <QTimer>
+
+// A read-only view of one text of any size, scrollable. A large text comes in pieces while the event loop turns, so
+// that showing it never holds up the interface; lines of more than kLongLine characters are folded for display.
+class TextView : public QPlainTextEdit {
+    Q_OBJECT
+
+  public:
+    static constexpr qsizetype kLongLine = 2000;
+    static constexpr qsizetype kPiece = 32 * 1024;
+
+    explicit TextView(QWidget *parent = nullptr);
+
+    // Shows `text` in place of what was shown, from its beginning.
+    void setString(const QString &text);
+
+    // Whether all of the text is in the view.
+    bool isComplete() const { return shown_ >= text_.size(); }
+
+  Q_SIGNALS:
+    void completed();
+
+  private:
+    void showNextPiece();
+
+    QString text_;
+    qsizetype shown_ = 0;
+    qsizetype lineLength_ = 0;
+    QTimer next_;
+};

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <QObject>
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <stop_token>
+
+class UiThread;
+
+// Work that the interface has to wait for: it runs on a thread of its own while the UI thread turns its event loop, so
+// windows repaint, spinners turn and the desktop never calls the program hung.
+//
+// UI thread only. Actions of the user that arrive meanwhile are held back by the ActionGate, not by this class.
+class Waiting : public QObject {
+    Q_OBJECT
+
+  public:
+    // After this long a wait says what it waits for and offers to cancel.
+    static constexpr std::chrono::milliseconds kPatience{1000};
+
+    explicit Waiting(UiThread &ui, QObject *parent = nullptr);
+
+    // Runs `work` and returns its value. `whatFor` is a sentence for the user. The token is stopped when the user
+    // cancels; work is expected to return soon after that, with whatever means "nothing" for it.
+    template <class Work>
+    auto run(const QString &whatFor, Work work) -> std::invoke_result_t<Work, std::stop_token> {
+        std::optional<std::invoke_result_t<Work, std::stop_token>> result;
+        runUntilDone(whatFor, [&result, &work](std::stop_token token) { result = work(std::move(token)); });
+        return std::move(*result);
+    }
+
+    // Gives up on the wait in progress, if there is one.
+    void cancel();
+
+  Q_SIGNALS:
+    // A wait has lasted longer than kPatience. finished() follows.
+    void slow(const QString &whatFor);
+    // That wait is over.
+    void finished();
+
+  private:
+    void runUntilDone(const QString &whatFor, const std::function<void(std::stop_token)> &work);
+
+    UiThread &ui_;
+    std::optional<std::stop_source> current_;
+};
