@@ -38,16 +38,18 @@ std::string poolKey(const FTPAddress &address) {
     return key;
 }
 
+/// The reply "service not available, closing control connection".
+constexpr long kServerClosesDown = 421;
+
 /// Whether the server has answered this very request with a refusal: the connection is fine then.
 bool isRefusal(CURLcode result, long reply) {
-    constexpr long kClosingDown = 421;
     switch (result) {
         case CURLE_LOGIN_DENIED:
         case CURLE_REMOTE_ACCESS_DENIED:
         case CURLE_REMOTE_FILE_NOT_FOUND:
         case CURLE_FTP_COULDNT_RETR_FILE:
         case CURLE_UPLOAD_FAILED:
-            return reply >= 400 && reply < 600 && reply != kClosingDown;
+            return reply >= 400 && reply < 600 && reply != kServerClosesDown;
         default:
             return false;
     }
@@ -173,7 +175,7 @@ Transfer::Status Transfer::attemptEnded(CURLcode result) {
     long reply = 0;
     curl_easy_getinfo(connection_->easy(), CURLINFO_RESPONSE_CODE, &reply);
     if (isInterrupted()) result = CURLE_ABORTED_BY_CALLBACK;
-    const bool retry = shouldRetry(result);
+    const bool retry = shouldRetry(result, reply);
     releaseConnection(result == CURLE_OK || (isRefusal(result, reply) && !isInterrupted()));
     if (retry) {
         hadRetry_ = true;
@@ -183,14 +185,13 @@ Transfer::Status Transfer::attemptEnded(CURLcode result) {
 }
 
 /// A server may close a connection that was idle, and may say so only when the next command arrives.
-bool Transfer::shouldRetry(CURLcode result) const {
-    if (result == CURLE_OK || result == CURLE_ABORTED_BY_CALLBACK || result == CURLE_OPERATION_TIMEDOUT)
-        return false;
-    long reply = 0;
-    curl_easy_getinfo(connection_->easy(), CURLINFO_RESPONSE_CODE, &reply);
-    const bool wasReused =
-        controlConnectionsBefore_ > 0 && connection_->controlConnectionsOpened() == controlConnectionsBefore_;
-    return wasReused && !movedAnyByte_ && !hadRetry_ && !isRefusal(result, reply);
+bool Transfer::shouldRetry(CURLcode result, long reply) const {
+    const bool wasReused = controlConnectionsBefore_ > 0 &&
+                           connection_->controlConnectionsOpened() == controlConnectionsBefore_;
+    if (result == CURLE_OK || !wasReused || movedAnyByte_ || hadRetry_ || isInterrupted()) return false;
+    // libcurl reports a server's closing down as a time-out, too.
+    if (result == CURLE_OPERATION_TIMEDOUT) return reply == kServerClosesDown;
+    return !isRefusal(result, reply);
 }
 
 void Transfer::releaseConnection(bool keepWarm) {

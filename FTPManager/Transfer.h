@@ -61,7 +61,7 @@ class Transfer {
     bool isDead();
     bool isInterrupted() const;
     Status attemptEnded(CURLcode result);
-    bool shouldRetry(CURLcode result) const;
+    bool shouldRetry(CURLcode result, long reply) const;
     void releaseConnection(bool keepWarm);
 
     const FTPTransport &transport_;

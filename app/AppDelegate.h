@@ -172,7 +172,7 @@ class AppDelegate : public QObject {
 
     // Saved list.
     void Save_Clipboard_string_cloud(const std::string &announced);
-    void Save_Clipboard_string_local(const std::string &announced);
+    void Save_Clipboard_string_local(const std::string &announced, std::promise<void> &hasText);
     void Upload_after_removing_action();
     bool isShownInList(const std::string &text);
     std::string clipboardTextForSaving(const std::string &announced);
@@ -185,6 +185,7 @@ class AppDelegate : public QObject {
     void reportUnsavedText(const std::string &text, const std::filesystem::path &path, const std::string &why);
     void startSave(std::function<void()> save);
     void finishSaves();
+    void waitFor(const std::shared_future<void> &event, const QString &whatFor);
     std::filesystem::path localListPath() const;
     void showModes();
 

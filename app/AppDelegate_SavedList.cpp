@@ -34,13 +34,14 @@ void AppDelegate::Save_bar_item(QObject *) {
         alert(tr("Error!"), tr("Text does exist in the list."));
         return;
     }
-    startSave([this, isCloud = isSigned_in, announced = copied.text] {
-        if (isCloud) {
-            Save_Clipboard_string_cloud(announced);
-        } else {
-            Save_Clipboard_string_local(announced);
-        }
-    });
+    if (isSigned_in) {
+        startSave([this, announced = copied.text] { Save_Clipboard_string_cloud(announced); });
+    } else {
+        const auto hasText = std::make_shared<std::promise<void>>();
+        startSave([this, announced = copied.text, hasText] { Save_Clipboard_string_local(announced, *hasText); });
+        // Whoever copies the next text as soon as this one is announced must not replace it in the file.
+        waitFor(hasText->get_future().share(), tr("Asking for the copied text…"));
+    }
     interface.Clipboard_saved_string_combobox->insertItemWithObjectValue(copied.text, 0);
     shell_.notificationCenter.deliver(tr("Success!"),
                                       QStringLiteral("You have successully save (\"%1\")").arg(toQString(copied.text)));
@@ -79,9 +80,10 @@ void AppDelegate::Save_Clipboard_string_cloud(const std::string &announced) {
     shell_.ui.run([&] { UploadDidFinish = uploaded; });
 }
 
-void AppDelegate::Save_Clipboard_string_local(const std::string &announced) {
+void AppDelegate::Save_Clipboard_string_local(const std::string &announced, std::promise<void> &hasText) {
     const auto path = shell_.ui.run([this] { return Content_file_path = localListPath(); });
     const std::string text = clipboardTextForSaving(announced);
+    hasText.set_value();
 
     const std::lock_guard lock(localList_);
     const FileText old = GenFileManager.textAtPath(path);
@@ -125,10 +127,14 @@ void AppDelegate::startSave(std::function<void()> save) {
 
 // Waits until the list file holds what was announced, unless the user cannot wait for it.
 void AppDelegate::finishSaves() {
+    if (savesInProgress_.valid()) waitFor(savesInProgress_, tr("Finishing the save before this one…"));
+}
+
+void AppDelegate::waitFor(const std::shared_future<void> &event, const QString &whatFor) {
     using namespace std::chrono_literals;
-    if (!savesInProgress_.valid() || savesInProgress_.wait_for(0s) == std::future_status::ready) return;
-    shell_.waiting.run(tr("Finishing the save before this one…"), [saves = savesInProgress_](std::stop_token stop) {
-        while (saves.wait_for(20ms) != std::future_status::ready && !stop.stop_requested()) {
+    if (event.wait_for(0s) == std::future_status::ready) return;
+    shell_.waiting.run(whatFor, [event](std::stop_token stop) {
+        while (event.wait_for(20ms) != std::future_status::ready && !stop.stop_requested()) {
         }
         return true;
     });

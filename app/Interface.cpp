@@ -9,7 +9,7 @@
 namespace {
 
 constexpr int kQuickViewWidth = 428;  // the width of the list it belongs to
-constexpr int kQuickViewHeight = 200;
+constexpr int kQuickViewHeight = 150;
 
 // A view of its own, filled from one interface file.
 template <class File>

@@ -156,9 +156,7 @@ VkHotKeySet VkHotKeyCenter::registeredHotKeys() const {
 }
 
 void VkHotKeyCenter::unregisterHotKey(const std::shared_ptr<VkHotKey> &hotKey) {
-    if (!hotKey) return;
-    const std::shared_ptr<VkHotKey> kept = hotKey;  // the argument may be a reference that the removal ends
-    unregisterRecord(*kept);
+    if (hotKey) unregisterRecord(*hotKey);
 }
 
 void VkHotKeyCenter::unregisterRecord(VkHotKey &hotKey) {

@@ -35,7 +35,7 @@ class AsciiMatcher {
             const void *found = std::memchr(text.data(), first, text.size() - words_.size() + 1);
             if (!found) return false;
             text.remove_prefix(static_cast<std::size_t>(static_cast<const char *>(found) - text.data()));
-            const auto same = [](char a, char b) { return lower(a) == b; };
+            const auto same = [](char word, char c) { return word == lower(c); };
             if (std::equal(words_.begin(), words_.end(), text.begin(), same)) return true;
             text.remove_prefix(1);
         }

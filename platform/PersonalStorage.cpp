@@ -40,7 +40,18 @@ bool answersOn(std::int32_t port) {
     return connected;
 }
 
+// The server holds this lock for as long as it lives. A port that was published by one that has been killed may be
+// anybody's by now.
+bool serverLives() {
+    const int fd = open((runtimeFolder() / "storage.lock").c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return false;
+    const bool isFree = flock(fd, LOCK_SH | LOCK_NB) == 0;
+    close(fd);
+    return !isFree;
+}
+
 std::optional<std::int32_t> publishedPort() {
+    if (!serverLives()) return std::nullopt;
     std::ifstream file(runtimeFolder() / "storage.port");
     std::int32_t port = 0;
     if (!(file >> port) || port < 1 || port > 65535 || !answersOn(port)) return std::nullopt;

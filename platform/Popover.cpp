@@ -14,7 +14,6 @@ constexpr int kGap = 6;  // pixels between the control and its popover
 Popover::Popover(QWidget *parent) : QFrame(parent, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint) {
     setFrameShape(QFrame::StyledPanel);
     setAttribute(Qt::WA_ShowWithoutActivating);
-    connect(qApp, &QGuiApplication::applicationStateChanged, this, &Popover::leave);
 }
 
 void Popover::showRelativeTo(QWidget *sender, Edge edge) {
@@ -42,10 +41,11 @@ void Popover::showRelativeTo(QWidget *sender, Edge edge) {
     place.setX(std::clamp(place.x(), room.left(), std::max(room.left(), room.right() - width())));
     place.setY(std::clamp(place.y(), room.top(), std::max(room.top(), room.bottom() - height())));
     move(place);
-    qApp->removeEventFilter(this);
-    qApp->installEventFilter(this);
+    sender_ = sender;
     show();
     raise();
+    qApp->removeEventFilter(this);
+    qApp->installEventFilter(this);
 }
 
 bool Popover::eventFilter(QObject *watched, QEvent *event) {
@@ -61,9 +61,12 @@ bool Popover::eventFilter(QObject *watched, QEvent *event) {
         const auto *mouse = static_cast<QMouseEvent *>(event);
         if (!geometry().contains(mouse->globalPosition().toPoint())) hide();
     }
+    // Which window is the active one now is known only after this event.
+    if (event->type() == QEvent::WindowDeactivate) QMetaObject::invokeMethod(this, &Popover::closeIfLeft, Qt::QueuedConnection);
     return false;
 }
 
-void Popover::leave(Qt::ApplicationState state) {
-    if (state != Qt::ApplicationActive) hide();
+void Popover::closeIfLeft() {
+    const QWidget *active = QApplication::activeWindow();
+    if (active != this && (!active || !sender_ || active != sender_->window())) hide();
 }

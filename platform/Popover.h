@@ -1,9 +1,10 @@
 #pragma once
 
 #include <QFrame>
+#include <QPointer>
 
 // A small frameless window that belongs to a control and stands at one of its edges. Escape, a click elsewhere or
-// leaving the program's windows closes it. It takes neither the keyboard focus nor any grab, so that the list below it
+// another window's coming to the front closes it. It takes neither the keyboard focus nor any grab, so that the list below it
 // stays usable and global hot keys work while it is up.
 class Popover : public QFrame {
     Q_OBJECT
@@ -22,5 +23,7 @@ class Popover : public QFrame {
     bool eventFilter(QObject *watched, QEvent *event) override;
 
   private:
-    void leave(Qt::ApplicationState state);
+    void closeIfLeft();
+
+    QPointer<QWidget> sender_;
 };

@@ -1,0 +1,108 @@
+#include <QTest>
+#include <atomic>
+#include <thread>
+
+#include "tests/app/ControllerTest.h"
+
+using namespace std::chrono_literals;
+
+namespace {
+const QString kError = QStringLiteral("Error!");
+const QString kEmpty = QStringLiteral("Your clipboard is empty.");
+}  // namespace
+
+class GateTest : public ControllerTest {
+  protected:
+    GateTest() { setNotFirstUse(); }
+};
+
+TEST_F(GateTest, ActionsDuringAnAlertRunAfterItOnceEachInOrder) {
+    putLocal("a" + kEnd + "b" + kEnd);
+    start();
+    enter([&] { delegate->Clipboard_saves(nullptr); });
+    copy("");
+    alerts.expect(kError, kEmpty, 0, [&] {
+        pick(0);
+        delegate->interface.RemoveItem_button->click();
+        pick(1);
+        delegate->Save_bar_item(VkKeyEvent());
+        Q_EMIT notifications.activated();
+        copy("copied meanwhile");
+        EXPECT_EQ(clipboard(), "copied meanwhile") << "no pick ran inside the alert";
+        EXPECT_FALSE(delegate->RemoveMode_enabled);
+    });
+    alerts.expect(kError, QStringLiteral("Text does exist in the list."));
+    alerts.expect(QStringLiteral("Success!"), QStringLiteral("You have successully save:(\"a\")"));
+    delegate->interface.Saveing_menu_item->trigger();
+    settle();
+    // The first pick copied "a"; remove mode came on; the second pick removed "b"; the hot key found "a" in the list.
+    EXPECT_EQ(items(), (Items{"a", ""}));
+    EXPECT_EQ(local(), "a" + kEnd);
+}
+
+TEST_F(GateTest, ActionsDuringAReadRunAfterIt) {
+    setAutoLogin(QStringLiteral("alice"));
+    putLocal("");
+    putRemote(".alice_Quillery.txt", "far" + kEnd);
+    start();
+    copy("near");
+    QStringList order;
+    notifications.onDeliver = [&](const QString &) { order << QStringLiteral("saved with %1 items").arg(items().size()); };
+    bool clicked = false;
+    QTimer::singleShot(0, [&] {
+        // The list is being read just now.
+        EXPECT_TRUE(gate.isBusy());
+        clicked = true;
+        delegate->interface.Saveing_menu_item->trigger();
+        EXPECT_TRUE(order.isEmpty());
+    });
+    delegate->interface.Clipboard_saves_menu_item->trigger();
+    EXPECT_TRUE(clicked);
+    EXPECT_EQ(order, QStringList{QStringLiteral("saved with 3 items")});
+    settle();
+    EXPECT_EQ(remote(".alice_Quillery.txt"), "near" + kEnd + "far" + kEnd);
+}
+
+TEST_F(GateTest, AnAlertOfABackgroundOperationWaitsForTheOneThatIsUp) {
+    setAutoLogin(QStringLiteral("alice"));
+    putLocal("");
+    putRemote(".alice_Quillery.txt", "a" + kEnd);
+    start();
+    enter([&] { delegate->Clipboard_saves(nullptr); });
+    std::filesystem::remove(htdocs / ".alice_Quillery.txt");
+    delegate->interface.RemoveItem_button->click();
+    pick(0);
+    copy("");
+    alerts.expect(kError, kEmpty, 0, [&] {
+        // Long enough for the removal to fail and to ask for its alert.
+        EXPECT_TRUE(waitFor([&] { return items().size() == 1; }));
+        QTest::qWait(200);
+        EXPECT_EQ(alerts.outstanding(), 1U);
+    });
+    alerts.expect(kError, QStringLiteral("Server/Internet connection error.\nUnable to save text."));
+    delegate->interface.Saveing_menu_item->trigger();
+    settle();
+}
+
+// Many saves one after another, as quickly as the gate takes them: each is in the file, newest first.
+TEST_F(GateTest, QuickSavesAllArriveInOrder) {
+    start();
+    std::string expected;
+    for (int i = 0; i < 50; ++i) {
+        copy("text " + std::to_string(i));
+        delegate->interface.Saveing_menu_item->trigger();
+        expected.insert(0, "text " + std::to_string(i) + kEnd);
+    }
+    settle();
+    EXPECT_EQ(local(), expected);
+}
+
+TEST_F(GateTest, QuittingAsksAndANoChangesNothing) {
+    start();
+    bool ended = false;
+    QObject::connect(qApp, &QCoreApplication::aboutToQuit, [&] { ended = true; });
+    alerts.expect(QStringLiteral("Alert!"), QStringLiteral("Are you sure you want to quit?"), 1);
+    delegate->interface.Quit->trigger();
+    QCoreApplication::processEvents();
+    EXPECT_FALSE(ended);
+}

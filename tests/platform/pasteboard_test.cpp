@@ -1,0 +1,79 @@
+#include "platform/Pasteboard.h"
+
+#include <gtest/gtest.h>
+
+#include <QClipboard>
+#include <QElapsedTimer>
+#include <QGuiApplication>
+#include <QImage>
+#include <QProcess>
+#include <QTimer>
+#include <csignal>
+
+#include "platform/UiThread.h"
+#include "platform/Waiting.h"
+#include "tests/support/WaitFor.h"
+
+using namespace std::string_literals;
+
+class PasteboardTest : public testing::Test {
+  protected:
+    // Another program that owns the clipboard and offers `bytes` as UTF-8.
+    void copyInAnotherProgram(const std::string &bytes) {
+        owner.start(QStringLiteral("xclip"), {QStringLiteral("-quiet"), QStringLiteral("-selection"), QStringLiteral("clipboard")});
+        owner.write(bytes.data(), static_cast<qint64>(bytes.size()));
+        owner.closeWriteChannel();
+        ASSERT_TRUE(waitFor([&] { return !QGuiApplication::clipboard()->ownsClipboard() && pasteboard.stringForType().text == bytes; }));
+    }
+    void TearDown() override {
+        owner.kill();
+        owner.waitForFinished();
+    }
+
+    UiThread ui;
+    Waiting waiting{ui};
+    DesktopPasteboard pasteboard{ui, waiting};
+    QProcess owner;
+};
+
+TEST_F(PasteboardTest, TextsOfEveryKindGoBothWaysByteForByte) {
+    std::string everything = "\xEF\xBB\xBFtab\t nul\0 cr\r\n \xF0\x9F\x98\x80 e\xCC\x81 \xD7\xA9\xD7\x9C"s;
+    std::string large;
+    while (large.size() < 5'000'000) large += everything;
+    for (const std::string &text : {everything, large}) {
+        ASSERT_TRUE(pasteboard.setString(text));
+        EXPECT_TRUE(pasteboard.stringForType().text == text);
+        // What another program gets, over the wire.
+        const auto wire = waiting.run(QString(), [](std::stop_token) { return readXSelection(std::chrono::seconds(5)); });
+        EXPECT_TRUE(wire.text == text);
+        copyInAnotherProgram(text);
+        const auto fromThread = waiting.run(QString(), [this](std::stop_token) { return pasteboard.stringForType(); });
+        EXPECT_TRUE(fromThread.text == text) << "read in the background";
+        owner.kill();
+        owner.waitForFinished();
+    }
+}
+
+TEST_F(PasteboardTest, TellsAnEmptyClipboardFromOneWithoutText) {
+    QGuiApplication::clipboard()->clear();
+    EXPECT_EQ(pasteboard.stringForType().state, PasteboardText::State::kNoText);
+    QGuiApplication::clipboard()->setImage(QImage(4, 4, QImage::Format_RGB32));
+    EXPECT_EQ(pasteboard.stringForType().state, PasteboardText::State::kNoText);
+    QGuiApplication::clipboard()->setText(QStringLiteral(""));
+    EXPECT_EQ(pasteboard.stringForType().text, "");
+}
+
+TEST_F(PasteboardTest, AnOwnerThatHangsIsGivenUpWhileTheInterfaceLives) {
+    copyInAnotherProgram("text");
+    ASSERT_EQ(kill(static_cast<pid_t>(owner.processId()), SIGSTOP), 0);
+    int ticks = 0;
+    QTimer timer;
+    QObject::connect(&timer, &QTimer::timeout, [&] { ++ticks; });
+    timer.start(10);
+    QElapsedTimer clock;
+    clock.start();
+    EXPECT_EQ(pasteboard.stringForType().state, PasteboardText::State::kNoAnswer);
+    EXPECT_LT(clock.elapsed(), 4000);
+    EXPECT_GT(ticks, 20);
+    kill(static_cast<pid_t>(owner.processId()), SIGCONT);
+}
