@@ -186,8 +186,8 @@ Transfer::Status Transfer::attemptEnded(CURLcode result) {
 
 /// A server may close a connection that was idle, and may say so only when the next command arrives.
 bool Transfer::shouldRetry(CURLcode result, long reply) const {
-    const bool wasReused = controlConnectionsBefore_ > 0 &&
-                           connection_->controlConnectionsOpened() == controlConnectionsBefore_;
+    const bool wasReused =
+        controlConnectionsBefore_ > 0 && connection_->controlConnectionsOpened() == controlConnectionsBefore_;
     if (result == CURLE_OK || !wasReused || movedAnyByte_ || hadRetry_ || isInterrupted()) return false;
     // libcurl reports a server's closing down as a time-out, too.
     if (result == CURLE_OPERATION_TIMEDOUT) return reply == kServerClosesDown;

@@ -1,6 +1,7 @@
 #include "app/AppDelegate.h"
 
 #include <QCoreApplication>
+#include <QKeyEvent>
 #include <cstdio>
 #include <utility>
 
@@ -13,7 +14,9 @@ namespace {
 constexpr const char *kStorageUser = "qz7m_50281946";
 constexpr const char *kStoragePassword = "w5rt9x2h";
 
-void log(const std::string &line) { std::fprintf(stderr, "Quillery: %s\n", line.c_str()); }
+void log(const std::string &line) {
+    std::fprintf(stderr, "Quillery: %s\n", line.c_str());
+}
 
 }  // namespace
 
@@ -107,14 +110,15 @@ void AppDelegate::Varibles_values() {
     if (shell_.configuration.storageHost) {
         storageHost_ = *shell_.configuration.storageHost;
     } else {
-        const auto storage = shell_.waiting.run(tr("Starting the personal storage server…"), shell_.personalStorage);
+        const auto storage =
+            shell_.waiting.run(tr("Starting the personal storage server…"), shell_.personalStorage);
         if (!storage.port) log("no personal storage server: " + storage.problem);
         // Without a server there is no host, and every read and write fails at once.
         storageHost_ = storage.port ? "127.0.0.1" : "";
         port = storage.port.value_or(port);
     }
-    Quillery_Server = FMServer::serverWithDestination(storageHost_ + "/" + std::string(StorageNames::kRemoteDirectory),
-                                                      kStorageUser, kStoragePassword);
+    Quillery_Server = FMServer::serverWithDestination(
+        storageHost_ + "/" + std::string(StorageNames::kRemoteDirectory), kStorageUser, kStoragePassword);
     Quillery_Server.port = port;
 }
 
@@ -139,10 +143,10 @@ void AppDelegate::Register_HotKeys() {
 
 bool AppDelegate::Check_if_internet_connection_is_found() {
     interface.Checking_for_connection_spinner->setUsesThreadedAnimation(true);
-    UploadDidFinish = shell_.waiting.run(tr("Checking the connection to the storage server…"),
-                                         [server = server()](std::stop_token stop) {
-                                             return server.upload("Check", std::string(StorageNames::kCheckInternet), stop);
-                                         });
+    UploadDidFinish = shell_.waiting.run(
+        tr("Checking the connection to the storage server…"), [server = server()](std::stop_token stop) {
+            return server.upload("Check", std::string(StorageNames::kCheckInternet), stop);
+        });
     interface.Quillery_window->close();
     interface.Checking_for_connection_spinner->stopAnimation();
     return UploadDidFinish;
@@ -201,21 +205,25 @@ void AppDelegate::lockIfPasscodeIsSet() {
 
 void AppDelegate::fillSavedListAtStart() {
     if (isSigned_in) {
-        const auto text = serverText(StorageNames::clipList(Username.value_or("")), tr("Reading your list from the storage server…"));
-        Content_of_quillery_file_Server = text ? std::make_shared<const std::string>(std::move(*text)) : nullptr;
+        const auto text = serverText(StorageNames::clipList(Username.value_or("")),
+                                     tr("Reading your list from the storage server…"));
+        Content_of_quillery_file_Server =
+            text ? std::make_shared<const std::string>(std::move(*text)) : nullptr;
         if (!GenFileManager.fileExistsAtPath(Content_file_path)) {
             const std::string problem = GenFileManager.createFileAtPath(Content_file_path, {});
             if (!problem.empty()) log(Content_file_path.string() + " could not be made: " + problem);
         } else if (Content_of_quillery_file_Server) {
             interface.Clipboard_saved_string_combobox->addItems(
-                Content_of_quillery_file_Server, ClipList::componentsSeparatedByTerminator(*Content_of_quillery_file_Server));
+                Content_of_quillery_file_Server,
+                ClipList::componentsSeparatedByTerminator(*Content_of_quillery_file_Server));
         }
         return;
     }
     const auto readLocal = [this] {
         FileText local = GenFileManager.textAtPath(Content_file_path);
         if (local.mustBeSetAside()) log(Content_file_path.string() + " could not be read: " + local.problem);
-        Content_of_quillery_file_Local = local.text ? std::make_shared<const std::string>(std::move(*local.text)) : nullptr;
+        Content_of_quillery_file_Local =
+            local.text ? std::make_shared<const std::string>(std::move(*local.text)) : nullptr;
     };
     readLocal();
     if (!GenFileManager.fileExistsAtPath(Content_file_path)) {
@@ -230,13 +238,15 @@ void AppDelegate::fillSavedListAtStart() {
 void AppDelegate::showPreferences() {
     const bool opensAtLaunch = settingIs("kOpenAtLaunch", "Yes");
     interface.Open_at_launch_check_box->setChecked(opensAtLaunch);
-    interface.Open_at_launch_label->setText(opensAtLaunch ? tr("Open at launch:enabled") : tr("Open at launch:disabled"));
+    interface.Open_at_launch_label->setText(opensAtLaunch ? tr("Open at launch:enabled")
+                                                          : tr("Open at launch:disabled"));
     const bool autoLogin = settingIs("kAutoLogin", "Yes");
     interface.Auto_Login_Check_box->setChecked(autoLogin);
     interface.Auto_login_label->setText(autoLogin ? tr("Auto-Login:enabled") : tr("Auto-Login:disabled"));
     const bool hasPasscode = settingIs("kHasPasscode", "YES");
     log(hasPasscode ? "Old passcode" : "New passcode");
-    interface.Passcode_box->setContentView(hasPasscode ? interface.change_passcode_view : interface.new_passcode_view);
+    interface.Passcode_box->setContentView(hasPasscode ? interface.change_passcode_view
+                                                       : interface.new_passcode_view);
 }
 
 void AppDelegate::Quit(QObject *) {
@@ -252,7 +262,8 @@ void AppDelegate::terminate() {
         connect(&patience, &QTimer::timeout, this, [this] {
             disconnect(interface.Waiting_window.get(), &WaitingWindow::cancelled, nullptr, nullptr);
             connect(interface.Waiting_window.get(), &WaitingWindow::cancelled, this, [] { std::_Exit(1); });
-            interface.Waiting_window->showFor(tr("Finishing what is still being saved…"), tr("Quit Without Saving"));
+            interface.Waiting_window->showFor(tr("Finishing what is still being saved…"),
+                                              tr("Quit Without Saving"));
         });
         patience.start(Waiting::kPatience);
         shell_.background.waitForAll();
@@ -271,12 +282,14 @@ std::optional<std::string> AppDelegate::Server::text(const std::string &name, st
     return url ? stringWithContentsOfURL(*url, *transport, std::move(stop)) : std::nullopt;
 }
 
-bool AppDelegate::Server::upload(std::optional<std::string_view> data, const std::string &name, std::stop_token stop) const {
+bool AppDelegate::Server::upload(std::optional<std::string_view> data, const std::string &name,
+                                 std::stop_token stop) const {
     return manager->uploadData(data, name, &descriptor, std::move(stop));
 }
 
 std::optional<std::string> AppDelegate::serverText(const std::string &name, const QString &whatFor) {
-    return shell_.waiting.run(whatFor, [server = server(), name](std::stop_token stop) { return server.text(name, stop); });
+    return shell_.waiting.run(
+        whatFor, [server = server(), name](std::stop_token stop) { return server.text(name, stop); });
 }
 
 int AppDelegate::alert(const QString &title, const QString &message, const QStringList &buttons) {
@@ -298,7 +311,9 @@ std::optional<QString> AppDelegate::setting(const char *key) const {
     return shell_.standardUserDefaults.objectForKey(QLatin1String(key));
 }
 
-bool AppDelegate::settingIs(const char *key, const char *value) const { return setting(key) == QLatin1String(value); }
+bool AppDelegate::settingIs(const char *key, const char *value) const {
+    return setting(key) == QLatin1String(value);
+}
 
 void AppDelegate::enterFromButton(QAbstractButton *button, Operation operation) {
     connect(button, &QAbstractButton::clicked, this, [this, button, operation] {
@@ -314,17 +329,21 @@ void AppDelegate::enterFromMenu(QAction *item, Operation operation) {
 
 void AppDelegate::wireInterface() {
     Interface &i = interface;
+    i.Quillery_window->installEventFilter(this);
+    i.Intro_window->installEventFilter(this);
     Saveing_menu_item.setAction([this] { Save_bar_item(static_cast<QObject *>(nullptr)); });
     Clipboard_saves_menu_item.setAction([this] { Clipboard_saves(nullptr); });
     enterFromMenu(i.Quit, &AppDelegate::Quit);
 
-    connect(i.Clipboard_saved_string_combobox, &ListControl::picked, this, [this](int index, const std::string &text) {
-        shell_.gate.enter([this, index, text] {
-            interface.Clipboard_saved_string_combobox->selectPicked(index, text);
-            Clipboard_combox(interface.Clipboard_saved_string_combobox);
-        });
-    });
-    connect(i.Clipboard_saved_string_combobox, &ListControl::dismissed, i.Quillery_window.get(), &QWidget::close);
+    connect(i.Clipboard_saved_string_combobox, &ListControl::picked, this,
+            [this](int index, const std::string &text) {
+                shell_.gate.enter([this, index, text] {
+                    interface.Clipboard_saved_string_combobox->selectPicked(index, text);
+                    Clipboard_combox(interface.Clipboard_saved_string_combobox);
+                });
+            });
+    connect(i.Clipboard_saved_string_combobox, &ListControl::dismissed, i.Quillery_window.get(),
+            &QWidget::close);
     i.Clipboard_saved_string_combobox->setPlaceholderString(tr("Tab to copy to clipboard"));
     enterFromButton(i.RemoveItem_button, &AppDelegate::Remove_item_switch);
     enterFromButton(i.Share_switch, &AppDelegate::Share_mode_switch);
@@ -359,6 +378,17 @@ void AppDelegate::wireInterface() {
     connect(i.Waiting_window.get(), &WaitingWindow::cancelled, &shell_.waiting, &Waiting::cancel);
     connect(&shell_.waiting, &Waiting::slow, this, &AppDelegate::showWaiting);
     connect(&shell_.waiting, &Waiting::finished, this, &AppDelegate::hideWaiting);
+}
+
+bool AppDelegate::eventFilter(QObject *watched, QEvent *event) {
+    const bool isEscape =
+        event->type() == QEvent::KeyPress && static_cast<QKeyEvent *>(event)->key() == Qt::Key_Escape;
+    if (watched == interface.Quillery_window.get() && isEscape) interface.Quillery_window->close();
+    const bool isClosedByUser = event->type() == QEvent::Close && event->spontaneous();
+    if (watched == interface.Intro_window.get() && isClosedByUser && !settingIs("kIsNotFirstUse", "YES")) {
+        QCoreApplication::quit();
+    }
+    return QObject::eventFilter(watched, event);
 }
 
 void AppDelegate::showWaiting(const QString &whatFor) {

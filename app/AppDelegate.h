@@ -19,11 +19,11 @@
 #include "platform/MenuItem.h"
 #include "platform/StatusBar.h"
 
-// The one controller: it owns every interface element and all of the program's state, and its operations are what the
-// user can do. The sections below follow the sources, in their order.
+// The one controller: it owns every interface element and all of the program's state, and its operations are
+// what the user can do. The sections below follow the sources, in their order.
 //
-// UI thread only, with one exception: the operations said to run in the background run on a thread of their own,
-// take copies, and reach the fields and the interface through Shell::ui alone.
+// UI thread only, with one exception: the operations said to run in the background run on a thread of their
+// own, take copies, and reach the fields and the interface through Shell::ui alone.
 //
 // Actions of the user enter through Shell::gate; the operations themselves expect to be inside it.
 class AppDelegate : public QObject {
@@ -33,7 +33,8 @@ class AppDelegate : public QObject {
     explicit AppDelegate(Shell shell);
     ~AppDelegate() override;
 
-    // ---- Core: start-up, status menu, probe, quit (AppDelegate.cpp) -------------------------------------------------
+    // ---- Core: start-up, status menu, probe, quit (AppDelegate.cpp)
+    // -------------------------------------------------
 
     // The whole start-up; on first use only the intro. Runs again when the intro ends.
     void applicationDidFinishLaunching();
@@ -47,7 +48,8 @@ class AppDelegate : public QObject {
     // Ends the program without a question, once background writes are done (or given up on by the user).
     void terminate();
 
-    // ---- Saved list: save, load, pick, modes (AppDelegate_SavedList.cpp) --------------------------------------------
+    // ---- Saved list: save, load, pick, modes (AppDelegate_SavedList.cpp)
+    // --------------------------------------------
 
     // Saves the clipboard's text into the list.
     void Save_bar_item(QObject *sender);
@@ -62,8 +64,8 @@ class AppDelegate : public QObject {
     void ClipBoard_saves_local();
     void ClipBoard_saves_Cloud();
 
-    // Replaces the signed-in user's list on the server by the one on this machine. Runs on the thread that calls it,
-    // in the background or not.
+    // Replaces the signed-in user's list on the server by the one on this machine. Runs on the thread that
+    // calls it, in the background or not.
     void Sync_local_with_cloud();
 
     // A pick in the list; what it does is for the mode flags to say.
@@ -74,17 +76,20 @@ class AppDelegate : public QObject {
     void Share_mode_switch(QObject *sender);
     void Read_local_button(QObject *sender);
 
-    // ---- Accounts (AppDelegate_Accounts.cpp) ------------------------------------------------------------------------
+    // ---- Accounts (AppDelegate_Accounts.cpp)
+    // ------------------------------------------------------------------------
 
     // Switches from the user's list on the server to the one on this machine. Touches no file and no setting.
     void Log_out_Action();
 
-    // ---- Passcode (AppDelegate_Passcode.cpp) ------------------------------------------------------------------------
+    // ---- Passcode (AppDelegate_Passcode.cpp)
+    // ------------------------------------------------------------------------
 
     void Unlock_passcode(QObject *sender);
     void Done_insert_passcode_action(QObject *sender);
 
-    // ---- Intro and links (AppDelegate_Preferences.cpp) --------------------------------------------------------------
+    // ---- Intro and links (AppDelegate_Preferences.cpp)
+    // --------------------------------------------------------------
 
     void Start_intro_button(QObject *sender);
     void Mini_Intro(QObject *sender);
@@ -99,7 +104,8 @@ class AppDelegate : public QObject {
     void EMail(QObject *sender);
     void sendEmailTo(const QString &address, const QString &withSubject, const QString &withBody);
 
-    // ---- State ------------------------------------------------------------------------------------------------------
+    // ---- State
+    // ------------------------------------------------------------------------------------------------------
 
     bool isSigned_in = false;
     std::optional<std::string> Username;
@@ -131,6 +137,11 @@ class AppDelegate : public QObject {
     MenuItem Remove_a_friend_item;
     MenuItem Log_in_menu_item;
     MenuItem Unlock_passcode_item;
+
+  protected:
+    // What a window does beyond its controls: Escape closes the panel, and whoever closes the intro without
+    // having started ends the program, which nothing else would be left to do.
+    bool eventFilter(QObject *watched, QEvent *event) override;
 
   private:
     using Operation = void (AppDelegate::*)(QObject *);
@@ -164,7 +175,8 @@ class AppDelegate : public QObject {
 
         // The whole text of the server file `name`, or nothing. Blocks; any thread.
         std::optional<std::string> text(const std::string &name, std::stop_token stop = {}) const;
-        bool upload(std::optional<std::string_view> data, const std::string &name, std::stop_token stop = {}) const;
+        bool upload(std::optional<std::string_view> data, const std::string &name,
+                    std::stop_token stop = {}) const;
     };
     Server server() const;
     // The same read from the UI thread, with the event loop turning.
@@ -182,15 +194,18 @@ class AppDelegate : public QObject {
     void copyPickedItem(QWidget *sender);
     void fillSavedList(const std::shared_ptr<const std::string> &text);
     std::string writeLocalList(const std::filesystem::path &path, std::string_view text);
-    void reportUnsavedText(const std::string &text, const std::filesystem::path &path, const std::string &why);
+    void reportUnsavedText(const std::string &text, const std::filesystem::path &path,
+                           const std::string &why);
     void startSave(std::function<void()> save);
     void finishSaves();
     void waitFor(const std::shared_future<void> &event, const QString &whatFor);
     std::filesystem::path localListPath() const;
     void showModes();
 
-    // Alerts. The second is for background operations: it takes its turn at the gate and returns when it was answered.
-    int alert(const QString &title, const QString &message, const QStringList &buttons = {QStringLiteral("OK")});
+    // Alerts. The second is for background operations: it takes its turn at the gate and returns when it was
+    // answered.
+    int alert(const QString &title, const QString &message,
+              const QStringList &buttons = {QStringLiteral("OK")});
     void alertFromBackground(const QString &title, const QString &message);
 
     void openLink(const char *name);

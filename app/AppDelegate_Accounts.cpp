@@ -30,7 +30,8 @@ void AppDelegate::Log_out_Action() {
     RemoveContact_enabled = false;
     showModes();
     const bool hasPasscode = settingIs("kHasPasscode", "YES");
-    interface.Passcode_box->setContentView(hasPasscode ? interface.change_passcode_view : interface.new_passcode_view);
+    interface.Passcode_box->setContentView(hasPasscode ? interface.change_passcode_view
+                                                       : interface.new_passcode_view);
     std::fputs(hasPasscode ? "Quillery: Old passcode\n" : "Quillery: New passcode\n", stderr);
     if (hasPasscode) {
         Saveing_menu_item.clearAction();

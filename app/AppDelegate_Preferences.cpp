@@ -9,18 +9,32 @@ void AppDelegate::Start_intro_button(QObject *) {
     applicationDidFinishLaunching();
 }
 
-void AppDelegate::Mini_Intro(QObject *) { interface.Intro_window->showMinimized(); }
+void AppDelegate::Mini_Intro(QObject *) {
+    interface.Intro_window->showMinimized();
+}
 
 void AppDelegate::Tovanix_intro(QWidget *sender) {
     interface.Intro_popover->showRelativeTo(sender, Popover::Edge::kMaxX);
 }
 
-void AppDelegate::How_to_use(QObject *) { openLink("tutorials"); }
-void AppDelegate::Facebook(QObject *) { openLink("facebook"); }
-void AppDelegate::Twitter(QObject *) { openLink("twitter"); }
-void AppDelegate::Pinterest(QObject *) { openLink("pinterest"); }
-void AppDelegate::GooglePluse(QObject *) { openLink("google_plus"); }
-void AppDelegate::Web(QObject *) { openLink("web"); }
+void AppDelegate::How_to_use(QObject *) {
+    openLink("tutorials");
+}
+void AppDelegate::Facebook(QObject *) {
+    openLink("facebook");
+}
+void AppDelegate::Twitter(QObject *) {
+    openLink("twitter");
+}
+void AppDelegate::Pinterest(QObject *) {
+    openLink("pinterest");
+}
+void AppDelegate::GooglePluse(QObject *) {
+    openLink("google_plus");
+}
+void AppDelegate::Web(QObject *) {
+    openLink("web");
+}
 
 void AppDelegate::EMail(QObject *) {
     sendEmailTo(shell_.configuration.links.value(QStringLiteral("email")), {}, {});
@@ -28,14 +42,18 @@ void AppDelegate::EMail(QObject *) {
 }
 
 void AppDelegate::openLink(const char *name) {
-    shell_.sharedWorkspace.openURL(QUrl::fromUserInput(shell_.configuration.links.value(QLatin1String(name))));
+    shell_.sharedWorkspace.openURL(
+        QUrl::fromUserInput(shell_.configuration.links.value(QLatin1String(name))));
     interface.Intro_popover->hide();
 }
 
 void AppDelegate::sendEmailTo(const QString &address, const QString &withSubject, const QString &withBody) {
-    const auto escaped = [](const QString &text) { return QString::fromLatin1(QUrl::toPercentEncoding(text)); };
-    shell_.sharedWorkspace.openURL(QUrl(QStringLiteral("mailto:?to=") + escaped(address) + QStringLiteral("&subject=") +
-                                        escaped(withSubject) + QStringLiteral("&body=") + escaped(withBody)));
+    const auto escaped = [](const QString &text) {
+        return QString::fromLatin1(QUrl::toPercentEncoding(text));
+    };
+    shell_.sharedWorkspace.openURL(QUrl(QStringLiteral("mailto:?to=") + escaped(address) +
+                                        QStringLiteral("&subject=") + escaped(withSubject) +
+                                        QStringLiteral("&body=") + escaped(withBody)));
 }
 
 // An address that is not configured opens nothing, so what would open it is not offered.

@@ -7,7 +7,8 @@
 #include "app/StorageNames.h"
 #include "platform/Text.h"
 
-// ---- Saving the clipboard -----------------------------------------------------------------------------------------------
+// ---- Saving the clipboard
+// -----------------------------------------------------------------------------------------------
 
 void AppDelegate::Save_bar_item(const VkKeyEvent &) {
     shell_.gate.enter([this] { Save_bar_item(static_cast<QObject *>(nullptr)); });
@@ -18,12 +19,14 @@ void AppDelegate::Save_bar_item(QObject *) {
     if (!isSigned_in) finishSaves();
     const PasteboardText copied = shell_.generalPasteboard.stringForType();
     if (copied.state == PasteboardText::State::kNoAnswer) {
-        alert(tr("Error!"), tr("The program that the text was copied in does not answer. Nothing was saved."));
+        alert(tr("Error!"),
+              tr("The program that the text was copied in does not answer. Nothing was saved."));
         return;
     }
     if (copied.state == PasteboardText::State::kNoAccess) {
-        alert(tr("Error!"), tr("This desktop does not show the clipboard to Quillery while another window is in use. "
-                               "Nothing was saved."));
+        alert(tr("Error!"),
+              tr("This desktop does not show the clipboard to Quillery while another window is in use. "
+                 "Nothing was saved."));
         return;
     }
     if (copied.text.empty()) {
@@ -38,17 +41,18 @@ void AppDelegate::Save_bar_item(QObject *) {
         startSave([this, announced = copied.text] { Save_Clipboard_string_cloud(announced); });
     } else {
         const auto hasText = std::make_shared<std::promise<void>>();
-        startSave([this, announced = copied.text, hasText] { Save_Clipboard_string_local(announced, *hasText); });
+        startSave(
+            [this, announced = copied.text, hasText] { Save_Clipboard_string_local(announced, *hasText); });
         // Whoever copies the next text as soon as this one is announced must not replace it in the file.
         waitFor(hasText->get_future().share(), tr("Asking for the copied text…"));
     }
     interface.Clipboard_saved_string_combobox->insertItemWithObjectValue(copied.text, 0);
-    shell_.notificationCenter.deliver(tr("Success!"),
-                                      QStringLiteral("You have successully save (\"%1\")").arg(toQString(copied.text)));
+    shell_.notificationCenter.deliver(
+        tr("Success!"), QStringLiteral("You have successully save (\"%1\")").arg(toQString(copied.text)));
 }
 
-// The control's selection lags one step behind: item 0 is looked at twice. The scan ends at the first empty item, and
-// leaves what it looked at last selected.
+// The control's selection lags one step behind: item 0 is looked at twice. The scan ends at the first empty
+// item, and leaves what it looked at last selected.
 bool AppDelegate::isShownInList(const std::string &text) {
     ListControl &list = *interface.Clipboard_saved_string_combobox;
     list.selectItemAtIndex(0);
@@ -61,8 +65,8 @@ bool AppDelegate::isShownInList(const std::string &text) {
     return false;
 }
 
-// What a background save writes is the clipboard as it is by then. Should it hold no text any more, what the user was
-// told about is saved.
+// What a background save writes is the clipboard as it is by then. Should it hold no text any more, what the
+// user was told about is saved.
 std::string AppDelegate::clipboardTextForSaving(const std::string &announced) {
     const PasteboardText copied = shell_.generalPasteboard.stringForType();
     const std::string &text = copied.text.empty() ? announced : copied.text;
@@ -71,7 +75,8 @@ std::string AppDelegate::clipboardTextForSaving(const std::string &announced) {
 }
 
 void AppDelegate::Save_Clipboard_string_cloud(const std::string &announced) {
-    const auto [server, name] = shell_.ui.run([this] { return std::pair(this->server(), StorageNames::clipList(Username.value_or(""))); });
+    const auto [server, name] = shell_.ui.run(
+        [this] { return std::pair(this->server(), StorageNames::clipList(Username.value_or(""))); });
     const auto read = server.text(name);
     const auto old = read ? std::make_shared<const std::string>(*read) : nullptr;
     shell_.ui.run([&] { Content_of_quillery_file_Server = old; });
@@ -99,17 +104,21 @@ void AppDelegate::Save_Clipboard_string_local(const std::string &announced, std:
             problem = "the old list there could not be read (" + old.problem + ") and not be moved aside";
         }
     }
-    if (problem.empty()) problem = GenFileManager.createFileAtPath(path, ClipList::withEntryInFrontOfLocal(text, old.text));
+    if (problem.empty())
+        problem = GenFileManager.createFileAtPath(path, ClipList::withEntryInFrontOfLocal(text, old.text));
     if (!problem.empty()) reportUnsavedText(text, path, problem);
 }
 
-// The user has been told of success by now, so this must not go unseen. Called in the background; waits for nobody.
-void AppDelegate::reportUnsavedText(const std::string &text, const std::filesystem::path &path, const std::string &why) {
+// The user has been told of success by now, so this must not go unseen. Called in the background; waits for
+// nobody.
+void AppDelegate::reportUnsavedText(const std::string &text, const std::filesystem::path &path,
+                                    const std::string &why) {
     std::fprintf(stderr, "Quillery: %s could not be written: %s\n", path.c_str(), why.c_str());
     shell_.ui.post([this, text, path, why] {
         shell_.gate.enter([this, text, path, why] {
             alert(tr("Error!"), tr("The text \"%1\" could not be saved to %2: %3")
-                                    .arg(oneLine(text, 80), QString::fromStdString(path.string()), QString::fromStdString(why)));
+                                    .arg(oneLine(text, 80), QString::fromStdString(path.string()),
+                                         QString::fromStdString(why)));
         });
     });
 }
@@ -145,7 +154,8 @@ void AppDelegate::userNotificationCenter_didActivateNotification() {
     alert(tr("Success!"), QStringLiteral("You have successully save:(\"%1\")").arg(toQString(copied.text)));
 }
 
-// ---- Loading ------------------------------------------------------------------------------------------------------------
+// ---- Loading
+// ------------------------------------------------------------------------------------------------------------
 
 void AppDelegate::Clipboard_saves(QObject *) {
     finishSaves();
@@ -161,9 +171,11 @@ void AppDelegate::ClipBoard_saves_local() {
     orderFront(*interface.Quillery_window);
     FileText local = GenFileManager.textAtPath(Content_file_path);
     if (local.mustBeSetAside()) {
-        std::fprintf(stderr, "Quillery: %s could not be read: %s\n", Content_file_path.c_str(), local.problem.c_str());
+        std::fprintf(stderr, "Quillery: %s could not be read: %s\n", Content_file_path.c_str(),
+                     local.problem.c_str());
     }
-    Content_of_quillery_file_Local = local.text ? std::make_shared<const std::string>(std::move(*local.text)) : nullptr;
+    Content_of_quillery_file_Local =
+        local.text ? std::make_shared<const std::string>(std::move(*local.text)) : nullptr;
     fillSavedList(Content_of_quillery_file_Local);
 }
 
@@ -194,7 +206,8 @@ void AppDelegate::Sync_local_with_cloud() {
     shell_.ui.run([&] { UploadDidFinish = uploaded; });
 }
 
-// ---- Picking ------------------------------------------------------------------------------------------------------------
+// ---- Picking
+// ------------------------------------------------------------------------------------------------------------
 
 void AppDelegate::Clipboard_combox(QWidget *sender) {
     if (!isSigned_in) finishSaves();
@@ -230,7 +243,8 @@ void AppDelegate::removePickedItem(const FileText &local) {
 }
 
 void AppDelegate::Upload_after_removing_action() {
-    const auto [server, name] = shell_.ui.run([this] { return std::pair(this->server(), StorageNames::clipList(Username.value_or(""))); });
+    const auto [server, name] = shell_.ui.run(
+        [this] { return std::pair(this->server(), StorageNames::clipList(Username.value_or(""))); });
     auto text = server.text(name);
     const std::string removed = shell_.ui.run([this] {
         ListControl &list = *interface.Clipboard_saved_string_combobox;
@@ -240,7 +254,8 @@ void AppDelegate::Upload_after_removing_action() {
     if (text) text = ClipList::withoutEntry(*text, removed);
     const bool uploaded = server.upload(text, name);
     shell_.ui.run([&] { UploadDidFinish = uploaded; });
-    if (!uploaded) alertFromBackground(tr("Error!"), tr("Server/Internet connection error.\nUnable to save text."));
+    if (!uploaded)
+        alertFromBackground(tr("Error!"), tr("Server/Internet connection error.\nUnable to save text."));
 }
 
 void AppDelegate::sharePickedItem() {
@@ -272,7 +287,8 @@ void AppDelegate::makePickedItemAvailableOffline() {
     const std::lock_guard lock(localList_);
     const FileText local = GenFileManager.textAtPath(path);
     if (!local.text) {
-        if (local.mustBeSetAside()) std::fprintf(stderr, "Quillery: %s could not be read: %s\n", path.c_str(), local.problem.c_str());
+        if (local.mustBeSetAside())
+            std::fprintf(stderr, "Quillery: %s could not be read: %s\n", path.c_str(), local.problem.c_str());
         return;
     }
     const std::string &picked = interface.Clipboard_saved_string_combobox->stringValue();
@@ -294,11 +310,16 @@ void AppDelegate::copyPickedItem(QWidget *sender) {
     interface.QuickView_popover->showRelativeTo(sender, Popover::Edge::kMaxY);
 }
 
-bool AppDelegate::writeToPasteBoard(const std::string &text) { return shell_.generalPasteboard.setString(text); }
+bool AppDelegate::writeToPasteBoard(const std::string &text) {
+    return shell_.generalPasteboard.setString(text);
+}
 
-std::filesystem::path AppDelegate::localListPath() const { return StorageNames::localClipList(shell_.home); }
+std::filesystem::path AppDelegate::localListPath() const {
+    return StorageNames::localClipList(shell_.home);
+}
 
-// Tells the user about a failure, too: a list that silently stays what it was would look like a lost or undead text.
+// Tells the user about a failure, too: a list that silently stays what it was would look like a lost or
+// undead text.
 std::string AppDelegate::writeLocalList(const std::filesystem::path &path, std::string_view text) {
     std::string problem = GenFileManager.createFileAtPath(path, text);
     if (!problem.empty()) {
@@ -309,7 +330,8 @@ std::string AppDelegate::writeLocalList(const std::filesystem::path &path, std::
     return problem;
 }
 
-// ---- Modes --------------------------------------------------------------------------------------------------------------
+// ---- Modes
+// --------------------------------------------------------------------------------------------------------------
 
 void AppDelegate::Remove_item_switch(QObject *) {
     if (RemoveMode_enabled) {

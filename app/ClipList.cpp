@@ -4,10 +4,12 @@
 
 namespace {
 
-// Where `wanted` begins in `text` from `start` on, or npos. memmem is several times faster than string_view::find.
+// Where `wanted` begins in `text` from `start` on, or npos. memmem is several times faster than
+// string_view::find.
 std::size_t find(std::string_view text, std::string_view wanted, std::size_t start) {
     const void *at = memmem(text.data() + start, text.size() - start, wanted.data(), wanted.size());
-    return at ? static_cast<std::size_t>(static_cast<const char *>(at) - text.data()) : std::string_view::npos;
+    return at ? static_cast<std::size_t>(static_cast<const char *>(at) - text.data())
+              : std::string_view::npos;
 }
 
 std::string terminated(std::string_view entry) {
@@ -40,7 +42,8 @@ std::string ClipList::withEntryInFront(std::string_view entry, std::optional<std
     return text;
 }
 
-std::string ClipList::withEntryInFrontOfLocal(std::string_view entry, std::optional<std::string_view> oldText) {
+std::string ClipList::withEntryInFrontOfLocal(std::string_view entry,
+                                              std::optional<std::string_view> oldText) {
     return oldText ? withEntryInFront(entry, oldText) : std::string(entry);
 }
 

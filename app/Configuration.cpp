@@ -5,7 +5,8 @@
 
 namespace {
 
-const char *const kLinkNames[] = {"tutorials", "facebook", "twitter", "pinterest", "google_plus", "web", "email"};
+const char *const kLinkNames[] = {"tutorials",   "facebook", "twitter", "pinterest",
+                                  "google_plus", "web",      "email"};
 
 // The file to read, or an empty text.
 QString configurationFile() {
@@ -32,7 +33,8 @@ bool isPlainHost(const QString &host) {
 
 }  // namespace
 
-Configuration Configuration::fromValues(const QMap<QString, QString> &file, const QMap<QString, QString> &environment) {
+Configuration Configuration::fromValues(const QMap<QString, QString> &file,
+                                        const QMap<QString, QString> &environment) {
     Configuration result;
     const auto value = [&](const char *name, const char *variable) -> std::optional<QString> {
         const auto set = environment.find(QLatin1String(variable));
@@ -44,7 +46,8 @@ Configuration Configuration::fromValues(const QMap<QString, QString> &file, cons
     if (const auto host = value("host", "QUILLERY_STORAGE_HOST"); host && !host->trimmed().isEmpty()) {
         result.storageHost = host->trimmed().toStdString();
         if (!isPlainHost(host->trimmed())) {
-            result.problems << QStringLiteral("The storage host \"%1\" is not a host name or address.").arg(*host);
+            result.problems
+                << QStringLiteral("The storage host \"%1\" is not a host name or address.").arg(*host);
         }
     }
     if (const auto port = value("port", "QUILLERY_STORAGE_PORT")) {
@@ -53,9 +56,10 @@ Configuration Configuration::fromValues(const QMap<QString, QString> &file, cons
         if (isNumber && number >= 1 && number <= 65535) {
             result.storagePort = number;
         } else {
-            result.problems << QStringLiteral("The storage port \"%1\" is not a number from 1 to 65535; port %2 is used.")
-                                   .arg(*port)
-                                   .arg(result.storagePort);
+            result.problems
+                << QStringLiteral("The storage port \"%1\" is not a number from 1 to 65535; port %2 is used.")
+                       .arg(*port)
+                       .arg(result.storagePort);
         }
     }
     if (const auto tls = value("tls", "QUILLERY_STORAGE_TLS")) {
@@ -66,19 +70,25 @@ Configuration Configuration::fromValues(const QMap<QString, QString> &file, cons
         } else if (*tls != u"off") {
             // Whoever writes something there wants encryption rather than none.
             result.transport.tls = TlsMode::kRequired;
-            result.problems << QStringLiteral("The storage tls mode \"%1\" is none of off, try, required; it is required.").arg(*tls);
+            result.problems
+                << QStringLiteral(
+                       "The storage tls mode \"%1\" is none of off, try, required; it is required.")
+                       .arg(*tls);
         }
     }
-    if (const auto caFile = value("ca_file", "QUILLERY_STORAGE_CA_FILE")) result.transport.caFile = caFile->toStdString();
+    if (const auto caFile = value("ca_file", "QUILLERY_STORAGE_CA_FILE"))
+        result.transport.caFile = caFile->toStdString();
     if (const auto idle = value("idle_timeout_seconds", "QUILLERY_STORAGE_IDLE_TIMEOUT_SECONDS")) {
         bool isNumber = false;
         const int seconds = idle->trimmed().toInt(&isNumber);
         if (isNumber && seconds >= 1 && seconds <= 86'400) {
             result.transport.limits.idleTimeout = std::chrono::seconds(seconds);
         } else {
-            result.problems << QStringLiteral("The idle_timeout_seconds \"%1\" is not a number from 1 to 86400; %2 is used.")
-                                   .arg(*idle)
-                                   .arg(result.transport.limits.idleTimeout.count() / 1000);
+            result.problems
+                << QStringLiteral(
+                       "The idle_timeout_seconds \"%1\" is not a number from 1 to 86400; %2 is used.")
+                       .arg(*idle)
+                       .arg(result.transport.limits.idleTimeout.count() / 1000);
         }
     }
     for (const char *name : kLinkNames) {
@@ -93,10 +103,12 @@ Configuration Configuration::load() {
     QStringList problems;
     const QString file = configurationFile();
     if (!file.isEmpty()) {
-        if (!QFile(file).open(QIODevice::ReadOnly)) problems << QStringLiteral("The configuration %1 cannot be read.").arg(file);
+        if (!QFile(file).open(QIODevice::ReadOnly))
+            problems << QStringLiteral("The configuration %1 cannot be read.").arg(file);
         const QSettings settings(file, QSettings::IniFormat);
         if (settings.status() == QSettings::FormatError) {
-            problems << QStringLiteral("The configuration %1 is damaged; what could be read of it is used.").arg(file);
+            problems << QStringLiteral("The configuration %1 is damaged; what could be read of it is used.")
+                            .arg(file);
         }
         for (const QString &key : settings.allKeys()) {
             values.insert(key, settings.value(key).toStringList().join(u','));
@@ -105,7 +117,8 @@ Configuration Configuration::load() {
     QMap<QString, QString> environment;
     for (const char *name : {"QUILLERY_STORAGE_HOST", "QUILLERY_STORAGE_PORT", "QUILLERY_STORAGE_TLS",
                              "QUILLERY_STORAGE_CA_FILE", "QUILLERY_STORAGE_IDLE_TIMEOUT_SECONDS"}) {
-        if (qEnvironmentVariableIsSet(name)) environment.insert(QLatin1String(name), qEnvironmentVariable(name));
+        if (qEnvironmentVariableIsSet(name))
+            environment.insert(QLatin1String(name), qEnvironmentVariable(name));
     }
     Configuration result = fromValues(values, environment);
     result.problems = problems + result.problems;
@@ -123,7 +136,8 @@ QStringList problemsOfSettings(const QMap<QString, QString> &settings) {
     for (auto setting = settings.begin(); setting != settings.end(); ++setting) {
         const auto values = known.find(setting.key());
         if (values == known.end() || values->contains(*setting)) continue;
-        problems << QStringLiteral("The setting %1 has the unknown value \"%2\" and counts as not set.").arg(setting.key(), *setting);
+        problems << QStringLiteral("The setting %1 has the unknown value \"%2\" and counts as not set.")
+                        .arg(setting.key(), *setting);
     }
     return problems;
 }

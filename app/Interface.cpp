@@ -80,9 +80,10 @@ Interface::Interface() {
     Waiting_window = std::make_unique<WaitingWindow>();
     makeMenu();
 
-    for (QWidget *root : {Quillery_window.get(), Intro_window.get(), Windowed_mode.get(), &windows_,
-                          static_cast<QWidget *>(QuickView_popover.get()), static_cast<QWidget *>(Intro_popover.get()),
-                          static_cast<QWidget *>(Waiting_window.get())}) {
+    for (QWidget *root :
+         {Quillery_window.get(), Intro_window.get(), Windowed_mode.get(), &windows_,
+          static_cast<QWidget *>(QuickView_popover.get()), static_cast<QWidget *>(Intro_popover.get()),
+          static_cast<QWidget *>(Waiting_window.get())}) {
         makeEnterPress(*root);
         applyUiIds(*root);
     }
@@ -92,8 +93,9 @@ Interface::~Interface() {
     // The views go with windows_, wherever they are shown now.
     Quillery_Box->setContentView(nullptr);
     Passcode_box->setContentView(nullptr);
-    for (QWidget *shown : {Checking_for_connection_view, List_View, Insert_passcode_view, Contacts_view, Preference_View,
-                           Instructions_view, Change_password_view, new_passcode_view, change_passcode_view}) {
+    for (QWidget *shown :
+         {Checking_for_connection_view, List_View, Insert_passcode_view, Contacts_view, Preference_View,
+          Instructions_view, Change_password_view, new_passcode_view, change_passcode_view}) {
         shown->setParent(&windows_);
     }
     QuickView_popover.reset();

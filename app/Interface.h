@@ -20,8 +20,8 @@
 #include "ui_Quillery_window.h"
 #include "ui_Windowed_mode.h"
 
-// The windows, views and menus of the program, as the interface files describe them. Every element that the files
-// name is a member of that name (Share_switch, State_label …). Fills and wires nothing.
+// The windows, views and menus of the program, as the interface files describe them. Every element that the
+// files name is a member of that name (Share_switch, State_label …). Fills and wires nothing.
 //
 // UI thread only; made once, lives as long as the controller.
 struct Interface : Ui::QuilleryWindow,
@@ -92,5 +92,6 @@ struct Interface : Ui::QuilleryWindow,
 // Shows a window, in front of the others.
 void orderFront(QWidget &window);
 
-// Gives a window the floating level: it stays above ordinary windows. Takes effect when the window is next shown.
+// Gives a window the floating level: it stays above ordinary windows. Takes effect when the window is next
+// shown.
 void setFloatingWindowLevel(QWidget &window);

@@ -33,7 +33,7 @@ struct Shell {
     Configuration configuration;
     std::filesystem::path home;  // the user's home folder
 
-    // Makes sure that the personal storage server runs; asked only where no host is configured. Blocks; called on a
-    // worker thread.
+    // Makes sure that the personal storage server runs; asked only where no host is configured. Blocks;
+    // called on a worker thread.
     std::function<PersonalStorage::Result(std::stop_token)> personalStorage;
 };

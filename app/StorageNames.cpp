@@ -12,13 +12,27 @@ std::string named(std::string_view user, std::string_view kind) {
 
 }  // namespace
 
-std::string StorageNames::clipList(std::string_view user) { return "." + named(user, "Quillery"); }
-std::string StorageNames::username(std::string_view user) { return named(user, "Username"); }
-std::string StorageNames::password(std::string_view user) { return named(user, "Password"); }
-std::string StorageNames::fullname(std::string_view user) { return named(user, "Fullname"); }
-std::string StorageNames::email(std::string_view user) { return named(user, "Email"); }
-std::string StorageNames::contacts(std::string_view user) { return named(user, "Contacts"); }
-std::string StorageNames::shared(std::string_view user) { return named(user, "shared"); }
+std::string StorageNames::clipList(std::string_view user) {
+    return "." + named(user, "Quillery");
+}
+std::string StorageNames::username(std::string_view user) {
+    return named(user, "Username");
+}
+std::string StorageNames::password(std::string_view user) {
+    return named(user, "Password");
+}
+std::string StorageNames::fullname(std::string_view user) {
+    return named(user, "Fullname");
+}
+std::string StorageNames::email(std::string_view user) {
+    return named(user, "Email");
+}
+std::string StorageNames::contacts(std::string_view user) {
+    return named(user, "Contacts");
+}
+std::string StorageNames::shared(std::string_view user) {
+    return named(user, "shared");
+}
 
 std::filesystem::path StorageNames::localClipList(const std::filesystem::path &home) {
     return home / "Documents" / ".Quillery.txt";

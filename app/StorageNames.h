@@ -4,8 +4,8 @@
 #include <string>
 #include <string_view>
 
-// The names of all files that are kept, on the storage server and on this machine. User names go in exactly as they
-// are; whether the result can be a file name on a server is for the FTP client to judge.
+// The names of all files that are kept, on the storage server and on this machine. User names go in exactly
+// as they are; whether the result can be a file name on a server is for the FTP client to judge.
 namespace StorageNames {
 
 // The remote directory of all files on the server.

@@ -53,7 +53,8 @@ int main(int argc, char **argv) {
     QApplication::setQuitOnLastWindowClosed(false);  // it lives in the status bar
 
     QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral("Keeps the texts that you copy, and puts any of them back."));
+    parser.setApplicationDescription(
+        QStringLiteral("Keeps the texts that you copy, and puts any of them back."));
     parser.addHelpOption();
     parser.addVersionOption();
     parser.process(application);
@@ -70,11 +71,13 @@ int main(int argc, char **argv) {
     PersonalStorage storage;
     const auto storageIsAt = storageProgram();
 
-    AppDelegate delegate(Shell{ui, gate, background, waiting, alerts, pasteboard, defaults, notifications, workspace,
-                               Configuration::load(), QDir::homePath().toStdString(),
-                               [&](std::stop_token stop) { return storage.ensureRunning(storageIsAt, std::move(stop)); }});
+    AppDelegate delegate(
+        Shell{ui, gate, background, waiting, alerts, pasteboard, defaults, notifications, workspace,
+              Configuration::load(), QDir::homePath().toStdString(),
+              [&](std::stop_token stop) { return storage.ensureRunning(storageIsAt, std::move(stop)); }});
     endOnSignals(delegate);
     QMetaObject::invokeMethod(
-        &delegate, [&] { gate.enter([&] { delegate.applicationDidFinishLaunching(); }); }, Qt::QueuedConnection);
+        &delegate, [&] { gate.enter([&] { delegate.applicationDidFinishLaunching(); }); },
+        Qt::QueuedConnection);
     return QApplication::exec();
 }

@@ -3,11 +3,11 @@
 #include <deque>
 #include <functional>
 
-// The one door through which every user action enters: menu items, buttons, list picks, the hot key, notification
-// clicks, and the alerts that background operations ask for.
+// The one door through which every user action enters: menu items, buttons, list picks, the hot key,
+// notification clicks, and the alerts that background operations ask for.
 //
-// While an action is running (and that includes its waits and its alerts, which turn the event loop) a later one
-// waits its turn: it neither runs inside the first nor is lost. UI thread only.
+// While an action is running (and that includes its waits and its alerts, which turn the event loop) a later
+// one waits its turn: it neither runs inside the first nor is lost. UI thread only.
 class ActionGate {
   public:
     using Action = std::function<void()>;

@@ -7,7 +7,9 @@
 
 BackgroundTasks::BackgroundTasks(UiThread &ui, QObject *parent) : QObject(parent), ui_(ui) {}
 
-BackgroundTasks::~BackgroundTasks() { waitForAll(); }
+BackgroundTasks::~BackgroundTasks() {
+    waitForAll();
+}
 
 void BackgroundTasks::performSelectorInBackground(std::function<void()> operation) {
     const auto thread = threads_.emplace(threads_.end());

@@ -7,16 +7,19 @@
 
 class UiThread;
 
-// Background operations: one fresh thread each, all known until they have ended, so that quitting can wait for them.
+// Background operations: one fresh thread each, all known until they have ended, so that quitting can wait
+// for them.
 //
-// UI thread only; the operations themselves run on their threads and reach the interface through UiThread alone.
+// UI thread only; the operations themselves run on their threads and reach the interface through UiThread
+// alone.
 class BackgroundTasks : public QObject {
     Q_OBJECT
 
   public:
     explicit BackgroundTasks(UiThread &ui, QObject *parent = nullptr);
 
-    // Waits for every operation still running, with the event loop turning, so that their hand-overs are served.
+    // Waits for every operation still running, with the event loop turning, so that their hand-overs are
+    // served.
     ~BackgroundTasks() override;
 
     // Starts `operation` on a new thread and returns at once.

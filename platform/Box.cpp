@@ -7,7 +7,8 @@ namespace {
 // The first control of `view` in tab order that takes the keyboard.
 QWidget *firstControl(QWidget *view) {
     for (QWidget *w = view->nextInFocusChain(); w != view; w = w->nextInFocusChain()) {
-        if (view->isAncestorOf(w) && w->isEnabledTo(view) && w->isVisibleTo(view) && (w->focusPolicy() & Qt::TabFocus)) {
+        if (view->isAncestorOf(w) && w->isEnabledTo(view) && w->isVisibleTo(view) &&
+            (w->focusPolicy() & Qt::TabFocus)) {
             return w;
         }
     }

@@ -2,15 +2,16 @@
 
 #include <QWidget>
 
-// A box that shows one content view at a time. The views belong to the interface, not to the box: one that leaves is
-// hidden and can come back.
+// A box that shows one content view at a time. The views belong to the interface, not to the box: one that
+// leaves is hidden and can come back.
 class Box : public QWidget {
     Q_OBJECT
 
   public:
     explicit Box(QWidget *parent = nullptr);
 
-    // Makes `view` the content, or empties the box (null). The keyboard focus goes to the view's first control.
+    // Makes `view` the content, or empties the box (null). The keyboard focus goes to the view's first
+    // control.
     void setContentView(QWidget *view);
     QWidget *contentView() const { return view_; }
 

@@ -39,7 +39,9 @@ class Descriptor {
     int fd_;
 };
 
-std::string reason() { return std::strerror(errno); }
+std::string reason() {
+    return std::strerror(errno);
+}
 
 bool writeAll(int fd, std::string_view bytes) {
     while (!bytes.empty()) {
@@ -57,7 +59,8 @@ void flushFolder(const fs::path &folder) {
     if (dir.isOpen()) fsync(dir.get());
 }
 
-// Opens `name` emptied and locked against other programs that are writing the same file, or -1 with errno set.
+// Opens `name` emptied and locked against other programs that are writing the same file, or -1 with errno
+// set.
 int openOwnTemporary(const std::string &name) {
     for (;;) {
         const int fd = open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
@@ -65,8 +68,10 @@ int openOwnTemporary(const std::string &name) {
         struct stat mine = {};
         struct stat there = {};
         const bool locked = flock(fd, LOCK_EX) == 0 && fstat(fd, &mine) == 0;
-        // Whoever held the lock before may have renamed the file into its place meanwhile: that one is not ours.
-        const bool moved = lstat(name.c_str(), &there) != 0 || there.st_ino != mine.st_ino || there.st_dev != mine.st_dev;
+        // Whoever held the lock before may have renamed the file into its place meanwhile: that one is not
+        // ours.
+        const bool moved =
+            lstat(name.c_str(), &there) != 0 || there.st_ino != mine.st_ino || there.st_dev != mine.st_dev;
         if (locked && !moved && fchmod(fd, 0600) == 0 && ftruncate(fd, 0) == 0) return fd;
         const int why = errno;
         close(fd);
@@ -131,7 +136,8 @@ std::string FileManager::createFileAtPath(const fs::path &path, std::string_view
     fs::create_directories(folder, error);
     if (error) return "the folder " + folder.string() + " could not be made: " + error.message();
 
-    // One name for every attempt, so that a killed program leaves at most one such file and the next write takes it over.
+    // One name for every attempt, so that a killed program leaves at most one such file and the next write
+    // takes it over.
     const std::string temporary = (folder / (target.filename().string() + ".new")).string();
     Descriptor file(openOwnTemporary(temporary));
     if (!file.isOpen()) return reason();

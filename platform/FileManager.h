@@ -21,8 +21,8 @@ struct FileText {
     bool mustBeSetAside() const { return state == State::kNotText || state == State::kUnreadable; }
 };
 
-// Local files, read whole and written whole. May be used from any thread; calls on the same path are for the caller to
-// keep apart. Nothing throws.
+// Local files, read whole and written whole. May be used from any thread; calls on the same path are for the
+// caller to keep apart. Nothing throws.
 class FileManager {
   public:
     // Reads the file at `path` as UTF-8 text.
@@ -30,14 +30,14 @@ class FileManager {
 
     bool fileExistsAtPath(const std::filesystem::path &path) const;
 
-    // Creates or replaces the file at `path` with `contents`, readable by its owner alone (mode 0600); a missing
-    // folder is made. The bytes go to a new file in the same folder, are flushed to the disk, and then take the old
-    // file's place in one step: at every instant the path holds either the whole old or the whole new contents. Where
-    // `path` is a symbolic link, the file it points to is replaced. Returns an empty text, or the reason of a failure
-    // in words, with the old file as it was.
+    // Creates or replaces the file at `path` with `contents`, readable by its owner alone (mode 0600); a
+    // missing folder is made. The bytes go to a new file in the same folder, are flushed to the disk, and
+    // then take the old file's place in one step: at every instant the path holds either the whole old or the
+    // whole new contents. Where `path` is a symbolic link, the file it points to is replaced. Returns an
+    // empty text, or the reason of a failure in words, with the old file as it was.
     std::string createFileAtPath(const std::filesystem::path &path, std::string_view contents) const;
 
-    // Moves the file at `path` to a dated name beside it that is not taken yet. Returns that name, or nothing if it
-    // could not be moved (it then stands where it was).
+    // Moves the file at `path` to a dated name beside it that is not taken yet. Returns that name, or nothing
+    // if it could not be moved (it then stands where it was).
     std::optional<std::filesystem::path> setAside(const std::filesystem::path &path) const;
 };

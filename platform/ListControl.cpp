@@ -39,7 +39,8 @@ class ListControl::Rows : public QAbstractListModel {
                    : -1;
     }
 
-    // Shows the matching items. Longer words that begin with the old ones can only match among the rows there are.
+    // Shows the matching items. Longer words that begin with the old ones can only match among the rows there
+    // are.
     void setFilter(const std::string &words) {
         beginResetModel();
         const bool narrower = !words_.empty() && words.compare(0, words_.size(), words_) == 0;
@@ -94,12 +95,14 @@ class ListControl::Delegate : public QStyledItemDelegate {
         return {40, option.fontMetrics.height() + 10};
     }
 
-    void paint(QPainter *painter, const QStyleOptionViewItem &option, const QModelIndex &index) const override {
+    void paint(QPainter *painter, const QStyleOptionViewItem &option,
+               const QModelIndex &index) const override {
         QStyledItemDelegate::paint(painter, option, index);
         if (!index.data().toString().isEmpty()) return;
         painter->save();
         painter->setPen(option.palette.color(QPalette::Disabled, QPalette::Text));
-        painter->drawText(option.rect.adjusted(6, 0, -6, 0), Qt::AlignVCenter | Qt::AlignLeading, tr("(empty)"));
+        painter->drawText(option.rect.adjusted(6, 0, -6, 0), Qt::AlignVCenter | Qt::AlignLeading,
+                          tr("(empty)"));
         painter->restore();
     }
 
@@ -111,7 +114,10 @@ class ListControl::Delegate : public QStyledItemDelegate {
 };
 
 ListControl::ListControl(QWidget *parent)
-    : QWidget(parent), line_(new QLineEdit(this)), view_(new QListView(this)), rows_(std::make_unique<Rows>(items_)) {
+    : QWidget(parent),
+      line_(new QLineEdit(this)),
+      view_(new QListView(this)),
+      rows_(std::make_unique<Rows>(items_)) {
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(6);
@@ -137,7 +143,9 @@ ListControl::ListControl(QWidget *parent)
     connect(view_, &QListView::clicked, this, [this](const QModelIndex &index) { pickRow(index.row()); });
 }
 
-ListControl::~ListControl() { view_->setModel(nullptr); }
+ListControl::~ListControl() {
+    view_->setModel(nullptr);
+}
 
 void ListControl::removeAllItems() {
     items_.clear();
@@ -145,7 +153,8 @@ void ListControl::removeAllItems() {
     rows_->refill();
 }
 
-void ListControl::addItems(std::shared_ptr<const std::string> whole, const std::vector<std::string_view> &pieces) {
+void ListControl::addItems(std::shared_ptr<const std::string> whole,
+                           const std::vector<std::string_view> &pieces) {
     items_.append(std::move(whole), pieces);
     rows_->refill();
 }
@@ -186,7 +195,9 @@ void ListControl::setPlaceholderString(const QString &text) {
     line_->setAccessibleDescription(text);
 }
 
-const std::vector<std::size_t> &ListControl::shownItems() const { return rows_->shown(); }
+const std::vector<std::size_t> &ListControl::shownItems() const {
+    return rows_->shown();
+}
 
 // A scan selects item after item; what is shown follows once, when it is over.
 void ListControl::showSelectionSoon() {
@@ -208,9 +219,10 @@ void ListControl::showSelection() {
 }
 
 void ListControl::filter(const QString &words) {
-    const int before = view_->currentIndex().isValid()
-                           ? static_cast<int>(rows_->shown()[static_cast<std::size_t>(view_->currentIndex().row())])
-                           : -1;
+    const int before =
+        view_->currentIndex().isValid()
+            ? static_cast<int>(rows_->shown()[static_cast<std::size_t>(view_->currentIndex().row())])
+            : -1;
     rows_->setFilter(toUtf8(words));
     const int row = rows_->rowOf(before);
     if (rows_->rowCount() > 0 && !words.isEmpty()) view_->setCurrentIndex(rows_->index(std::max(row, 0)));
@@ -239,7 +251,8 @@ bool ListControl::handleKey(int key) {
         case Qt::Key_Down:
         case Qt::Key_Up: {
             if (view_->hasFocus()) return false;  // the view moves by itself
-            const int next = std::clamp(key == Qt::Key_Down ? row + 1 : row - 1, 0, std::max(rows_->rowCount() - 1, 0));
+            const int next =
+                std::clamp(key == Qt::Key_Down ? row + 1 : row - 1, 0, std::max(rows_->rowCount() - 1, 0));
             view_->setCurrentIndex(rows_->index(next));
             return true;
         }

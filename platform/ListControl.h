@@ -13,10 +13,10 @@ class QListView;
 
 // A list of texts to pick from, with a line above it that shows the current text and filters as one types.
 //
-// The control's text (stringValue()) is the whole text of the item selected last, byte for byte, whatever it holds and
-// however long it is; what the rows and the line show is one elided line of it. Typing hides the rows that do not
-// match and never changes the control's text, nor what a pick means. Arrow keys move through the rows, Enter or a click
-// picks, Escape empties the filter and then asks to be closed.
+// The control's text (stringValue()) is the whole text of the item selected last, byte for byte, whatever it
+// holds and however long it is; what the rows and the line show is one elided line of it. Typing hides the
+// rows that do not match and never changes the control's text, nor what a pick means. Arrow keys move through
+// the rows, Enter or a click picks, Escape empties the filter and then asks to be closed.
 //
 // Indices are those of all items, in order, whether the filter shows them or not. UI thread only.
 class ListControl : public QWidget {
@@ -41,8 +41,8 @@ class ListControl : public QWidget {
     // Nothing happens where there is no such item. The control's text keeps what it is.
     void removeItemAtIndex(int index);
 
-    // Selects the item and makes its text the control's text. Where there is no such item nothing is selected and the
-    // text is empty. Sends no action.
+    // Selects the item and makes its text the control's text. Where there is no such item nothing is selected
+    // and the text is empty. Sends no action.
     void selectItemAtIndex(int index);
 
     // The selected item, or -1.
@@ -57,15 +57,15 @@ class ListControl : public QWidget {
     const std::vector<std::size_t> &shownItems() const;
 
   Q_SIGNALS:
-    // The user picked item `index`, whose text is `text`. The receiver selects it (selectPicked()) when the pick's
-    // turn comes.
+    // The user picked item `index`, whose text is `text`. The receiver selects it (selectPicked()) when the
+    // pick's turn comes.
     void picked(int index, const std::string &text);
     // Escape, with nothing left to undo.
     void dismissed();
 
   public Q_SLOTS:
-    // Makes `text` the control's text and selects item `index` if it still has that text, the list having perhaps
-    // changed since the pick.
+    // Makes `text` the control's text and selects item `index` if it still has that text, the list having
+    // perhaps changed since the pick.
     void selectPicked(int index, const std::string &text);
 
   protected:

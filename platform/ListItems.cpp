@@ -13,8 +13,12 @@ bool isAscii(std::string_view text) {
     return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
 }
 
-char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; }
-char upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - ('a' - 'A')) : c; }
+char lower(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
+}
+char upper(char c) {
+    return c >= 'a' && c <= 'z' ? static_cast<char>(c - ('a' - 'A')) : c;
+}
 
 // Looks for plain ASCII words byte by byte: no byte of a longer character is ASCII, so this is exact.
 class AsciiMatcher {
@@ -54,7 +58,8 @@ void ListItems::clear() {
     own_.clear();
 }
 
-void ListItems::append(std::shared_ptr<const std::string> whole, const std::vector<std::string_view> &pieces) {
+void ListItems::append(std::shared_ptr<const std::string> whole,
+                       const std::vector<std::string_view> &pieces) {
     items_.insert(items_.end(), pieces.begin(), pieces.end());
     wholes_.push_back(std::move(whole));
 }
@@ -64,9 +69,12 @@ void ListItems::insert(std::size_t index, std::string text) {
     items_.insert(items_.begin() + static_cast<std::ptrdiff_t>(index), own_.back());
 }
 
-void ListItems::remove(std::size_t index) { items_.erase(items_.begin() + static_cast<std::ptrdiff_t>(index)); }
+void ListItems::remove(std::size_t index) {
+    items_.erase(items_.begin() + static_cast<std::ptrdiff_t>(index));
+}
 
-std::vector<std::size_t> ListItems::matching(const std::string &words, const std::vector<std::size_t> *candidates) const {
+std::vector<std::size_t> ListItems::matching(const std::string &words,
+                                             const std::vector<std::size_t> *candidates) const {
     std::vector<std::size_t> found;
     const auto search = [&](const auto &isMatch) {
         const std::size_t n = candidates ? candidates->size() : items_.size();

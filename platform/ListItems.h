@@ -9,8 +9,8 @@
 
 // The items of a list control: texts of any size and content, by index.
 //
-// Texts that came in one piece (a file and its entries) are not copied: the items are views into it, and the whole is
-// kept until the last of them has gone. No widget, no thread of its own.
+// Texts that came in one piece (a file and its entries) are not copied: the items are views into it, and the
+// whole is kept until the last of them has gone. No widget, no thread of its own.
 class ListItems {
   public:
     std::size_t count() const { return items_.size(); }
@@ -24,8 +24,10 @@ class ListItems {
     void insert(std::size_t index, std::string text);
     void remove(std::size_t index);
 
-    // The indices of the items that contain `words` (whatever the case), in order. Among `candidates` only, if given.
-    std::vector<std::size_t> matching(const std::string &words, const std::vector<std::size_t> *candidates = nullptr) const;
+    // The indices of the items that contain `words` (whatever the case), in order. Among `candidates` only,
+    // if given.
+    std::vector<std::size_t> matching(const std::string &words,
+                                      const std::vector<std::size_t> *candidates = nullptr) const;
 
   private:
     std::vector<std::string_view> items_;

@@ -24,6 +24,10 @@ void MenuItem::setSubmenu(QMenu *submenu) {
     update();
 }
 
-void MenuItem::setImage(const QString &name) { item_.setIcon(QIcon(QStringLiteral(":/images/") + name)); }
+void MenuItem::setImage(const QString &name) {
+    item_.setIcon(QIcon(QStringLiteral(":/images/") + name));
+}
 
-void MenuItem::update() { item_.setEnabled(hasAction() || item_.menu()); }
+void MenuItem::update() {
+    item_.setEnabled(hasAction() || item_.menu());
+}

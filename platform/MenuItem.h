@@ -6,7 +6,8 @@
 class ActionGate;
 class QMenu;
 
-// A menu item with an action that can be given and cleared: enabled exactly while it has an action or a submenu.
+// A menu item with an action that can be given and cleared: enabled exactly while it has an action or a
+// submenu.
 //
 // Wraps a QAction that it does not own. UI thread only.
 class MenuItem {

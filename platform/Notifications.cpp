@@ -27,7 +27,8 @@ QString presentable(const QString &text) {
         shown = shortened(text, kMostCharacters) + text.right(2);
     }
     for (QChar &c : shown) {
-        if (c.unicode() < 0x20 && c != u'\n' && c != u'\t') c = QChar(c.unicode() == 0 ? 0x2400 : 0x2400 + c.unicode());
+        if (c.unicode() < 0x20 && c != u'\n' && c != u'\t')
+            c = QChar(c.unicode() == 0 ? 0x2400 : 0x2400 + c.unicode());
     }
     return shown;
 }
@@ -36,8 +37,10 @@ QString presentable(const QString &text) {
 
 DesktopNotifications::DesktopNotifications(QObject *parent) : UserNotifications(parent) {
     QDBusConnection bus = QDBusConnection::sessionBus();
-    bus.connect(kService, kPath, kService, QStringLiteral("ActionInvoked"), this, SLOT(actionInvoked(uint, QString)));
-    bus.connect(kService, kPath, kService, QStringLiteral("NotificationClosed"), this, SLOT(notificationClosed(uint, uint)));
+    bus.connect(kService, kPath, kService, QStringLiteral("ActionInvoked"), this,
+                SLOT(actionInvoked(uint, QString)));
+    bus.connect(kService, kPath, kService, QStringLiteral("NotificationClosed"), this,
+                SLOT(notificationClosed(uint, uint)));
     auto *watcher = new QDBusServiceWatcher(kService, bus, QDBusServiceWatcher::WatchForOwnerChange, this);
     // Another service counts its ids anew.
     connect(watcher, &QDBusServiceWatcher::serviceOwnerChanged, this,
@@ -54,7 +57,8 @@ void DesktopNotifications::askForCapabilities() {
     auto *reply = new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(question), this);
     connect(reply, &QDBusPendingCallWatcher::finished, this, [this, reply] {
         const QDBusPendingReply<QStringList> capabilities = *reply;
-        if (!capabilities.isError()) understandsMarkup_ = capabilities.value().contains(QStringLiteral("body-markup"));
+        if (!capabilities.isError())
+            understandsMarkup_ = capabilities.value().contains(QStringLiteral("body-markup"));
         reply->deleteLater();
     });
 }
@@ -83,4 +87,6 @@ void DesktopNotifications::actionInvoked(uint id, const QString &action) {
     if (delivered_.contains(id) && action == u"default") Q_EMIT activated();
 }
 
-void DesktopNotifications::notificationClosed(uint id, uint) { delivered_.remove(id); }
+void DesktopNotifications::notificationClosed(uint id, uint) {
+    delivered_.remove(id);
+}

@@ -16,8 +16,8 @@ PasteboardText textOf(const QMimeData *data) {
     return {PasteboardText::State::kText, toUtf8(data->text())};
 }
 
-// What can be told without asking another program: this program's own text, or all that a desktop other than X11
-// shows. Nothing if another program has to be asked. UI thread.
+// What can be told without asking another program: this program's own text, or all that a desktop other than
+// X11 shows. Nothing if another program has to be asked. UI thread.
 std::optional<PasteboardText> ownText() {
     const QClipboard &clipboard = *QGuiApplication::clipboard();
     if (clipboard.ownsClipboard()) return textOf(clipboard.mimeData());

@@ -7,17 +7,18 @@
 class UiThread;
 class Waiting;
 
-// The general pasteboard: the desktop's clipboard, as plain text. An interface, so that a test can put anything there.
+// The general pasteboard: the desktop's clipboard, as plain text. An interface, so that a test can put
+// anything there.
 class Pasteboard {
   public:
     virtual ~Pasteboard() = default;
 
-    // The clipboard's text now. From any thread: on the UI thread the event loop turns meanwhile (so only from inside
-    // an action of the ActionGate), elsewhere the caller blocks.
+    // The clipboard's text now. From any thread: on the UI thread the event loop turns meanwhile (so only
+    // from inside an action of the ActionGate), elsewhere the caller blocks.
     virtual PasteboardText stringForType() = 0;
 
-    // Puts `text` on the clipboard as plain text, in place of whatever was there. False if the desktop did not let it.
-    // UI thread only.
+    // Puts `text` on the clipboard as plain text, in place of whatever was there. False if the desktop did
+    // not let it. UI thread only.
     virtual bool setString(const std::string &text) = 0;
 };
 

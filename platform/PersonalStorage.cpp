@@ -22,8 +22,10 @@ namespace {
 
 // Where the server publishes its port and its users hold their locks; the server has the same rule.
 fs::path runtimeFolder() {
-    if (const char *runtime = std::getenv("XDG_RUNTIME_DIR"); runtime && *runtime) return fs::path(runtime) / "quillery";
-    if (const char *cache = std::getenv("XDG_CACHE_HOME"); cache && *cache) return fs::path(cache) / "quillery";
+    if (const char *runtime = std::getenv("XDG_RUNTIME_DIR"); runtime && *runtime)
+        return fs::path(runtime) / "quillery";
+    if (const char *cache = std::getenv("XDG_CACHE_HOME"); cache && *cache)
+        return fs::path(cache) / "quillery";
     const char *home = std::getenv("HOME");
     return fs::path(home ? home : "/") / ".cache" / "quillery";
 }
@@ -40,8 +42,8 @@ bool answersOn(std::int32_t port) {
     return connected;
 }
 
-// The server holds this lock for as long as it lives. A port that was published by one that has been killed may be
-// anybody's by now.
+// The server holds this lock for as long as it lives. A port that was published by one that has been killed
+// may be anybody's by now.
 bool serverLives() {
     const int fd = open((runtimeFolder() / "storage.lock").c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return false;
@@ -109,7 +111,8 @@ PersonalStorage::Result PersonalStorage::ensureRunning(const fs::path &program, 
             if (!childEnded) std::thread([child] { waitpid(child, nullptr, 0); }).detach();
             return {port, {}};
         }
-        // Another server of this user's may have been quicker; a second one ends by itself, and the first answers soon.
+        // Another server of this user's may have been quicker; a second one ends by itself, and the first
+        // answers soon.
         int status = 0;
         if (!childEnded && waitpid(child, &status, WNOHANG) == child) {
             childEnded = true;

@@ -7,12 +7,12 @@
 #include <stop_token>
 #include <string>
 
-// The personal storage server of this machine and user: the program quillery-storage, which serves a folder of the
-// user's over FTP on the loopback address.
+// The personal storage server of this machine and user: the program quillery-storage, which serves a folder
+// of the user's over FTP on the loopback address.
 //
-// While an object of this class lives and has been asked for the server, it counts as one of the server's users. A
-// server that this program started ends by itself once its last user has gone, however that one ended; a server that
-// was running before is left alone.
+// While an object of this class lives and has been asked for the server, it counts as one of the server's
+// users. A server that this program started ends by itself once its last user has gone, however that one
+// ended; a server that was running before is left alone.
 class PersonalStorage {
   public:
     static constexpr std::chrono::seconds kStartLimit{10};
@@ -27,8 +27,8 @@ class PersonalStorage {
     PersonalStorage(const PersonalStorage &) = delete;
     PersonalStorage &operator=(const PersonalStorage &) = delete;
 
-    // Makes sure that the server is up and tells its port. `program` is the path of quillery-storage. Blocks until it
-    // answers, at most kStartLimit; any thread, one call at a time.
+    // Makes sure that the server is up and tells its port. `program` is the path of quillery-storage. Blocks
+    // until it answers, at most kStartLimit; any thread, one call at a time.
     Result ensureRunning(const std::filesystem::path &program, std::stop_token stop = {});
 
   private:

@@ -11,7 +11,8 @@ namespace {
 constexpr int kGap = 6;  // pixels between the control and its popover
 }
 
-Popover::Popover(QWidget *parent) : QFrame(parent, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint) {
+Popover::Popover(QWidget *parent)
+    : QFrame(parent, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint) {
     setFrameShape(QFrame::StyledPanel);
     setAttribute(Qt::WA_ShowWithoutActivating);
 }
@@ -32,10 +33,18 @@ void Popover::showRelativeTo(QWidget *sender, Edge edge) {
         const bool fitsRight = right + width() <= room.right();
         const bool fitsLeft = left >= room.left();
         switch (edge) {
-            case Edge::kMaxY: place = {at.left(), fitsAbove || !fitsBelow ? above : below}; break;
-            case Edge::kMinY: place = {at.left(), fitsBelow || !fitsAbove ? below : above}; break;
-            case Edge::kMaxX: place = {fitsRight || !fitsLeft ? right : left, at.top()}; break;
-            case Edge::kMinX: place = {fitsLeft || !fitsRight ? left : right, at.top()}; break;
+            case Edge::kMaxY:
+                place = {at.left(), fitsAbove || !fitsBelow ? above : below};
+                break;
+            case Edge::kMinY:
+                place = {at.left(), fitsBelow || !fitsAbove ? below : above};
+                break;
+            case Edge::kMaxX:
+                place = {fitsRight || !fitsLeft ? right : left, at.top()};
+                break;
+            case Edge::kMinX:
+                place = {fitsLeft || !fitsRight ? left : right, at.top()};
+                break;
         }
     }
     place.setX(std::clamp(place.x(), room.left(), std::max(room.left(), room.right() - width())));
@@ -62,7 +71,8 @@ bool Popover::eventFilter(QObject *watched, QEvent *event) {
         if (!geometry().contains(mouse->globalPosition().toPoint())) hide();
     }
     // Which window is the active one now is known only after this event.
-    if (event->type() == QEvent::WindowDeactivate) QMetaObject::invokeMethod(this, &Popover::closeIfLeft, Qt::QueuedConnection);
+    if (event->type() == QEvent::WindowDeactivate)
+        QMetaObject::invokeMethod(this, &Popover::closeIfLeft, Qt::QueuedConnection);
     return false;
 }
 

@@ -3,9 +3,9 @@
 #include <QFrame>
 #include <QPointer>
 
-// A small frameless window that belongs to a control and stands at one of its edges. Escape, a click elsewhere or
-// another window's coming to the front closes it. It takes neither the keyboard focus nor any grab, so that the list below it
-// stays usable and global hot keys work while it is up.
+// A small frameless window that belongs to a control and stands at one of its edges. Escape, a click
+// elsewhere or another window's coming to the front closes it. It takes neither the keyboard focus nor any
+// grab, so that the list below it stays usable and global hot keys work while it is up.
 class Popover : public QFrame {
     Q_OBJECT
 
@@ -15,8 +15,8 @@ class Popover : public QFrame {
 
     explicit Popover(QWidget *parent = nullptr);
 
-    // Shows the popover at `edge` of `sender` (kMaxY is the top edge), or on the other side where there is more room.
-    // With no sender it stands in the middle of the screen.
+    // Shows the popover at `edge` of `sender` (kMaxY is the top edge), or on the other side where there is
+    // more room. With no sender it stands in the middle of the screen.
     void showRelativeTo(QWidget *sender, Edge edge);
 
   protected:

@@ -16,7 +16,9 @@ Spinner::Spinner(QWidget *parent) : QWidget(parent) {
     });
 }
 
-void Spinner::startAnimation() { timer_.start(); }
+void Spinner::startAnimation() {
+    timer_.start();
+}
 
 void Spinner::stopAnimation() {
     timer_.stop();

@@ -10,8 +10,8 @@ class Spinner : public QWidget {
   public:
     explicit Spinner(QWidget *parent = nullptr);
 
-    // Asks for the animation to be independent of the main thread's work. Here waits turn the event loop, so the
-    // spinner keeps turning either way.
+    // Asks for the animation to be independent of the main thread's work. Here waits turn the event loop, so
+    // the spinner keeps turning either way.
     void setUsesThreadedAnimation(bool) {}
     void startAnimation();
     void stopAnimation();

@@ -25,9 +25,11 @@ bool hasXTray() {
     if (!x11 || !x11->connection()) return false;
     xcb_connection_t *connection = x11->connection();
     constexpr char kSelection[] = "_NET_SYSTEM_TRAY_S0";
-    auto *atom = xcb_intern_atom_reply(connection, xcb_intern_atom(connection, 0, sizeof kSelection - 1, kSelection), nullptr);
+    auto *atom = xcb_intern_atom_reply(
+        connection, xcb_intern_atom(connection, 0, sizeof kSelection - 1, kSelection), nullptr);
     if (!atom) return false;
-    auto *owner = xcb_get_selection_owner_reply(connection, xcb_get_selection_owner(connection, atom->atom), nullptr);
+    auto *owner =
+        xcb_get_selection_owner_reply(connection, xcb_get_selection_owner(connection, atom->atom), nullptr);
     std::free(atom);
     const bool there = owner && owner->owner != XCB_NONE;
     std::free(owner);
@@ -45,9 +47,11 @@ QIcon statusImage(QString name) {
 
 }  // namespace
 
-// Qt decides between the two kinds of status bar once, at the first touch of QSystemTrayIcon: so nothing of it is
-// touched before there is one.
-bool StatusBar::isAvailable() { return hasNotifierHost() || hasXTray(); }
+// Qt decides between the two kinds of status bar once, at the first touch of QSystemTrayIcon: so nothing of
+// it is touched before there is one.
+bool StatusBar::isAvailable() {
+    return hasNotifierHost() || hasXTray();
+}
 
 StatusItem::StatusItem(QObject *parent) : QObject(parent) {
     connect(&lookAgain_, &QTimer::timeout, this, &StatusItem::showIfPossible);

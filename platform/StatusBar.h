@@ -14,7 +14,8 @@ class StatusBar {
     static bool isAvailable();
 };
 
-// One item of the status bar: an image and a menu. Where there is no status bar yet, it appears as soon as there is.
+// One item of the status bar: an image and a menu. Where there is no status bar yet, it appears as soon as
+// there is.
 class StatusItem : public QObject {
     Q_OBJECT
 
@@ -30,7 +31,8 @@ class StatusItem : public QObject {
 
     bool isShown() const { return icon_ != nullptr; }
 
-    // For a desktop without a notification service: a balloon at the item. False if there is no item to show it at.
+    // For a desktop without a notification service: a balloon at the item. False if there is no item to show
+    // it at.
     bool showMessage(const QString &title, const QString &text);
 
   Q_SIGNALS:

@@ -6,7 +6,9 @@
 
 namespace {
 
-bool isContinuation(unsigned char byte) { return (byte & 0xC0) == 0x80; }
+bool isContinuation(unsigned char byte) {
+    return (byte & 0xC0) == 0x80;
+}
 
 // The bytes of the well-formed sequence at `at`, or 0.
 std::size_t sequenceLength(const unsigned char *at, std::size_t left) {
@@ -75,7 +77,8 @@ QString oneLine(std::string_view utf8, std::size_t limit) {
     QString line = shortened(toQString(utf8.substr(0, cut)), static_cast<qsizetype>(limit));
     if (more && !line.endsWith(QChar(0x2026))) line += QChar(0x2026);
     for (QChar &c : line) {
-        if (c == u'\n' || c == u'\r' || c == u'\t' || c == QChar::LineSeparator || c == QChar::ParagraphSeparator) {
+        if (c == u'\n' || c == u'\r' || c == u'\t' || c == QChar::LineSeparator ||
+            c == QChar::ParagraphSeparator) {
             c = u' ';
         } else if (c.unicode() < 0x20) {
             c = QChar(0x2400 + c.unicode());  // the control pictures

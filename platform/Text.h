@@ -7,7 +7,8 @@
 
 // Between UTF-8 bytes, the form in which texts are kept, and QString, the form in which they are shown.
 
-// Whether the bytes are UTF-8 as the standard has it: no overlong forms, no surrogates, nothing above U+10FFFF.
+// Whether the bytes are UTF-8 as the standard has it: no overlong forms, no surrogates, nothing above
+// U+10FFFF.
 bool isValidUtf8(std::string_view bytes);
 
 // The text as it stands, a leading byte order mark and NUL included (QString::fromUtf8 drops the mark).
@@ -17,9 +18,10 @@ QString toQString(std::string_view utf8);
 // The reverse; a lone surrogate becomes a replacement character.
 std::string toUtf8(const QString &text);
 
-// One line that stands for a text of any size: at most `limit` characters, line breaks and tabs as blanks, other
-// control characters as visible signs, an ellipsis where something was left out.
+// One line that stands for a text of any size: at most `limit` characters, line breaks and tabs as blanks,
+// other control characters as visible signs, an ellipsis where something was left out.
 QString oneLine(std::string_view utf8, std::size_t limit = 200);
 
-// At most `limit` characters of `text`, with an ellipsis if something was left out. No character is cut in two.
+// At most `limit` characters of `text`, with an ellipsis if something was left out. No character is cut in
+// two.
 QString shortened(const QString &text, qsizetype limit);

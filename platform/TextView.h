@@ -3,8 +3,9 @@
 #include <QPlainTextEdit>
 #include <QTimer>
 
-// A read-only view of one text of any size, scrollable. A large text comes in pieces while the event loop turns, so
-// that showing it never holds up the interface; lines of more than kLongLine characters are folded for display.
+// A read-only view of one text of any size, scrollable. A large text comes in pieces while the event loop
+// turns, so that showing it never holds up the interface; lines of more than kLongLine characters are folded
+// for display.
 class TextView : public QPlainTextEdit {
     Q_OBJECT
 

@@ -6,7 +6,8 @@ namespace {
 
 void apply(QWidget &widget) {
     const QString name = widget.objectName();
-    if (!name.isEmpty() && !name.startsWith(u"qt_")) widget.setAccessibleDescription(QStringLiteral("id=") + name);
+    if (!name.isEmpty() && !name.startsWith(u"qt_"))
+        widget.setAccessibleDescription(QStringLiteral("id=") + name);
 }
 
 }  // namespace

@@ -10,8 +10,8 @@
 #include <thread>
 #include <utility>
 
-// The wake-up is an eventfd that counts the waiting pieces, and each activation takes exactly one: a piece that turns
-// a nested loop leaves the others ready for that loop. No object of Qt's crosses threads.
+// The wake-up is an eventfd that counts the waiting pieces, and each activation takes exactly one: a piece
+// that turns a nested loop leaves the others ready for that loop. No object of Qt's crosses threads.
 struct UiThread::Queue {
     std::thread::id owner = std::this_thread::get_id();
     int wakeUp = eventfd(0, EFD_SEMAPHORE | EFD_CLOEXEC | EFD_NONBLOCK);
@@ -38,9 +38,13 @@ UiThread::UiThread() : queue_(std::make_unique<Queue>()) {
                      [queue = queue_.get()] { queue->runOne(); });
 }
 
-UiThread::~UiThread() { close(queue_->wakeUp); }
+UiThread::~UiThread() {
+    close(queue_->wakeUp);
+}
 
-bool UiThread::isCurrent() const { return std::this_thread::get_id() == queue_->owner; }
+bool UiThread::isCurrent() const {
+    return std::this_thread::get_id() == queue_->owner;
+}
 
 void UiThread::post(std::function<void()> work) {
     const std::lock_guard lock(queue_->mutex);

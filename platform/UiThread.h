@@ -7,10 +7,11 @@
 
 // Hands work over to the thread that owns the interface.
 //
-// Made and destroyed on the UI thread; run() and post() may be called from any thread in between. The hand-over goes
-// through one mutex, so whatever a caller wrote before is visible to the work, and the work's effects to the caller of
-// run(). Work runs whenever the UI thread turns an event loop, nested ones included: keep it short, and open no window
-// loop from it (an alert asked for by a background operation goes through the ActionGate).
+// Made and destroyed on the UI thread; run() and post() may be called from any thread in between. The
+// hand-over goes through one mutex, so whatever a caller wrote before is visible to the work, and the work's
+// effects to the caller of run(). Work runs whenever the UI thread turns an event loop, nested ones included:
+// keep it short, and open no window loop from it (an alert asked for by a background operation goes through
+// the ActionGate).
 class UiThread {
   public:
     UiThread();

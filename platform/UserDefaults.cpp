@@ -5,7 +5,8 @@
 #include <cstdio>
 
 UserDefaults::UserDefaults()
-    : settings_(QSettings::IniFormat, QSettings::UserScope, QStringLiteral("TovanixDev"), QStringLiteral("Quillery")) {
+    : settings_(QSettings::IniFormat, QSettings::UserScope, QStringLiteral("TovanixDev"),
+                QStringLiteral("Quillery")) {
     settings_.setFallbacksEnabled(false);
     if (settings_.status() != QSettings::NoError) {
         std::fprintf(stderr, "Quillery: the settings in %s could not be read.\n", qUtf8Printable(fileName()));

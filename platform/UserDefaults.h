@@ -3,8 +3,8 @@
 #include <QSettings>
 #include <optional>
 
-// The per-user settings store: text values under text keys, in an ini file that only its owner can read (mode 0600).
-// UI thread only.
+// The per-user settings store: text values under text keys, in an ini file that only its owner can read (mode
+// 0600). UI thread only.
 class UserDefaults {
   public:
     // The store of the running user: organisation TovanixDev, application Quillery.
@@ -16,7 +16,8 @@ class UserDefaults {
     // Stores `value` under `key`, or removes the key (no value). Not on the disk before synchronize().
     void setObject(const std::optional<QString> &value, const QString &key);
 
-    // Writes to the disk. False, with a line on standard error, if that failed; the values stay in force for this run.
+    // Writes to the disk. False, with a line on standard error, if that failed; the values stay in force for
+    // this run.
     bool synchronize();
 
     QString fileName() const { return settings_.fileName(); }

@@ -8,10 +8,11 @@
 
 class UiThread;
 
-// Work that the interface has to wait for: it runs on a thread of its own while the UI thread turns its event loop, so
-// windows repaint, spinners turn and the desktop never calls the program hung.
+// Work that the interface has to wait for: it runs on a thread of its own while the UI thread turns its event
+// loop, so windows repaint, spinners turn and the desktop never calls the program hung.
 //
-// UI thread only. Actions of the user that arrive meanwhile are held back by the ActionGate, not by this class.
+// UI thread only. Actions of the user that arrive meanwhile are held back by the ActionGate, not by this
+// class.
 class Waiting : public QObject {
     Q_OBJECT
 
@@ -21,8 +22,8 @@ class Waiting : public QObject {
 
     explicit Waiting(UiThread &ui, QObject *parent = nullptr);
 
-    // Runs `work` and returns its value. `whatFor` is a sentence for the user. The token is stopped when the user
-    // cancels; work is expected to return soon after that, with whatever means "nothing" for it.
+    // Runs `work` and returns its value. `whatFor` is a sentence for the user. The token is stopped when the
+    // user cancels; work is expected to return soon after that, with whatever means "nothing" for it.
     template <class Work>
     auto run(const QString &whatFor, Work work) -> std::invoke_result_t<Work, std::stop_token> {
         std::optional<std::invoke_result_t<Work, std::stop_token>> result;

@@ -2,4 +2,6 @@
 
 #include <QDesktopServices>
 
-bool DesktopWorkspace::openURL(const QUrl &url) { return QDesktopServices::openUrl(url); }
+bool DesktopWorkspace::openURL(const QUrl &url) {
+    return QDesktopServices::openUrl(url);
+}

@@ -24,8 +24,8 @@ template <class T>
 using Reply = std::unique_ptr<T, Free>;
 
 // The forms of text that are understood, best first.
-constexpr std::array<const char *, 6> kTextTargets = {"UTF8_STRING", "text/plain;charset=utf-8", "text/plain;charset=UTF-8",
-                                                      "STRING",      "TEXT",                     "text/plain"};
+constexpr std::array<const char *, 6> kTextTargets = {
+    "UTF8_STRING", "text/plain;charset=utf-8", "text/plain;charset=UTF-8", "STRING", "TEXT", "text/plain"};
 
 std::string fromLatin1(std::string_view bytes) {
     return toUtf8(QString::fromLatin1(bytes.data(), static_cast<qsizetype>(bytes.size())));
@@ -51,7 +51,8 @@ class Reader {
         for (const char *name : kTextTargets) {
             const xcb_atom_t target = atom(name);
             // An owner that does not tell its targets is asked for the plain ones all the same.
-            if (!targets.bytes ? (target != atom("UTF8_STRING") && target != XCB_ATOM_STRING) : !holds(*targets.bytes, target)) {
+            if (!targets.bytes ? (target != atom("UTF8_STRING") && target != XCB_ATOM_STRING)
+                               : !holds(*targets.bytes, target)) {
                 continue;
             }
             const auto text = convert(target);
@@ -85,7 +86,8 @@ class Reader {
 
     xcb_atom_t atom(std::string_view name) {
         const Reply<xcb_intern_atom_reply_t> reply(xcb_intern_atom_reply(
-            connection_, xcb_intern_atom(connection_, 0, static_cast<std::uint16_t>(name.size()), name.data()), nullptr));
+            connection_,
+            xcb_intern_atom(connection_, 0, static_cast<std::uint16_t>(name.size()), name.data()), nullptr));
         return reply ? reply->atom : XCB_NONE;
     }
 
@@ -105,7 +107,8 @@ class Reader {
         for (;;) {
             if (auto *event = xcb_poll_for_event(connection_)) return Reply<xcb_generic_event_t>(event);
             if (xcb_connection_has_error(connection_) || stop_.stop_requested()) return nullptr;
-            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
+            const auto left =
+                std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
             if (left <= 0) return nullptr;
             pollfd descriptor = {xcb_get_file_descriptor(connection_), POLLIN, 0};
             poll(&descriptor, 1, static_cast<int>(std::min<long long>(left, 100)));
@@ -121,14 +124,17 @@ class Reader {
         return false;
     }
 
-    // Takes the property off the window, appends it to `bytes` and returns its type, or none if there is no property.
+    // Takes the property off the window, appends it to `bytes` and returns its type, or none if there is no
+    // property.
     xcb_atom_t takeProperty(std::string &bytes) {
         constexpr std::uint32_t kWordsAtOnce = 256 * 1024;
         xcb_atom_t type = XCB_NONE;
         for (std::uint32_t offset = 0;; offset += kWordsAtOnce) {
-            const Reply<xcb_get_property_reply_t> reply(xcb_get_property_reply(
-                connection_,
-                xcb_get_property(connection_, 0, window_, property_, XCB_GET_PROPERTY_TYPE_ANY, offset, kWordsAtOnce), nullptr));
+            const Reply<xcb_get_property_reply_t> reply(
+                xcb_get_property_reply(connection_,
+                                       xcb_get_property(connection_, 0, window_, property_,
+                                                        XCB_GET_PROPERTY_TYPE_ANY, offset, kWordsAtOnce),
+                                       nullptr));
             if (!reply || reply->type == XCB_NONE) break;
             type = reply->type;
             bytes.append(static_cast<const char *>(xcb_get_property_value(reply.get())),

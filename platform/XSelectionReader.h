@@ -17,8 +17,8 @@ struct PasteboardText {
     std::string text;
 };
 
-// Reads the text of the X11 selection CLIPBOARD over a connection of its own, so that an owner that hangs holds up
-// neither the interface nor its other requests. Blocks; any thread except one that the owner needs to answer.
-// Gives up `limit` after the last sign of life, or when `stop` is requested (both: kNoAnswer). Bytes that are not UTF-8
-// become replacement characters.
+// Reads the text of the X11 selection CLIPBOARD over a connection of its own, so that an owner that hangs
+// holds up neither the interface nor its other requests. Blocks; any thread except one that the owner needs
+// to answer. Gives up `limit` after the last sign of life, or when `stop` is requested (both: kNoAnswer).
+// Bytes that are not UTF-8 become replacement characters.
 PasteboardText readXSelection(std::chrono::milliseconds limit, std::stop_token stop = {});

@@ -15,11 +15,14 @@ PersonalStorage &storage() {
     return server;
 }
 
-fs::path folderFromEnvironment(const char *name) { return qEnvironmentVariable(name).toStdString(); }
+fs::path folderFromEnvironment(const char *name) {
+    return qEnvironmentVariable(name).toStdString();
+}
 
 }  // namespace
 
-void ExpectedAlerts::expect(const QString &title, const QString &message, int answer, std::function<void()> during) {
+void ExpectedAlerts::expect(const QString &title, const QString &message, int answer,
+                            std::function<void()> during) {
     expected_.push_back({title, message, answer, std::move(during)});
 }
 
@@ -37,13 +40,15 @@ int ExpectedAlerts::run(const QString &title, const QString &message, const QStr
 }
 
 ControllerTest::ControllerTest()
-    : home(folderFromEnvironment("HOME") / "user"), htdocs(folderFromEnvironment("XDG_DATA_HOME") / "quillery" / "htdocs") {
+    : home(folderFromEnvironment("HOME") / "user"),
+      htdocs(folderFromEnvironment("XDG_DATA_HOME") / "quillery" / "htdocs") {
     fs::remove_all(home);
     fs::create_directories(home);
     if (fs::exists(htdocs)) {
         for (const auto &file : fs::directory_iterator(htdocs)) fs::remove_all(file);
     }
-    for (const char *key : {"kIsNotFirstUse", "kAutoLogin", "kUsername", "kPassword", "kHasPasscode", "kPasscode", "kOpenAtLaunch"}) {
+    for (const char *key : {"kIsNotFirstUse", "kAutoLogin", "kUsername", "kPassword", "kHasPasscode",
+                            "kPasscode", "kOpenAtLaunch"}) {
         defaults.setObject(std::nullopt, QLatin1String(key));
     }
 }
@@ -64,13 +69,17 @@ void ControllerTest::setAutoLogin(const QString &user) {
 AppDelegate &ControllerTest::start() {
     delegate.reset();
     delegate = std::make_unique<AppDelegate>(
-        Shell{ui, gate, background, waiting, alerts, pasteboard, defaults, notifications, workspace, configuration, home,
-              [](std::stop_token stop) { return storage().ensureRunning(QUILLERY_STORAGE_PROGRAM, std::move(stop)); }});
+        Shell{ui, gate, background, waiting, alerts, pasteboard, defaults, notifications, workspace,
+              configuration, home, [](std::stop_token stop) {
+                  return storage().ensureRunning(QUILLERY_STORAGE_PROGRAM, std::move(stop));
+              }});
     gate.enter([this] { delegate->applicationDidFinishLaunching(); });
     return *delegate;
 }
 
-void ControllerTest::copy(const std::string &text) { ASSERT_TRUE(pasteboard.setString(text)); }
+void ControllerTest::copy(const std::string &text) {
+    ASSERT_TRUE(pasteboard.setString(text));
+}
 
 void ControllerTest::save(const std::string &text) {
     copy(text);
@@ -105,4 +114,6 @@ void ControllerTest::putRemote(const std::string &name, const std::string &bytes
     std::ofstream(htdocs / name, std::ios::binary) << bytes;
 }
 
-std::string ControllerTest::clipboard() { return pasteboard.stringForType().text; }
+std::string ControllerTest::clipboard() {
+    return pasteboard.stringForType().text;
+}

@@ -19,7 +19,8 @@
 class ExpectedAlerts : public Alerts {
   public:
     // `during` runs while the alert is up.
-    void expect(const QString &title, const QString &message, int answer = 0, std::function<void()> during = {});
+    void expect(const QString &title, const QString &message, int answer = 0,
+                std::function<void()> during = {});
     int run(const QString &title, const QString &message, const QStringList &buttons) override;
     std::size_t outstanding() const { return expected_.size(); }
 
@@ -51,7 +52,8 @@ class RecordedWorkspace : public Workspace {
     QStringList opened;
 };
 
-// The real controller with its real windows, the real clipboard, and a real personal storage server of the test's own.
+// The real controller with its real windows, the real clipboard, and a real personal storage server of the
+// test's own.
 class ControllerTest : public testing::Test {
   protected:
     ControllerTest();

@@ -25,7 +25,8 @@ TEST(ClipList, SplitsAtEveryTerminatorAndKeepsEveryPiece) {
     EXPECT_EQ(items(kEnd + kEnd), (Items{"", "", ""}));
     EXPECT_EQ(items("  line one\n\nline two\r\n" + kEnd), (Items{"  line one\n\nline two\r\n", ""}));
     EXPECT_EQ(items("a\0b"s + kEnd + "-CLIPBOARD'S END-"), (Items{"a\0b"s, "-CLIPBOARD'S END-"}));
-    EXPECT_EQ(items("x" + kEnd + "y" + kEnd), (Items{"x", "y", ""})) << "an entry with a terminator in it reads as two";
+    EXPECT_EQ(items("x" + kEnd + "y" + kEnd), (Items{"x", "y", ""}))
+        << "an entry with a terminator in it reads as two";
     EXPECT_EQ(items("a\n-CLIPBOARD\xE2\x80\x99S END-\n").size(), 1U) << "the apostrophe is the straight one";
 }
 
@@ -41,7 +42,8 @@ TEST(ClipList, NewEntriesGoInFront) {
 TEST(ClipList, RemovalIsOfPlainSubstrings) {
     EXPECT_EQ(ClipList::withoutEntry("bc" + kEnd + "x" + kEnd + "bc" + kEnd, "bc"), "x" + kEnd);
     EXPECT_EQ(ClipList::withoutEntry("abc" + kEnd + "x" + kEnd, "bc"), "ax" + kEnd);
-    EXPECT_EQ(ClipList::withoutEntry("b" + kEnd + "a", "a"), "b" + kEnd + "a") << "an entry without terminator stays";
+    EXPECT_EQ(ClipList::withoutEntry("b" + kEnd + "a", "a"), "b" + kEnd + "a")
+        << "an entry without terminator stays";
     EXPECT_EQ(ClipList::withoutEntry("", "a"), "");
     EXPECT_TRUE(ClipList::containsEntry("abc" + kEnd, "bc"));
     EXPECT_TRUE(ClipList::containsEntry("abc" + kEnd, ""));

@@ -6,7 +6,9 @@ namespace {
 
 using Values = QMap<QString, QString>;
 
-Configuration from(const Values &file, const Values &environment = {}) { return Configuration::fromValues(file, environment); }
+Configuration from(const Values &file, const Values &environment = {}) {
+    return Configuration::fromValues(file, environment);
+}
 
 }  // namespace
 
@@ -21,9 +23,14 @@ TEST(Configuration, DefaultsToThePersonalStorage) {
 }
 
 TEST(Configuration, TheEnvironmentWinsOverTheFile) {
-    const Configuration c = from({{"storage/host", "a.example"}, {"storage/port", "2121"}, {"storage/tls", "try"},
-                                  {"storage/idle_timeout_seconds", "5"}, {"links/web", "https://example.org"}, {"links/twitter", ""}},
-                                 {{"QUILLERY_STORAGE_HOST", "b.example"}, {"QUILLERY_STORAGE_TLS", "required"}});
+    const Configuration c =
+        from({{"storage/host", "a.example"},
+              {"storage/port", "2121"},
+              {"storage/tls", "try"},
+              {"storage/idle_timeout_seconds", "5"},
+              {"links/web", "https://example.org"},
+              {"links/twitter", ""}},
+             {{"QUILLERY_STORAGE_HOST", "b.example"}, {"QUILLERY_STORAGE_TLS", "required"}});
     EXPECT_EQ(c.storageHost, "b.example");
     EXPECT_EQ(c.storagePort, 2121);
     EXPECT_EQ(c.transport.tls, TlsMode::kRequired);
@@ -49,6 +56,11 @@ TEST(Configuration, BadValuesAreSaidAndReplaced) {
 }
 
 TEST(Settings, UnknownValuesAreSaid) {
-    EXPECT_TRUE(problemsOfSettings({{"kIsNotFirstUse", "YES"}, {"kHasPasscode", ""}, {"kAutoLogin", "No"}, {"kUsername", "x"}}).isEmpty());
-    EXPECT_EQ(problemsOfSettings({{"kAutoLogin", "YES"}, {"kHasPasscode", "Yes"}, {"kOpenAtLaunch", "1"}}).size(), 3);
+    EXPECT_TRUE(
+        problemsOfSettings(
+            {{"kIsNotFirstUse", "YES"}, {"kHasPasscode", ""}, {"kAutoLogin", "No"}, {"kUsername", "x"}})
+            .isEmpty());
+    EXPECT_EQ(
+        problemsOfSettings({{"kAutoLogin", "YES"}, {"kHasPasscode", "Yes"}, {"kOpenAtLaunch", "1"}}).size(),
+        3);
 }

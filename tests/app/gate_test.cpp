@@ -35,7 +35,8 @@ TEST_F(GateTest, ActionsDuringAnAlertRunAfterItOnceEachInOrder) {
     alerts.expect(QStringLiteral("Success!"), QStringLiteral("You have successully save:(\"a\")"));
     delegate->interface.Saveing_menu_item->trigger();
     settle();
-    // The first pick copied "a"; remove mode came on; the second pick removed "b"; the hot key found "a" in the list.
+    // The first pick copied "a"; remove mode came on; the second pick removed "b"; the hot key found "a" in
+    // the list.
     EXPECT_EQ(items(), (Items{"a", ""}));
     EXPECT_EQ(local(), "a" + kEnd);
 }
@@ -47,7 +48,9 @@ TEST_F(GateTest, ActionsDuringAReadRunAfterIt) {
     start();
     copy("near");
     QStringList order;
-    notifications.onDeliver = [&](const QString &) { order << QStringLiteral("saved with %1 items").arg(items().size()); };
+    notifications.onDeliver = [&](const QString &) {
+        order << QStringLiteral("saved with %1 items").arg(items().size());
+    };
     bool clicked = false;
     QTimer::singleShot(0, [&] {
         // The list is being read just now.

@@ -9,14 +9,16 @@
 #include "app/ClipList.h"
 #include "tests/app/ControllerTest.h"
 
-// A program that saves one text after another is killed at any instant. Whatever it had announced by then is in the
-// list, but for the one text that was in flight.
+// A program that saves one text after another is killed at any instant. Whatever it had announced by then is
+// in the list, but for the one text that was in flight.
 class KillTest : public ControllerTest {
   protected:
     KillTest() { setNotFirstUse(); }
 
     // Text number n, of varying length.
-    static std::string text(int n) { return std::to_string(n) + " " + std::string(static_cast<std::size_t>(n % 7) * 500, 'x'); }
+    static std::string text(int n) {
+        return std::to_string(n) + " " + std::string(static_cast<std::size_t>(n % 7) * 500, 'x');
+    }
 };
 
 // The program that is killed: this very one, told by the environment to save from a given number on.
@@ -36,7 +38,8 @@ TEST_F(KillTest, DISABLED_Saver) {
 
 TEST_F(KillTest, AThousandSavesKilledAtAnyInstantLoseNothing) {
     constexpr int kSaves = 1000;
-    const std::filesystem::path savers = home.parent_path() / "saver";  // out of reach of the savers' own setting up
+    const std::filesystem::path savers =
+        home.parent_path() / "saver";  // out of reach of the savers' own setting up
     const std::filesystem::path list = savers / "Documents" / ".Quillery.txt";
     std::mt19937 random(4711);
     int announced = 0;  // the highest number so far
@@ -47,11 +50,13 @@ TEST_F(KillTest, AThousandSavesKilledAtAnyInstantLoseNothing) {
         environment.insert(QStringLiteral("SAVER_FIRST"), QString::number(announced + 1));
         environment.insert(QStringLiteral("SAVER_HOME"), QString::fromStdString(savers.string()));
         saver.setProcessEnvironment(environment);
-        saver.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--gtest_also_run_disabled_tests"),
-                                                             QStringLiteral("--gtest_filter=KillTest.DISABLED_Saver")});
+        saver.start(QCoreApplication::applicationFilePath(),
+                    {QStringLiteral("--gtest_also_run_disabled_tests"),
+                     QStringLiteral("--gtest_filter=KillTest.DISABLED_Saver")});
         // From the first announcement on, any instant within some fifty saves' time.
         QByteArray output;
-        ASSERT_TRUE(waitFor([&] { return (output += saver.readAllStandardOutput()).contains("announced"); }, 60'000));
+        ASSERT_TRUE(
+            waitFor([&] { return (output += saver.readAllStandardOutput()).contains("announced"); }, 60'000));
         const int target = static_cast<int>(random() % 100);
         while (output.count("announced") < target && saver.state() == QProcess::Running) {
             saver.waitForReadyRead(10);

@@ -26,7 +26,8 @@ class SavedListTest : public ControllerTest {
     ListControl &list() { return *delegate->interface.Clipboard_saved_string_combobox; }
 };
 
-// ---- Saving -------------------------------------------------------------------------------------------------------------
+// ---- Saving
+// -------------------------------------------------------------------------------------------------------------
 
 TEST_F(SavedListTest, ASavedTextIsOnTopAnnouncedAndOnTheDisk) {
     start();
@@ -42,7 +43,8 @@ TEST_F(SavedListTest, ASavedTextIsOnTopAnnouncedAndOnTheDisk) {
     EXPECT_EQ(items(), (Items{"b\nwith two lines", "a"}));
 
     copy("something newer");
-    alerts.expect(QStringLiteral("Success!"), QStringLiteral("You have successully save:(\"something newer\")"));
+    alerts.expect(QStringLiteral("Success!"),
+                  QStringLiteral("You have successully save:(\"something newer\")"));
     Q_EMIT notifications.activated();
 }
 
@@ -125,14 +127,18 @@ TEST_F(SavedListTest, AWriteThatFailsIsSaid) {
     fs::remove_all(localPath().parent_path());
     std::ofstream(localPath().parent_path()) << "a file where the folder should be";
     const QString where = QString::fromStdString(localPath().string());
-    alerts.expect(kError, QStringLiteral("The text \"lost?\" could not be saved to %1: the folder %2 could not be made: Not a directory")
-                              .arg(where, QString::fromStdString(localPath().parent_path().string())));
+    alerts.expect(
+        kError,
+        QStringLiteral(
+            "The text \"lost?\" could not be saved to %1: the folder %2 could not be made: Not a directory")
+            .arg(where, QString::fromStdString(localPath().parent_path().string())));
     save("lost?");
     EXPECT_TRUE(waitFor([&] { return alerts.outstanding() == 0; }));
     EXPECT_EQ(items()[0], "lost?") << "still on show, to be picked and copied elsewhere";
 }
 
-// ---- Loading ------------------------------------------------------------------------------------------------------------
+// ---- Loading
+// ------------------------------------------------------------------------------------------------------------
 
 TEST_F(SavedListTest, OpeningShowsWhatTheFileHolds) {
     start();
@@ -157,7 +163,8 @@ TEST_F(SavedListTest, AMissingRemoteListLeavesTheControlAsItWas) {
     EXPECT_EQ(items(), (Items{"far", ""}));
 }
 
-// ---- Picking ------------------------------------------------------------------------------------------------------------
+// ---- Picking
+// ------------------------------------------------------------------------------------------------------------
 
 TEST_F(SavedListTest, APickCopiesTheWholeTextAndShowsIt) {
     putLocal("a\tb\nc" + kEnd);
@@ -179,7 +186,8 @@ TEST_F(SavedListTest, APickCopiesTheWholeTextAndShowsIt) {
 TEST_F(SavedListTest, TextsOfEveryKindComeBackByteForByteAfterARestart) {
     std::string lines;
     for (int i = 0; i < 100'000; ++i) lines += std::to_string(i) + (i % 3 ? "\n" : "\t\n");
-    const std::string marks = "\xEF\xBB\xBF nul\0 \x01 \xF0\x9F\x98\x80\xF0\x9F\x8F\xBD e\xCC\x81 \xD7\xA9\xD7\x9C\xD7\x95\xD7\x9D \r\n"s;
+    const std::string marks =
+        "\xEF\xBB\xBF nul\0 \x01 \xF0\x9F\x98\x80\xF0\x9F\x8F\xBD e\xCC\x81 \xD7\xA9\xD7\x9C\xD7\x95\xD7\x9D \r\n"s;
     std::string large;
     while (large.size() < 5'000'000) large += marks;
     const std::vector<std::string> texts{marks, lines, large};

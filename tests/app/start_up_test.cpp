@@ -88,7 +88,8 @@ TEST_F(StartUpTest, OfflineLocksWithAPasscodeAndSaysSo) {
     putLocal("a" + kEnd);
     bool wasLocked = false;
     alerts.expect(kError, kNoConnection, 0, [&] {
-        wasLocked = delegate->interface.Quillery_window->isVisible() && shownView() == delegate->interface.Insert_passcode_view;
+        wasLocked = delegate->interface.Quillery_window->isVisible() &&
+                    shownView() == delegate->interface.Insert_passcode_view;
     });
     AppDelegate &app = start();
     EXPECT_TRUE(wasLocked);
@@ -191,7 +192,8 @@ TEST_F(StartUpTest, TheCheckingPanelLivesWhileTheProbeRuns) {
     QTimer timer;
     QObject::connect(&timer, &QTimer::timeout, [&] {
         Interface &i = delegate->interface;
-        if (i.Quillery_window->isVisible()) looks.push_back(i.Checking_for_connection_spinner->grab().toImage());
+        if (i.Quillery_window->isVisible())
+            looks.push_back(i.Checking_for_connection_spinner->grab().toImage());
         if (looks.size() < 50 || couldCancel) return;
         couldCancel = i.Checking_cancel->isVisible();
         i.Checking_cancel->click();
@@ -221,8 +223,9 @@ TEST_F(StartUpTest, LinksWithoutAnAddressAreNotOffered) {
     app.interface.Web_intro->click();
     EXPECT_FALSE(app.interface.Intro_popover->isVisible());
     app.interface.EMail->trigger();
-    EXPECT_EQ(workspace.opened, (QStringList{QStringLiteral("https://quillery.example/"),
-                                             QStringLiteral("mailto:?to=hello%20us%40quillery.example&subject=&body=")}));
+    EXPECT_EQ(workspace.opened,
+              (QStringList{QStringLiteral("https://quillery.example/"),
+                           QStringLiteral("mailto:?to=hello%20us%40quillery.example&subject=&body=")}));
     app.interface.Mini_Intro->click();
     EXPECT_TRUE(app.interface.Intro_window->isMinimized());
 }

@@ -41,7 +41,8 @@ class ListControlTest : public testing::Test {
         return shown;
     }
     void click(int row) {
-        QTest::mouseClick(view->viewport(), Qt::LeftButton, {}, view->visualRect(view->model()->index(row, 0)).center());
+        QTest::mouseClick(view->viewport(), Qt::LeftButton, {},
+                          view->visualRect(view->model()->index(row, 0)).center());
     }
 
     ListControl list;
@@ -52,8 +53,9 @@ class ListControlTest : public testing::Test {
 };
 
 TEST_F(ListControlTest, ItsTextIsTheWholeTextOfTheSelectedItem) {
-    const std::vector<std::string> texts{"tabs\tand\nlines"s, "nul\0nul"s, "\xF0\x9F\x98\x80 e\xCC\x81 \xD7\xA9"s,
-                                         std::string(5'000'000, 'x'), ""s};
+    const std::vector<std::string> texts{"tabs\tand\nlines"s, "nul\0nul"s,
+                                         "\xF0\x9F\x98\x80 e\xCC\x81 \xD7\xA9"s, std::string(5'000'000, 'x'),
+                                         ""s};
     fill(texts);
     for (std::size_t i = 0; i < texts.size(); ++i) {
         list.selectItemAtIndex(static_cast<int>(i));
@@ -101,8 +103,7 @@ TEST_F(ListControlTest, TypingFiltersAndAPickMeansTheItemOnTheRow) {
     ASSERT_EQ(picks.size(), 1U);
     EXPECT_EQ(picks[0], std::pair(3, "ALPHABET"s));
     EXPECT_TRUE(waitFor([&] { return rows().size() == 6; }, 1000)) << "a pick shows the whole list again";
-    line->selectAll();
-    QTest::keyClicks(line, QString::fromUtf8("\xC3\xA4RG"));
+    line->setText(QString::fromUtf8("\xC3\xA4RG"));
     EXPECT_EQ(rows(), (std::vector<std::string>{"gamma \xC3\x84rger"}));
 }
 

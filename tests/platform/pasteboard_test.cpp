@@ -20,10 +20,13 @@ class PasteboardTest : public testing::Test {
   protected:
     // Another program that owns the clipboard and offers `bytes` as UTF-8.
     void copyInAnotherProgram(const std::string &bytes) {
-        owner.start(QStringLiteral("xclip"), {QStringLiteral("-quiet"), QStringLiteral("-selection"), QStringLiteral("clipboard")});
+        owner.start(QStringLiteral("xclip"),
+                    {QStringLiteral("-quiet"), QStringLiteral("-selection"), QStringLiteral("clipboard")});
         owner.write(bytes.data(), static_cast<qint64>(bytes.size()));
         owner.closeWriteChannel();
-        ASSERT_TRUE(waitFor([&] { return !QGuiApplication::clipboard()->ownsClipboard() && pasteboard.stringForType().text == bytes; }));
+        ASSERT_TRUE(waitFor([&] {
+            return !QGuiApplication::clipboard()->ownsClipboard() && pasteboard.stringForType().text == bytes;
+        }));
     }
     void TearDown() override {
         owner.kill();
@@ -44,10 +47,12 @@ TEST_F(PasteboardTest, TextsOfEveryKindGoBothWaysByteForByte) {
         ASSERT_TRUE(pasteboard.setString(text));
         EXPECT_TRUE(pasteboard.stringForType().text == text);
         // What another program gets, over the wire.
-        const auto wire = waiting.run(QString(), [](std::stop_token) { return readXSelection(std::chrono::seconds(5)); });
+        const auto wire =
+            waiting.run(QString(), [](std::stop_token) { return readXSelection(std::chrono::seconds(5)); });
         EXPECT_TRUE(wire.text == text);
         copyInAnotherProgram(text);
-        const auto fromThread = waiting.run(QString(), [this](std::stop_token) { return pasteboard.stringForType(); });
+        const auto fromThread =
+            waiting.run(QString(), [this](std::stop_token) { return pasteboard.stringForType(); });
         EXPECT_TRUE(fromThread.text == text) << "read in the background";
         owner.kill();
         owner.waitForFinished();

@@ -22,10 +22,12 @@ TEST(TextView, ShowsLargeTextsWholeWithoutHoldingUpTheInterface) {
         QElapsedTimer turn;
         qint64 longest = 0;
         turn.start();
-        ASSERT_TRUE(waitFor([&] {
-            longest = std::max(longest, turn.restart());
-            return view.isComplete();
-        }, 100'000));
+        ASSERT_TRUE(waitFor(
+            [&] {
+                longest = std::max(longest, turn.restart());
+                return view.isComplete();
+            },
+            100'000));
         QString shown = view.toPlainText();
         if (text == oneLine) shown.remove(u'\n');
         EXPECT_TRUE(shown == text);

@@ -1,0 +1,282 @@
+"""What a person does with Quillery, done with mouse and keyboard on the virtual desktop that scripts/demo has made.
+
+Usage: demo.py PROGRAM FOLDER-FOR-PICTURES 3>REPORT. Looks at windows over the accessibility bus (AT-SPI), as a screen
+reader does. Standard output and error are full of what the desktop's services have to say, so the report goes elsewhere.
+"""
+
+import contextlib
+import html
+import json
+import os
+import subprocess
+import sys
+import time
+
+import dbus
+import dbus.bus
+
+PROGRAM, PICTURES = sys.argv[1:]
+HOME = os.environ["HOME"]
+LIST = os.path.join(HOME, "Documents", ".Quillery.txt")
+REPORT = open(3, "w", encoding="utf-8", buffering=1)
+ENTRY_END = "\n-CLIPBOARD'S END-\n"
+FIRST = "Grüße an Zoë: 100 € for the tickets\nsecond line, with  two blanks"
+SECOND = "A second text, copied later"
+
+PANEL = """<?xml version="1.0" encoding="UTF-8"?>
+<channel name="xfce4-panel" version="1.0">
+  <property name="configver" type="int" value="2"/>
+  <property name="panels" type="array"><value type="int" value="1"/>
+    <property name="panel-1" type="empty">
+      <property name="position" type="string" value="p=6;x=0;y=0"/>
+      <property name="position-locked" type="bool" value="true"/>
+      <property name="length" type="uint" value="100"/>
+      <property name="size" type="uint" value="30"/>
+      <property name="plugin-ids" type="array">
+        <value type="int" value="1"/><value type="int" value="2"/>
+      </property>
+    </property>
+  </property>
+  <property name="plugins" type="empty">
+    <property name="plugin-1" type="string" value="separator">
+      <property name="expand" type="bool" value="true"/><property name="style" type="uint" value="0"/>
+    </property>
+    <property name="plugin-2" type="string" value="systray"/>
+  </property>
+</channel>
+"""
+
+
+class Failure(Exception):
+    """What a step found instead of what it waited for."""
+
+
+def wait(what, look, seconds=20):
+    """Looks until there is something true to see, and returns it."""
+    end = time.monotonic() + seconds
+    while True:
+        with contextlib.suppress(dbus.DBusException):  # a window may go while it is looked at
+            if seen := look():
+                return seen
+        if time.monotonic() > end:
+            raise Failure(f"no {what} within {seconds} s")
+        time.sleep(0.05)
+
+
+pictures = 0
+
+
+def picture(name):
+    global pictures
+    pictures += 1
+    subprocess.run(["import", "-window", "root", f"{PICTURES}/{pictures:02}-{name}.png"], check=True, timeout=30)
+
+
+@contextlib.contextmanager
+def step(text, name):
+    """One line of the report. The first failure ends the demonstration: what follows would build on it."""
+    try:
+        yield
+    except (Failure, OSError, subprocess.SubprocessError, dbus.DBusException) as error:
+        print(f"[FAILED] {text}: {error}", file=REPORT)
+        picture(f"{name}-failed")
+        sys.exit(1)
+    print(f"[ ok ] {text}", file=REPORT)
+    picture(name)
+
+
+# ---------------------------------------------------------------- eyes
+
+ACCESSIBLE, COMPONENT = "org.a11y.atspi.Accessible", "org.a11y.atspi.Component"
+SHOWING = 1 << 25
+session = dbus.SessionBus()
+
+
+def accessibility_bus():
+    launcher = session.get_object("org.a11y.Bus", "/org/a11y/bus", introspect=False)
+    launcher.Set("org.a11y.Status", "IsEnabled", dbus.Boolean(True, variant_level=1), dbus_interface=dbus.PROPERTIES_IFACE)
+    return dbus.bus.BusConnection(str(launcher.GetAddress(dbus_interface="org.a11y.Bus")))
+
+
+class Part:
+    """A window, a control, an item of a list."""
+
+    def __init__(self, bus, reference):
+        self.bus, self.object = bus, bus.get_object(*reference, introspect=False)
+
+    def children(self):
+        return [Part(self.bus, (str(owner), str(path))) for owner, path in self.object.GetChildren(dbus_interface=ACCESSIBLE)
+                if not path.endswith("/null")]
+
+    def name(self):
+        return str(self.object.Get(ACCESSIBLE, "Name", dbus_interface=dbus.PROPERTIES_IFACE))
+
+    def role(self):
+        return str(self.object.GetRoleName(dbus_interface=ACCESSIBLE))
+
+    def is_showing(self):
+        return int(self.object.GetState(dbus_interface=ACCESSIBLE)[0]) & SHOWING
+
+    def click(self, from_left=None):
+        x, y, width, height = (int(n) for n in self.object.GetExtents(dbus.UInt32(0), dbus_interface=COMPONENT))
+        if width <= 0 or height <= 0:
+            raise Failure(f"“{self.name()}” has no place on the screen")
+        xdotool("mousemove", x + (from_left or width // 2), y + height // 2, "click", 1)
+
+    def walk(self):
+        for child in self.children():
+            with contextlib.suppress(dbus.DBusException):
+                if child.is_showing():
+                    yield child
+                    yield from child.walk()
+
+
+def find(program, role, name=None, last=False):
+    """The first part of the program's windows with that role and name (or the last one), once it is there."""
+    desktop = Part(a11y, ("org.a11y.atspi.Registry", "/org/a11y/atspi/accessible/root"))
+
+    def look():
+        for application in desktop.children():
+            with contextlib.suppress(dbus.DBusException):
+                if application.name().lower() != program.lower():
+                    continue
+                fitting = [part for part in application.walk() if part.role() == role and name in (None, part.name())]
+                if fitting:
+                    return fitting[-1 if last else 0]
+        return None
+
+    return wait(f"{role} “{name or ''}” of {program}", look)
+
+
+def status_items():
+    watcher = session.get_object("org.kde.StatusNotifierWatcher", "/StatusNotifierWatcher", introspect=False)
+    return watcher.Get("org.kde.StatusNotifierWatcher", "RegisteredStatusNotifierItems", dbus_interface=dbus.PROPERTIES_IFACE)
+
+
+def contents(path):
+    try:
+        with open(path, encoding="utf-8", newline="") as file:
+            return file.read()
+    except FileNotFoundError:
+        return None
+
+
+def clipboard():
+    shown = subprocess.run(["xclip", "-out", "-selection", "clipboard"], capture_output=True, timeout=30, check=False)
+    return shown.stdout.decode("utf-8", "replace")
+
+
+def dunst(*command):
+    return subprocess.run(["dunstctl", *command], capture_output=True, text=True, check=True, timeout=30).stdout.strip()
+
+
+def last_notification():
+    """The text of the one shown; it is closed for that, as the service tells the texts of closed ones only."""
+    dunst("close-all")
+    wait("end of the notification", lambda: dunst("count", "displayed") == "0")
+    return html.unescape(json.loads(dunst("history"))["data"][0][0]["body"]["data"])
+
+
+# ---------------------------------------------------------------- hands
+
+
+def xdotool(*words):
+    subprocess.run(["xdotool", *map(str, words)], check=True, timeout=60)
+
+
+def start(*command, **options):
+    log = open(f"{PICTURES}/{os.path.basename(command[0])}.log", "w", encoding="utf-8")
+    return subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=log, stderr=log, **options)
+
+
+def copy_from_editor(text):
+    xdotool("key", "ctrl+a", "ctrl+c")
+    wait("copied text on the clipboard", lambda: clipboard() == text)
+
+
+def save_by_hot_key(text, name):
+    xdotool("key", "super+shift+c")
+    wait("notification", lambda: dunst("count", "displayed") == "1")
+    picture(f"{name}-notification")
+    told = last_notification()
+    if text not in told:
+        raise Failure(f"the notification says “{told}”")
+
+
+def windows():
+    found = subprocess.run(["xdotool", "search", "--onlyvisible", "--class", "quillery"], capture_output=True, timeout=30)
+    return set(found.stdout.split())
+
+
+def choose(name, *keys):
+    """Opens the menu of the icon, the only one in the panel's last part, and goes to the command by the keys (menus are
+    out of the accessibility bus's sight)."""
+    before = windows()
+    find("xfce4-panel", "panel", last=True).click()
+    wait("menu", lambda: windows() - before)
+    xdotool("key", *keys)
+    picture(f"{name}-menu")
+    xdotool("key", "Return")
+
+
+# ---------------------------------------------------------------- the demonstration
+
+a11y = accessibility_bus()
+os.makedirs(f"{HOME}/.config/xfce4/xfconf/xfce-perchannel-xml")
+with open(f"{HOME}/.config/xfce4/xfconf/xfce-perchannel-xml/xfce4-panel.xml", "w", encoding="utf-8") as file:
+    file.write(PANEL)
+note = os.path.join(HOME, "note.txt")
+with open(note, "w", encoding="utf-8") as file:
+    file.write(FIRST)
+running = []
+try:
+    with step("A desktop with a status bar and notifications is up", "desktop"):
+        running += [start("xfce4-panel", "--disable-wm-check"), start("dunst")]
+        for service in ("org.kde.StatusNotifierWatcher", "org.freedesktop.Notifications"):
+            wait(service, lambda service=service: session.name_has_owner(service))
+    with step("Quillery starts for the first time and introduces itself", "intro"):
+        quillery = start(PROGRAM)
+        running.append(quillery)
+        begin = find("Quillery", "push button", "Start Using Quillery")
+    with step("“Start Using Quillery” is clicked, and its icon comes into the status bar", "status-bar"):
+        begin.click()
+        wait("icon in the status bar", status_items)
+    with step("A text is copied in an editor", "copied"):
+        running.append(start("mousepad", "--disable-server", note))
+        find("mousepad", "text").click()
+        copy_from_editor(FIRST)
+    with step("Super+Shift+C saves it, and a notification says so", "saved"):
+        save_by_hot_key(FIRST, "saved")
+    with step("It is in the list file", "file"):
+        wait(f"such text in {LIST}", lambda: contents(LIST) == FIRST + ENTRY_END)
+    with step("Another text is written, copied and saved", "second"):
+        xdotool("key", "ctrl+a", "type", "--delay", 20, SECOND)
+        copy_from_editor(SECOND)
+        save_by_hot_key(SECOND, "second")
+        wait(f"both texts in {LIST}", lambda: contents(LIST) == SECOND + ENTRY_END + FIRST + ENTRY_END)
+        xdotool("key", "ctrl+s")
+        wait("second text in the editor's file", lambda: contents(note).rstrip("\n") == SECOND)
+    with step("“Saved List” in the status bar's menu opens the list", "list"):
+        choose("list", "Down", "Down")
+        item = find("Quillery", "list item", FIRST.replace("\n", " "))
+    with step("A click on the first text puts it back on the clipboard", "picked"):
+        item.click()
+        wait("first text on the clipboard", lambda: clipboard() == FIRST)
+    with step("It is pasted in the editor", "pasted"):
+        find("mousepad", "text").click(from_left=20)  # the list stays above its middle
+        xdotool("key", "ctrl+a", "ctrl+v", "ctrl+s")
+        wait("first text in the editor's file", lambda: contents(note).rstrip("\n") == FIRST)
+    with step("“Quit” ends Quillery", "quit"):
+        choose("quit", "Up")
+        yes = find("Quillery", "push button", "Yes")
+        picture("quit-question")
+        yes.click()
+        wait("end of Quillery", lambda: quillery.poll() is not None)
+        if quillery.returncode != 0:
+            raise Failure(f"it ended with status {quillery.returncode}")
+finally:
+    for process in reversed(running):
+        if process.poll() is None:
+            process.terminate()
+    for process in running:
+        process.wait(10)
