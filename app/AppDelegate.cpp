@@ -49,6 +49,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     if (!settingIs("kIsNotFirstUse", "YES")) {
         setFloatingWindowLevel(*interface.Intro_window);
         orderFront(*interface.Intro_window);
+        interface.Start_intro_button->setFocus(Qt::OtherFocusReason);
         log("First use!");
         return;
     }

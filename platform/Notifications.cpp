@@ -1,9 +1,11 @@
 #include "platform/Notifications.h"
 
+#include <QDBusArgument>
 #include <QDBusConnection>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
 #include <QDBusServiceWatcher>
+#include <QImage>
 #include <QVariantMap>
 
 #include "platform/Text.h"
@@ -31,6 +33,21 @@ QString presentable(const QString &text) {
             c = QChar(c.unicode() == 0 ? 0x2400 : 0x2400 + c.unicode());
     }
     return shown;
+}
+
+// The program's icon as the service wants it, for desktops on which no icon of its name is installed.
+QVariant imageData() {
+    const QImage image =
+        QImage(QStringLiteral(":/status/quillery-48.png")).convertToFormat(QImage::Format_RGBA8888);
+    constexpr int kBitsPerSample = 8;
+    constexpr int kChannels = 4;
+    QDBusArgument argument;
+    argument.beginStructure();
+    argument << image.width() << image.height() << static_cast<int>(image.bytesPerLine()) << true
+             << kBitsPerSample << kChannels
+             << QByteArray(reinterpret_cast<const char *>(image.constBits()), image.sizeInBytes());
+    argument.endStructure();
+    return QVariant::fromValue(argument);
 }
 
 }  // namespace
@@ -66,9 +83,10 @@ void DesktopNotifications::askForCapabilities() {
 void DesktopNotifications::deliver(const QString &title, const QString &informativeText) {
     const QString body = presentable(informativeText);
     const QVariantMap hints{{QStringLiteral("sound-name"), QStringLiteral("message-new-instant")},
+                            {QStringLiteral("image-data"), imageData()},
                             {QStringLiteral("desktop-entry"), QStringLiteral("quillery")}};
     QDBusMessage notify = call(QStringLiteral("Notify"));
-    notify << QStringLiteral("Quillery") << 0U << QStringLiteral("quillery") << title
+    notify << QStringLiteral("Quillery") << 0U << QString() << title
            << (understandsMarkup_ ? body.toHtmlEscaped() : body)
            << QStringList{QStringLiteral("default"), tr("Show")} << hints << -1;
     auto *reply = new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(notify), this);

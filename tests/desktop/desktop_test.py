@@ -1,0 +1,168 @@
+"""Quillery as a whole, seen from outside. Usage: desktop_test.py PROGRAM, on a private desktop (tests/support)."""
+
+import contextlib
+import os
+import shutil
+import signal
+import socket
+import subprocess
+import sys
+import time
+import unittest
+
+PROGRAM = sys.argv.pop(1)
+HOME, RUNTIME = os.environ["HOME"], os.environ["XDG_RUNTIME_DIR"]
+LIST = f"{HOME}/Documents/.Quillery.txt"
+PORT_FILE = f"{RUNTIME}/quillery/storage.port"
+ENTRY_END = "\n-CLIPBOARD'S END-\n"
+
+
+def wait(what, look, seconds=30):
+    end = time.monotonic() + seconds
+    while not (seen := look()):
+        if time.monotonic() > end:
+            raise AssertionError(f"no {what} within {seconds} s")
+        time.sleep(0.02)
+    return seen
+
+
+def windows(title):
+    found = subprocess.run(["xdotool", "search", "--onlyvisible", "--name", f"^{title}$"], capture_output=True, text=True,
+                           timeout=30, check=False)
+    return found.stdout.split()
+
+
+def contents(path):
+    with contextlib.suppress(FileNotFoundError), open(path, encoding="utf-8", newline="") as file:
+        return file.read()
+    return None
+
+
+class DesktopTest(unittest.TestCase):
+    def setUp(self):
+        for folder in (f"{HOME}/Documents", f"{HOME}/.config/TovanixDev", f"{HOME}/.local/share/quillery"):
+            shutil.rmtree(folder, ignore_errors=True)
+        self.settings("kIsNotFirstUse=YES")
+        self.running = []
+
+    def tearDown(self):
+        for process in reversed(self.running):
+            if process.poll() is None:
+                process.kill()
+            process.wait(10)
+            for stream in (process.stdin, process.stderr):
+                if stream:
+                    stream.close()
+        wait("end of the storage server", lambda: not os.path.exists(PORT_FILE))
+
+    def settings(self, *lines):
+        os.makedirs(f"{HOME}/.config/TovanixDev", exist_ok=True)
+        with open(f"{HOME}/.config/TovanixDev/Quillery.ini", "w", encoding="utf-8") as file:
+            file.write("\n".join(("[General]", *lines, "")))
+
+    def start(self, *command, **options):
+        process = subprocess.Popen(command, stdout=subprocess.DEVNULL, **options)
+        self.running.append(process)
+        return process
+
+    def quillery(self, **environment):
+        self.log = f"{RUNTIME}/quillery.log"
+        with open(self.log, "w", encoding="utf-8") as log:
+            return self.start(PROGRAM, stderr=log, env={**os.environ, **environment})
+
+    def wait_until_started(self):
+        wait("last line of the start", lambda: "New passcode" in contents(self.log))
+
+    def copy(self, text):
+        owner = self.start("xclip", "-quiet", "-selection", "clipboard", stdin=subprocess.PIPE, stderr=subprocess.DEVNULL)
+        owner.stdin.write(text.encode())
+        owner.stdin.close()
+        wait("copied text", lambda: subprocess.run(["xclip", "-out", "-selection", "clipboard"], capture_output=True,
+                                                   timeout=30, check=False).stdout.decode() == text)
+
+    def test_bad_settings_are_said_and_the_program_goes_on(self):
+        self.settings("kIsNotFirstUse=YES", "kAutoLogin=perhaps")
+        with socket.socket() as nobody:  # a port on which nobody listens
+            nobody.bind(("127.0.0.1", 0))
+            program = self.quillery(QUILLERY_STORAGE_HOST="no-such-host.invalid", QUILLERY_STORAGE_PORT="99999",
+                                    QUILLERY_STORAGE_TLS="off")
+            alert = wait("alert", lambda: windows("Error!"))
+        log = contents(self.log)
+        self.assertIn('The storage port "99999" is not a number from 1 to 65535; port 21 is used.', log)
+        self.assertIn('The setting kAutoLogin has the unknown value "perhaps"', log)
+        self.assertFalse(os.path.exists(PORT_FILE), "a storage server was started in spite of a configured host")
+        subprocess.run(["xdotool", "windowactivate", "--sync", alert[0], "key", "Return"], check=True, timeout=30)
+        self.wait_until_started()
+        program.terminate()
+        self.assertEqual(program.wait(10), 0)
+
+    def test_a_damaged_settings_file_is_said(self):
+        with open(f"{HOME}/.config/TovanixDev/Quillery.ini", "wb") as file:
+            file.write(b"\xff\xfe[[[ not an ini\n=\n\0\n")
+        program = self.quillery()
+        wait("intro", lambda: windows("Welcome to Quillery"))
+        self.assertIsNone(program.poll())
+
+    def test_the_storage_server_goes_with_the_program_however_it_ends(self):
+        for ending in (signal.SIGTERM, signal.SIGKILL):
+            program = self.quillery()
+            self.wait_until_started()
+            self.assertTrue(contents(PORT_FILE))
+            program.send_signal(ending)
+            program.wait(10)
+            wait("end of the storage server", lambda: not os.path.exists(PORT_FILE), 5)
+
+    def test_a_server_that_ran_before_is_used_and_left_alone(self):
+        storage = self.start(os.path.join(os.path.dirname(PROGRAM), "quillery-storage"))
+        port = wait("port", lambda: contents(PORT_FILE))
+        program = self.quillery()
+        self.wait_until_started()
+        self.assertEqual(contents(PORT_FILE), port)
+        program.terminate()
+        program.wait(10)
+        time.sleep(2)  # longer than a server without users lives
+        self.assertIsNone(storage.poll())
+        storage.terminate()
+        self.assertEqual(storage.wait(10), 0)
+
+    def test_commands_are_in_a_window_until_there_is_a_status_bar(self):
+        self.quillery()
+        menu = wait("window with the menu", lambda: windows("Quillery Menu"))
+        self.wait_until_started()
+        self.copy("saved without a status bar")
+        subprocess.run(["xdotool", "windowactivate", "--sync", menu[0], "key", "alt+m"], check=True, timeout=30)
+        wait("open menu", lambda: len(subprocess.run(
+            ["xdotool", "search", "--onlyvisible", "--class", "quillery"], capture_output=True, timeout=30,
+            check=False).stdout.split()) > 1)
+        subprocess.run(["xdotool", "key", "Down", "Return"], check=True, timeout=30)
+        wait("saved text", lambda: contents(LIST) == "saved without a status bar" + ENTRY_END)
+        self.start("trayer", stderr=subprocess.DEVNULL)
+        wait("end of the window", lambda: not windows("Quillery Menu"))
+
+    def test_a_clicked_notification_answers(self):
+        self.start("dunst", stderr=subprocess.DEVNULL)
+        wait("notification service", lambda: subprocess.run(["dunstctl", "count"], capture_output=True, timeout=30,
+                                                            check=False).returncode == 0)
+        self.quillery()
+        self.wait_until_started()
+        self.copy("a <b>bold</b> & plain text")
+        subprocess.run(["xdotool", "key", "super+shift+c"], check=True, timeout=30)
+        wait("notification", lambda: subprocess.run(["dunstctl", "count", "displayed"], capture_output=True, text=True,
+                                                    timeout=30, check=False).stdout.strip() == "1")
+        subprocess.run(["dunstctl", "action", "0"], check=True, timeout=30)
+        wait("alert", lambda: windows("Success!"))
+        self.assertEqual(contents(LIST), "a <b>bold</b> & plain text" + ENTRY_END)
+
+    def test_a_hanging_owner_of_the_clipboard_is_said(self):
+        self.quillery()
+        self.wait_until_started()
+        self.copy("unreachable")
+        self.running[-1].send_signal(signal.SIGSTOP)
+        subprocess.run(["xdotool", "key", "super+shift+c"], check=True, timeout=30)
+        wait("alert", lambda: windows("Error!"), 10)
+        self.running[-1].send_signal(signal.SIGCONT)
+        self.assertEqual(contents(LIST), "")
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
