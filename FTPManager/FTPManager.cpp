@@ -126,15 +126,19 @@ bool FTPManager::Operations::run(const std::stop_token &cancelled, const std::fu
         fm::log("FTPManager: an operation cannot start another one of the same manager");
         return false;
     }
-    if (!turns_.wait(cancelled)) return false;
-    const fm::TurnQueue::Turn turn(turns_);
-    bool result = false;
-    const bool finished = FMThread::runInSeparateThread([&] {
-        worker_ = std::this_thread::get_id();
-        result = step();
-    });
-    worker_ = std::thread::id();
-    return finished && result;
+    try {
+        if (!turns_.wait(cancelled)) return false;
+        const fm::TurnQueue::Turn turn(turns_);
+        bool result = false;
+        const bool finished = FMThread::runInSeparateThread([&] {
+            worker_ = std::this_thread::get_id();
+            result = step();
+        });
+        worker_ = std::thread::id();
+        return finished && result;
+    } catch (const std::exception &) {
+        return false;  // out of memory
+    }
 }
 
 bool FTPManager::Operations::_uploadData(std::string_view data, std::string_view withFileName,

@@ -99,7 +99,7 @@ void AppDelegate::CreatingStatus_item() {
     if (Status_Item->isShown()) return;
     // No status bar, or not yet: the commands have to be somewhere.
     setFloatingWindowLevel(*interface.Windowed_mode);
-    orderFront(*interface.Windowed_mode);
+    orderFront(*interface.Windowed_mode, ScreenPlace::kCorner);
     connect(Status_Item.get(), &StatusItem::shown, interface.Windowed_mode.get(), &QWidget::close);
 }
 

@@ -10,6 +10,7 @@ namespace {
 
 constexpr int kQuickViewWidth = 428;  // the width of the list it belongs to
 constexpr int kQuickViewHeight = 150;
+constexpr int kMargin = 16;  // between a window and the edge of the screen
 
 // A view of its own, filled from one interface file.
 template <class File>
@@ -69,6 +70,10 @@ Interface::Interface() {
     quickLayout->setContentsMargins(12, 10, 12, 12);
     quickLayout->addWidget(heading);
     quickLayout->addWidget(QuickView_label);
+    // The list lies behind it in the same colours: only a border of its own tells the two apart.
+    QuickView_popover->setStyleSheet(QStringLiteral(
+        "#QuickView_popover { background: palette(base); border: 2px solid palette(highlight); border-radius: 4px; }"));
+    QuickView_label->setFrameShape(QFrame::NoFrame);
     QuickView_popover->setFixedSize(kQuickViewWidth, kQuickViewHeight);
 
     Intro_popover = std::make_unique<Popover>(nullptr);
@@ -135,14 +140,19 @@ void Interface::makeMenu() {
     }
 }
 
-void orderFront(QWidget &window) {
-    const bool wasHidden = !window.isVisible();
+void orderFront(QWidget &window, ScreenPlace place) {
+    const bool isFirstTime = !window.property("placed").toBool();
     if (window.isMinimized()) window.showNormal();
     window.show();
-    if (wasHidden && !window.property("placed").toBool()) {
-        // The first time in the middle of the screen; afterwards where the user left it.
-        const QRect room = window.screen()->availableGeometry();
-        window.move(room.center() - QRect(QPoint(0, 0), window.frameGeometry().size()).center());
+    if (isFirstTime) {
+        QRect at(QPoint(0, 0), window.frameGeometry().size());
+        const QRect room = window.screen()->availableGeometry().adjusted(kMargin, kMargin, -kMargin, -kMargin);
+        if (place == ScreenPlace::kMiddle) {
+            at.moveCenter(room.center());
+        } else {
+            at.moveTopRight(room.topRight());
+        }
+        window.move(at.topLeft());
         window.setProperty("placed", true);
     }
     window.raise();

@@ -89,8 +89,14 @@ struct Interface : Ui::QuilleryWindow,
     void makeMenu();
 };
 
+// Where a window stands the first time; afterwards it is where the user left it.
+enum class ScreenPlace {
+    kMiddle,
+    kCorner,  // top right, out of the way
+};
+
 // Shows a window, in front of the others.
-void orderFront(QWidget &window);
+void orderFront(QWidget &window, ScreenPlace place = ScreenPlace::kMiddle);
 
 // Gives a window the floating level: it stays above ordinary windows. Takes effect when the window is next
 // shown.

@@ -95,22 +95,28 @@ class ListControl::Delegate : public QStyledItemDelegate {
         return {40, option.fontMetrics.height() + 10};
     }
 
-    void paint(QPainter *painter, const QStyleOptionViewItem &option,
-               const QModelIndex &index) const override {
-        QStyledItemDelegate::paint(painter, option, index);
-        if (!index.data().toString().isEmpty()) return;
+    void paint(QPainter *painter, const QStyleOptionViewItem &given, const QModelIndex &index) const override {
+        QStyleOptionViewItem option = given;
+        initStyleOption(&option, index);
+        const bool isEmpty = option.text.isEmpty();
+        const QString text = isEmpty ? tr("(empty)") : option.text;
+        option.text.clear();
+        const QStyle &style = *option.widget->style();
+        style.drawControl(QStyle::CE_ItemViewItem, &option, painter, option.widget);
+
+        const bool isSelected = option.state.testFlag(QStyle::State_Selected);
+        const bool isActive = option.state.testFlag(QStyle::State_Active);
+        const auto group = isEmpty ? QPalette::Disabled : isActive ? QPalette::Active : QPalette::Inactive;
+        const QRect room = option.rect.adjusted(kRowMargin, 0, -kRowMargin, 0);
         painter->save();
-        painter->setPen(option.palette.color(QPalette::Disabled, QPalette::Text));
-        painter->drawText(option.rect.adjusted(6, 0, -6, 0), Qt::AlignVCenter | Qt::AlignLeading,
-                          tr("(empty)"));
+        painter->setPen(option.palette.color(group, isSelected ? QPalette::HighlightedText : QPalette::Text));
+        painter->drawText(room, Qt::AlignVCenter | Qt::AlignLeading | Qt::TextSingleLine,
+                          option.fontMetrics.elidedText(text, Qt::ElideRight, room.width()));
         painter->restore();
     }
 
-  protected:
-    void initStyleOption(QStyleOptionViewItem *option, const QModelIndex &index) const override {
-        QStyledItemDelegate::initStyleOption(option, index);
-        option->textElideMode = Qt::ElideRight;
-    }
+  private:
+    static constexpr int kRowMargin = 8;  // pixels on either side of the text
 };
 
 ListControl::ListControl(QWidget *parent)

@@ -1,0 +1,269 @@
+#include "support/ScriptedFtpServer.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <stdexcept>
+#include <utility>
+
+namespace {
+
+constexpr int kPatienceMs = 10'000;
+
+int listenOnLoopback(std::uint16_t &port) {
+    const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    if (bind(descriptor, reinterpret_cast<sockaddr *>(&address), size) != 0 || listen(descriptor, 16) != 0 ||
+        getsockname(descriptor, reinterpret_cast<sockaddr *>(&address), &size) != 0)
+        throw std::runtime_error("no listening socket on loopback");
+    port = ntohs(address.sin_port);
+    return descriptor;
+}
+
+bool sendAll(int descriptor, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t sent = send(descriptor, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        if (sent <= 0) return false;
+        bytes.remove_prefix(static_cast<std::size_t>(sent));
+    }
+    return true;
+}
+
+}  // namespace
+
+/// One client, on a thread of its own.
+class ScriptedFtpServer::Session {
+  public:
+    Session(ScriptedFtpServer &server, int control) : server_(server), control_(control) {}
+
+    ~Session() {
+        closeData();
+        server_.release(control_);
+    }
+
+    void run() {
+        if (!answer("greeting", "220 Ready.")) return;
+        std::string line;
+        while (readLine(line)) {
+            {
+                const std::scoped_lock lock(server_.mutex_);
+                server_.commands_.push_back(line);
+            }
+            server_.changed_.notify_all();
+            if (!handle(line.substr(0, line.find(' ')), line.substr(std::min(line.size(), line.find(' ') + 1))))
+                return;
+        }
+    }
+
+  private:
+    bool readLine(std::string &line) {
+        line.clear();
+        char c = 0;
+        while (recv(control_, &c, 1, 0) == 1) {
+            if (c == '\n') return true;
+            if (c != '\r') line += c;
+        }
+        return false;
+    }
+
+    /// Replies as usual, or as a fault has it; false if the connection is over. `goesOn` tells whether the command
+    /// goes on after it.
+    bool answer(std::string_view at, const std::string &usual, bool *goesOn = nullptr) {
+        const std::optional<Fault> fault = server_.nextFault(at);
+        if (fault && fault->stalls) server_.pauseForever();
+        if (fault && !server_.pause(fault->delay)) return false;
+        std::string reply = usual;
+        if (fault && !fault->reply.empty()) reply = fault->reply;
+        if (fault && fault->hangsUp && fault->reply.empty()) return false;
+        if (goesOn) *goesOn = reply.starts_with('1');
+        return sendAll(control_, reply + "\r\n") && !(fault && fault->hangsUp);
+    }
+
+    bool handle(const std::string &verb, const std::string &argument) {
+        if (verb == "USER") return answer(verb, "331 Password?");
+        if (verb == "PASS") return answer(verb, "230 Welcome.");
+        if (verb == "PWD") return answer(verb, "257 \"/\" is the folder.");
+        if (verb == "TYPE") return answer(verb, "200 So be it.");
+        if (verb == "EPSV") return openData(verb);
+        if (verb == "STOR") return store(argument);
+        if (verb == "RETR") return retrieve(argument);
+        if (verb == "QUIT") return answer(verb, "221 Bye.") && false;
+        return answer(verb, "502 Not here.");
+    }
+
+    bool openData(const std::string &verb) {
+        closeData();
+        std::uint16_t port = 0;
+        dataListener_ = listenOnLoopback(port);
+        return answer(verb, "229 Passive (|||" + std::to_string(port) + "|)");
+    }
+
+    void closeData() {
+        for (int *descriptor : {&dataListener_, &data_}) {
+            if (*descriptor >= 0) close(std::exchange(*descriptor, -1));
+        }
+    }
+
+    bool acceptData() {
+        pollfd waiting{.fd = dataListener_, .events = POLLIN, .revents = 0};
+        if (dataListener_ < 0 || poll(&waiting, 1, kPatienceMs) != 1) return false;
+        data_ = accept4(dataListener_, nullptr, nullptr, SOCK_CLOEXEC);
+        return data_ >= 0;
+    }
+
+    /// Whether the transfer runs to its end.
+    bool survivesMiddle() {
+        const std::optional<Fault> fault = server_.nextFault("data");
+        if (!fault) return true;
+        if (fault->stalls) server_.pauseForever();
+        return server_.pause(fault->delay) && !fault->hangsUp;
+    }
+
+    bool store(const std::string &path) {
+        bool goesOn = false;
+        if (!answer("STOR", "150 Send it.", &goesOn)) return false;
+        if (!goesOn) return true;
+        if (!acceptData() || !survivesMiddle()) return false;
+        std::string content;
+        std::vector<char> piece(64 * 1024);
+        ssize_t count = 0;
+        while ((count = recv(data_, piece.data(), piece.size(), 0)) > 0)
+            content.append(piece.data(), static_cast<std::size_t>(count));
+        closeData();
+        if (count == 0) server_.setFile(path, std::move(content));
+        return answer("done", "226 Stored.");
+    }
+
+    bool retrieve(const std::string &path) {
+        const std::optional<std::string> content = server_.file(path);
+        bool goesOn = false;
+        if (!answer("RETR", content ? "150 Here it comes." : "550 No such file.", &goesOn)) return false;
+        if (!goesOn) return true;
+        if (!acceptData()) return false;
+        const std::string_view all = content ? std::string_view(*content) : std::string_view();
+        if (!sendAll(data_, all.substr(0, all.size() / 2)) || !survivesMiddle()) return false;
+        sendAll(data_, all.substr(all.size() / 2));
+        closeData();
+        return answer("done", "226 Sent.");
+    }
+
+    ScriptedFtpServer &server_;
+    const int control_;
+    int dataListener_ = -1;
+    int data_ = -1;
+};
+
+ScriptedFtpServer::ScriptedFtpServer(std::vector<Fault> faults) : faults_(std::move(faults)) {
+    listener_ = listenOnLoopback(port_);
+    acceptor_ = std::thread([this] { acceptClients(); });
+}
+
+ScriptedFtpServer::~ScriptedFtpServer() {
+    {
+        const std::scoped_lock lock(mutex_);
+        isStopping_ = true;
+        for (const int client : clients_) shutdown(client, SHUT_RDWR);
+    }
+    changed_.notify_all();
+    shutdown(listener_, SHUT_RDWR);
+    acceptor_.join();
+    for (std::thread &session : sessions_) session.join();
+    close(listener_);
+}
+
+void ScriptedFtpServer::acceptClients() {
+    int client = -1;
+    while ((client = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0) {
+        keep(client);
+        sessions_.emplace_back([this, client] { Session(*this, client).run(); });
+    }
+}
+
+void ScriptedFtpServer::keep(int descriptor) {
+    const std::scoped_lock lock(mutex_);
+    clients_.insert(descriptor);
+    ++connectionCount_;
+    if (isStopping_) shutdown(descriptor, SHUT_RDWR);
+}
+
+void ScriptedFtpServer::release(int descriptor) {
+    const std::scoped_lock lock(mutex_);
+    clients_.erase(descriptor);
+    close(descriptor);
+}
+
+std::optional<Fault> ScriptedFtpServer::nextFault(std::string_view at) {
+    const std::scoped_lock lock(mutex_);
+    for (Fault &fault : faults_) {
+        if (fault.at != at || fault.times == 0) continue;
+        if (fault.skip > 0) {
+            --fault.skip;
+            return std::nullopt;
+        }
+        --fault.times;
+        return fault;
+    }
+    return std::nullopt;
+}
+
+/// False if the server ends meanwhile.
+bool ScriptedFtpServer::pause(std::chrono::milliseconds duration) {
+    std::unique_lock lock(mutex_);
+    return !changed_.wait_for(lock, duration, [this] { return isStopping_; });
+}
+
+void ScriptedFtpServer::pauseForever() {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return isStopping_; });
+}
+
+void ScriptedFtpServer::setFile(const std::string &path, std::string content) {
+    const std::scoped_lock lock(mutex_);
+    files_[path] = std::move(content);
+}
+
+std::optional<std::string> ScriptedFtpServer::file(const std::string &path) const {
+    const std::scoped_lock lock(mutex_);
+    const auto found = files_.find(path);
+    if (found == files_.end()) return std::nullopt;
+    return found->second;
+}
+
+std::vector<std::string> ScriptedFtpServer::commands() const {
+    const std::scoped_lock lock(mutex_);
+    return commands_;
+}
+
+void ScriptedFtpServer::forgetCommands() {
+    const std::scoped_lock lock(mutex_);
+    commands_.clear();
+}
+
+int ScriptedFtpServer::connectionCount() const {
+    const std::scoped_lock lock(mutex_);
+    return connectionCount_;
+}
+
+bool ScriptedFtpServer::waitForCommand(std::string_view verb, int times) const {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, std::chrono::milliseconds(kPatienceMs), [&] {
+        return std::count_if(commands_.begin(), commands_.end(), [verb](const std::string &line) {
+                   return line.substr(0, line.find(' ')) == verb;
+               }) >= times;
+    });
+}
+
+void ScriptedFtpServer::hangUpWith(const std::string &line) {
+    const std::scoped_lock lock(mutex_);
+    for (const int client : clients_) {
+        sendAll(client, line + "\r\n");
+        shutdown(client, SHUT_RDWR);
+    }
+}

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <limits>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+/// Something that a good server never does.
+struct Fault {
+    /// A command ("STOR"), or "greeting" (the first line), "data" (amid the bytes of a transfer), "done" (the reply to
+    /// a whole transfer).
+    std::string at;
+    /// Sent instead of the usual reply, line ends apart; a command whose reply does not begin with 1 ends there.
+    std::string reply = {};
+    /// Waits before it replies.
+    std::chrono::milliseconds delay{0};
+    /// Closes the connection, after the reply if there is one.
+    bool hangsUp = false;
+    /// Says and does nothing more on this connection.
+    bool stalls = false;
+    /// Behaves well that many times first, and again after so many faults; counted over all connections.
+    int skip = 0;
+    int times = std::numeric_limits<int>::max();
+};
+
+/// An FTP server on loopback that keeps files in memory, takes any login, and has faults on request.
+/// May be used from any thread.
+class ScriptedFtpServer {
+  public:
+    explicit ScriptedFtpServer(std::vector<Fault> faults = {});
+    ~ScriptedFtpServer();
+    ScriptedFtpServer(const ScriptedFtpServer &) = delete;
+    ScriptedFtpServer &operator=(const ScriptedFtpServer &) = delete;
+
+    std::uint16_t port() const { return port_; }
+    /// By path as the client says it, such as "htdocs/name".
+    void setFile(const std::string &path, std::string content);
+    std::optional<std::string> file(const std::string &path) const;
+
+    /// All commands so far, in the order of their arrival, with their arguments.
+    std::vector<std::string> commands() const;
+    void forgetCommands();
+    int connectionCount() const;
+    /// Waits until the client has said the verb that many times; false after 10 s.
+    bool waitForCommand(std::string_view verb, int times = 1) const;
+    /// Says something to every client unasked, and hangs up.
+    void hangUpWith(const std::string &line);
+
+  private:
+    class Session;
+
+    void acceptClients();
+    std::optional<Fault> nextFault(std::string_view at);
+    bool pause(std::chrono::milliseconds duration);
+    void pauseForever();
+    void keep(int descriptor);
+    void release(int descriptor);
+
+    std::uint16_t port_ = 0;
+    int listener_ = -1;
+
+    mutable std::mutex mutex_;
+    mutable std::condition_variable changed_;
+    std::vector<Fault> faults_;
+    std::map<std::string, std::string> files_;
+    std::vector<std::string> commands_;
+    std::set<int> clients_;  ///< open control connections
+    int connectionCount_ = 0;
+    bool isStopping_ = false;
+
+    std::vector<std::thread> sessions_;
+    std::thread acceptor_;
+};
