@@ -1,6 +1,6 @@
 #include "app/AppDelegate.h"
 
-#include <QCoreApplication>
+#include <QApplication>
 #include <QKeyEvent>
 #include <cstdio>
 #include <utility>
@@ -144,10 +144,11 @@ void AppDelegate::Register_HotKeys() {
 
 bool AppDelegate::Check_if_internet_connection_is_found() {
     interface.Checking_for_connection_spinner->setUsesThreadedAnimation(true);
-    UploadDidFinish = shell_.waiting.run(
-        tr("Checking the connection to the storage server…"), [server = server()](std::stop_token stop) {
-            return server.upload("Check", std::string(StorageNames::kCheckInternet), stop);
-        });
+    UploadDidFinish =
+        shell_.waiting.run(tr("Checking the connection to the storage server…"),
+                           [server = server()](const std::stop_token &stop) {
+                               return server.upload("Check", std::string(StorageNames::kCheckInternet), stop);
+                           });
     interface.Quillery_window->close();
     interface.Checking_for_connection_spinner->stopAnimation();
     return UploadDidFinish;
@@ -206,8 +207,8 @@ void AppDelegate::lockIfPasscodeIsSet() {
 
 void AppDelegate::fillSavedListAtStart() {
     if (isSigned_in) {
-        const auto text = serverText(StorageNames::clipList(Username.value_or("")),
-                                     tr("Reading your list from the storage server…"));
+        auto text = serverText(StorageNames::clipList(Username.value_or("")),
+                               tr("Reading your list from the storage server…"));
         Content_of_quillery_file_Server =
             text ? std::make_shared<const std::string>(std::move(*text)) : nullptr;
         if (!GenFileManager.fileExistsAtPath(Content_file_path)) {
@@ -254,23 +255,25 @@ void AppDelegate::Quit(QObject *) {
     if (alert(tr("Alert!"), tr("Are you sure you want to quit?"), {tr("Yes"), tr("No")}) == 0) terminate();
 }
 
+// Not by waiting here: this may run inside an alert or a wait, which has to return before a background
+// operation that wants its turn can end.
 void AppDelegate::terminate() {
+    if (std::exchange(isEnding_, true)) return;
     interface.Quillery_window->close();
-    if (shell_.background.running() > 0) {
-        // A write that was announced is finished first; whoever cannot wait for it may say so.
-        QTimer patience;
-        patience.setSingleShot(true);
-        connect(&patience, &QTimer::timeout, this, [this] {
-            disconnect(interface.Waiting_window.get(), &WaitingWindow::cancelled, nullptr, nullptr);
-            connect(interface.Waiting_window.get(), &WaitingWindow::cancelled, this, [] { std::_Exit(1); });
-            interface.Waiting_window->showFor(tr("Finishing what is still being saved…"),
-                                              tr("Quit Without Saving"));
-        });
-        patience.start(Waiting::kPatience);
-        shell_.background.waitForAll();
-        interface.Waiting_window->hide();
-    }
-    QCoreApplication::quit();
+    shell_.waiting.cancel();
+    if (QWidget *alertThatIsUp = QApplication::activeModalWidget()) alertThatIsUp->close();
+    const auto quitWhenDone = [this] {
+        if (shell_.background.running() == 0) QCoreApplication::quit();
+    };
+    connect(&shell_.background, &BackgroundTasks::ended, this, quitWhenDone);
+    // A write that was announced is finished first; whoever cannot wait for it may say so.
+    QTimer::singleShot(Waiting::kPatience, this, [this] {
+        disconnect(interface.waitingWindow.get(), &WaitingWindow::cancelled, nullptr, nullptr);
+        connect(interface.waitingWindow.get(), &WaitingWindow::cancelled, this, [] { std::_Exit(1); });
+        interface.waitingWindow->showFor(tr("Finishing what is still being saved…"),
+                                         tr("Quit Without Saving"));
+    });
+    quitWhenDone();
 }
 
 AppDelegate::Server AppDelegate::server() const {
@@ -290,10 +293,12 @@ bool AppDelegate::Server::upload(std::optional<std::string_view> data, const std
 
 std::optional<std::string> AppDelegate::serverText(const std::string &name, const QString &whatFor) {
     return shell_.waiting.run(
-        whatFor, [server = server(), name](std::stop_token stop) { return server.text(name, stop); });
+        whatFor, [server = server(), name](const std::stop_token &stop) { return server.text(name, stop); });
 }
 
 int AppDelegate::alert(const QString &title, const QString &message, const QStringList &buttons) {
+    // Nobody is to be kept from ending the session by a question.
+    if (isEnding_) return static_cast<int>(buttons.size()) - 1;
     return shell_.alerts.run(title, message, buttons);
 }
 
@@ -376,7 +381,7 @@ void AppDelegate::wireInterface() {
     i.Checking_cancel->setSizePolicy(keepsItsPlace);
     i.Checking_cancel->hide();
     connect(i.Checking_cancel, &QPushButton::clicked, &shell_.waiting, &Waiting::cancel);
-    connect(i.Waiting_window.get(), &WaitingWindow::cancelled, &shell_.waiting, &Waiting::cancel);
+    connect(i.waitingWindow.get(), &WaitingWindow::cancelled, &shell_.waiting, &Waiting::cancel);
     connect(&shell_.waiting, &Waiting::slow, this, &AppDelegate::showWaiting);
     connect(&shell_.waiting, &Waiting::finished, this, &AppDelegate::hideWaiting);
 }
@@ -397,11 +402,11 @@ void AppDelegate::showWaiting(const QString &whatFor) {
         interface.Checking_label->setText(whatFor);
         interface.Checking_cancel->show();
     } else {
-        interface.Waiting_window->showFor(whatFor, tr("Cancel"));
+        interface.waitingWindow->showFor(whatFor, tr("Cancel"));
     }
 }
 
 void AppDelegate::hideWaiting() {
     interface.Checking_cancel->hide();
-    interface.Waiting_window->hide();
+    interface.waitingWindow->hide();
 }

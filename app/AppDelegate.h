@@ -46,6 +46,7 @@ class AppDelegate : public QObject {
     void Quit(QObject *sender);
 
     // Ends the program without a question, once background writes are done (or given up on by the user).
+    // Returns at once; may be called at any time, inside an action or not.
     void terminate();
 
     // ---- Saved list: save, load, pick, modes (AppDelegate_SavedList.cpp)
@@ -216,4 +217,5 @@ class AppDelegate : public QObject {
     std::shared_future<void> savesInProgress_;
     std::mutex localList_;  // held from reading the local list to writing it anew
     std::vector<std::shared_ptr<VkHotKey>> hotKeys_;
+    bool isEnding_ = false;
 };

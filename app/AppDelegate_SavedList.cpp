@@ -142,7 +142,7 @@ void AppDelegate::finishSaves() {
 void AppDelegate::waitFor(const std::shared_future<void> &event, const QString &whatFor) {
     using namespace std::chrono_literals;
     if (event.wait_for(0s) == std::future_status::ready) return;
-    shell_.waiting.run(whatFor, [event](std::stop_token stop) {
+    shell_.waiting.run(whatFor, [event](const std::stop_token &stop) {
         while (event.wait_for(20ms) != std::future_status::ready && !stop.stop_requested()) {
         }
         return true;

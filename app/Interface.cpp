@@ -71,8 +71,9 @@ Interface::Interface() {
     quickLayout->addWidget(heading);
     quickLayout->addWidget(QuickView_label);
     // The list lies behind it in the same colours: only a border of its own tells the two apart.
-    QuickView_popover->setStyleSheet(QStringLiteral(
-        "#QuickView_popover { background: palette(base); border: 2px solid palette(highlight); border-radius: 4px; }"));
+    QuickView_popover->setStyleSheet(
+        QStringLiteral("#QuickView_popover { background: palette(base); border: 2px solid "
+                       "palette(highlight); border-radius: 4px; }"));
     QuickView_label->setFrameShape(QFrame::NoFrame);
     QuickView_popover->setFixedSize(kQuickViewWidth, kQuickViewHeight);
 
@@ -82,13 +83,13 @@ Interface::Interface() {
     static_cast<Ui::IntroPopover *>(this)->setupUi(Intro_popover.get());
     Intro_popover->setObjectName(QStringLiteral("Intro_popover"));
 
-    Waiting_window = std::make_unique<WaitingWindow>();
+    waitingWindow = std::make_unique<WaitingWindow>();
     makeMenu();
 
     for (QWidget *root :
          {Quillery_window.get(), Intro_window.get(), Windowed_mode.get(), &windows_,
           static_cast<QWidget *>(QuickView_popover.get()), static_cast<QWidget *>(Intro_popover.get()),
-          static_cast<QWidget *>(Waiting_window.get())}) {
+          static_cast<QWidget *>(waitingWindow.get())}) {
         makeEnterPress(*root);
         applyUiIds(*root);
     }
@@ -146,7 +147,8 @@ void orderFront(QWidget &window, ScreenPlace place) {
     window.show();
     if (isFirstTime) {
         QRect at(QPoint(0, 0), window.frameGeometry().size());
-        const QRect room = window.screen()->availableGeometry().adjusted(kMargin, kMargin, -kMargin, -kMargin);
+        const QRect room =
+            window.screen()->availableGeometry().adjusted(kMargin, kMargin, -kMargin, -kMargin);
         if (place == ScreenPlace::kMiddle) {
             at.moveCenter(room.center());
         } else {

@@ -63,7 +63,7 @@ struct Interface : Ui::QuilleryWindow,
     std::unique_ptr<Popover> QuickView_popover;
     TextView *QuickView_label;
     std::unique_ptr<Popover> Intro_popover;
-    std::unique_ptr<WaitingWindow> Waiting_window;
+    std::unique_ptr<WaitingWindow> waitingWindow;
 
     QStringListModel contacts;  // the rows of Contacts_table
 

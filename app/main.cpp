@@ -74,7 +74,7 @@ int main(int argc, char **argv) {
     AppDelegate delegate(
         Shell{ui, gate, background, waiting, alerts, pasteboard, defaults, notifications, workspace,
               Configuration::load(), QDir::homePath().toStdString(),
-              [&](std::stop_token stop) { return storage.ensureRunning(storageIsAt, std::move(stop)); }});
+              [&](const std::stop_token &stop) { return storage.ensureRunning(storageIsAt, stop); }});
     endOnSignals(delegate);
     QMetaObject::invokeMethod(
         &delegate, [&] { gate.enter([&] { delegate.applicationDidFinishLaunching(); }); },

@@ -95,7 +95,8 @@ class ListControl::Delegate : public QStyledItemDelegate {
         return {40, option.fontMetrics.height() + 10};
     }
 
-    void paint(QPainter *painter, const QStyleOptionViewItem &given, const QModelIndex &index) const override {
+    void paint(QPainter *painter, const QStyleOptionViewItem &given,
+               const QModelIndex &index) const override {
         QStyleOptionViewItem option = given;
         initStyleOption(&option, index);
         const bool isEmpty = option.text.isEmpty();

@@ -90,7 +90,7 @@ PersonalStorage::~PersonalStorage() {
     if (usersLock_ >= 0) close(usersLock_);
 }
 
-PersonalStorage::Result PersonalStorage::ensureRunning(const fs::path &program, std::stop_token stop) {
+PersonalStorage::Result PersonalStorage::ensureRunning(const fs::path &program, const std::stop_token &stop) {
     std::error_code error;
     fs::create_directories(runtimeFolder(), error);
     const fs::path users = runtimeFolder() / "storage.users";

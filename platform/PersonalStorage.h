@@ -29,7 +29,7 @@ class PersonalStorage {
 
     // Makes sure that the server is up and tells its port. `program` is the path of quillery-storage. Blocks
     // until it answers, at most kStartLimit; any thread, one call at a time.
-    Result ensureRunning(const std::filesystem::path &program, std::stop_token stop = {});
+    Result ensureRunning(const std::filesystem::path &program, const std::stop_token &stop = {});
 
   private:
     int usersLock_ = -1;

@@ -68,11 +68,10 @@ void ControllerTest::setAutoLogin(const QString &user) {
 
 AppDelegate &ControllerTest::start() {
     delegate.reset();
-    delegate = std::make_unique<AppDelegate>(
-        Shell{ui, gate, background, waiting, alerts, pasteboard, defaults, notifications, workspace,
-              configuration, home, [](std::stop_token stop) {
-                  return storage().ensureRunning(QUILLERY_STORAGE_PROGRAM, std::move(stop));
-              }});
+    delegate = std::make_unique<AppDelegate>(Shell{
+        ui, gate, background, waiting, alerts, pasteboard, defaults, notifications, workspace, configuration,
+        home,
+        [](const std::stop_token &stop) { return storage().ensureRunning(QUILLERY_STORAGE_PROGRAM, stop); }});
     gate.enter([this] { delegate->applicationDidFinishLaunching(); });
     return *delegate;
 }

@@ -91,9 +91,8 @@ class DesktopTest(unittest.TestCase):
         self.assertIn('The storage port "99999" is not a number from 1 to 65535; port 21 is used.', log)
         self.assertIn('The setting kAutoLogin has the unknown value "perhaps"', log)
         self.assertFalse(os.path.exists(PORT_FILE), "a storage server was started in spite of a configured host")
-        subprocess.run(["xdotool", "windowactivate", "--sync", alert[0], "key", "Return"], check=True, timeout=30)
-        self.wait_until_started()
-        program.terminate()
+        self.assertTrue(alert)
+        program.terminate()  # a session that ends does not wait for an answer
         self.assertEqual(program.wait(10), 0)
 
     def test_a_damaged_settings_file_is_said(self):
