@@ -14,6 +14,8 @@ namespace {
 constexpr const char *kStorageUser = "qz7m_50281946";
 constexpr const char *kStoragePassword = "w5rt9x2h";
 
+constexpr std::chrono::seconds kBannerTime{6};  // as long as notification services show one
+
 void log(const std::string &line) {
     std::fprintf(stderr, "Quillery: %s\n", line.c_str());
 }
@@ -29,6 +31,9 @@ AppDelegate::AppDelegate(Shell shell)
       Unlock_passcode_item(*interface.Unlock_passcode_item, shell.gate),
       shell_(std::move(shell)) {
     wireInterface();
+    bannerTime_.setSingleShot(true);
+    bannerTime_.setInterval(kBannerTime);
+    connect(&bannerTime_, &QTimer::timeout, interface.notificationBanner.get(), &QWidget::hide);
     for (const QString &problem : shell_.configuration.problems) log(problem.toStdString());
     QMap<QString, QString> settings;
     for (const char *key : {"kIsNotFirstUse", "kHasPasscode", "kAutoLogin", "kOpenAtLaunch"}) {
@@ -93,8 +98,6 @@ void AppDelegate::CreatingStatus_item() {
     Status_Item = std::make_unique<StatusItem>();
     Status_Item->setImage(QStringLiteral("offline.png"));
     Status_Item->setToolTip(QStringLiteral("Quillery"));
-    connect(Status_Item.get(), &StatusItem::messageClicked, this,
-            [this] { shell_.gate.enter([this] { userNotificationCenter_didActivateNotification(); }); });
     Status_Item->setMenu(&interface.Quillery_Menu);
     if (Status_Item->isShown()) return;
     // No status bar, or not yet: the commands have to be somewhere.
@@ -114,8 +117,7 @@ void AppDelegate::Varibles_values() {
         const auto storage =
             shell_.waiting.run(tr("Starting the personal storage server…"), shell_.personalStorage);
         if (!storage.port) log("no personal storage server: " + storage.problem);
-        // Without a server there is no host, and every read and write fails at once.
-        storageHost_ = storage.port ? "127.0.0.1" : "";
+        storageHost_ = "127.0.0.1";
         port = storage.port.value_or(port);
     }
     Quillery_Server = FMServer::serverWithDestination(
@@ -207,8 +209,7 @@ void AppDelegate::lockIfPasscodeIsSet() {
 
 void AppDelegate::fillSavedListAtStart() {
     if (isSigned_in) {
-        auto text = serverText(StorageNames::clipList(Username.value_or("")),
-                               tr("Reading your list from the storage server…"));
+        auto text = serverText(clipListName(), tr("Reading your list from the storage server…"));
         Content_of_quillery_file_Server =
             text ? std::make_shared<const std::string>(std::move(*text)) : nullptr;
         if (!GenFileManager.fileExistsAtPath(Content_file_path)) {
@@ -258,16 +259,12 @@ void AppDelegate::Quit(QObject *) {
 // Not by waiting here: this may run inside an alert or a wait, which has to return before a background
 // operation that wants its turn can end.
 void AppDelegate::terminate() {
-    if (std::exchange(isEnding_, true)) return;
+    if (std::exchange(isQuitting_, true)) return;
     interface.Quillery_window->close();
-    shell_.waiting.cancel();
-    if (QWidget *alertThatIsUp = QApplication::activeModalWidget()) alertThatIsUp->close();
-    const auto quitWhenDone = [this] {
-        if (shell_.background.running() == 0) QCoreApplication::quit();
-    };
-    connect(&shell_.background, &BackgroundTasks::ended, this, quitWhenDone);
+    connect(&shell_.background, &BackgroundTasks::ended, this, &AppDelegate::quitWhenDone);
     // A write that was announced is finished first; whoever cannot wait for it may say so.
     QTimer::singleShot(Waiting::kPatience, this, [this] {
+        if (shell_.background.running() == 0) return;
         disconnect(interface.waitingWindow.get(), &WaitingWindow::cancelled, nullptr, nullptr);
         connect(interface.waitingWindow.get(), &WaitingWindow::cancelled, this, [] { std::_Exit(1); });
         interface.waitingWindow->showFor(tr("Finishing what is still being saved…"),
@@ -276,19 +273,56 @@ void AppDelegate::terminate() {
     quitWhenDone();
 }
 
-AppDelegate::Server AppDelegate::server() const {
-    return {transport_, MyFTPManager.get(), Quillery_Server, storageHost_};
+void AppDelegate::endSession() {
+    isEnding_ = true;
+    shell_.waiting.cancel();
+    if (QWidget *alertThatIsUp = QApplication::activeModalWidget()) alertThatIsUp->close();
+    terminate();
+    quitWhenDone();
 }
 
-std::optional<std::string> AppDelegate::Server::text(const std::string &name, std::stop_token stop) const {
-    const auto url = ftpURLForFile({*descriptor.username, *descriptor.password, host, descriptor.port,
+void AppDelegate::quitWhenDone() {
+    const auto quit = [this] {
+        if (shell_.background.running() > 0) return;
+        disconnect(interface.waitingWindow.get(), &WaitingWindow::cancelled, nullptr, nullptr);
+        interface.waitingWindow->hide();
+        QCoreApplication::exit(0);  // not quit(), which asks the windows first
+    };
+    if (shell_.background.running() > 0) return;
+    if (isEnding_) {
+        quit();
+    } else {
+        shell_.gate.enter(quit);  // behind alerts that say what could not be saved
+    }
+}
+
+AppDelegate::Server AppDelegate::server() const {
+    return {transport_, MyFTPManager.get(), Quillery_Server, storageHost_,
+            shell_.configuration.storageHost ? nullptr : shell_.personalStorage};
+}
+
+// The personal server may have ended since, by whatever hand: then it is started again.
+bool AppDelegate::Server::find(FMServer &found, const std::stop_token &stop) const {
+    found = descriptor;
+    if (!personalStorage) return true;
+    const auto storage = personalStorage(stop);
+    found.port = storage.port.value_or(descriptor.port);
+    return storage.port.has_value();
+}
+
+std::optional<std::string> AppDelegate::Server::text(const std::string &name,
+                                                     const std::stop_token &stop) const {
+    FMServer found;
+    if (!find(found, stop)) return std::nullopt;
+    const auto url = ftpURLForFile({*found.username, *found.password, host, found.port,
                                     std::string(StorageNames::kRemoteDirectory), name});
-    return url ? stringWithContentsOfURL(*url, *transport, std::move(stop)) : std::nullopt;
+    return url ? stringWithContentsOfURL(*url, *transport, stop) : std::nullopt;
 }
 
 bool AppDelegate::Server::upload(std::optional<std::string_view> data, const std::string &name,
-                                 std::stop_token stop) const {
-    return manager->uploadData(data, name, &descriptor, std::move(stop));
+                                 const std::stop_token &stop) const {
+    FMServer found;
+    return find(found, stop) && manager->uploadData(data, name, &found, stop);
 }
 
 std::optional<std::string> AppDelegate::serverText(const std::string &name, const QString &whatFor) {
@@ -323,7 +357,19 @@ bool AppDelegate::settingIs(const char *key, const char *value) const {
 
 void AppDelegate::enterFromButton(QAbstractButton *button, Operation operation) {
     connect(button, &QAbstractButton::clicked, this, [this, button, operation] {
-        shell_.gate.enter([this, button, operation] { (this->*operation)(button); });
+        shell_.gate.enter([this, button, operation] {
+            if (button->isEnabled()) (this->*operation)(button);  // it may have been disabled since
+        });
+    });
+}
+
+// By any means: assistive programs toggle a box without clicking it.
+void AppDelegate::enterFromToggle(QAbstractButton *toggle, Operation operation) {
+    connect(toggle, &QAbstractButton::toggled, this, [this, toggle, operation] {
+        shell_.gate.enter([this, toggle, operation] {
+            if (toggle->isEnabled()) (this->*operation)(toggle);
+            showModes();
+        });
     });
 }
 
@@ -337,6 +383,7 @@ void AppDelegate::wireInterface() {
     Interface &i = interface;
     i.Quillery_window->installEventFilter(this);
     i.Intro_window->installEventFilter(this);
+    i.Windowed_mode->installEventFilter(this);
     Saveing_menu_item.setAction([this] { Save_bar_item(static_cast<QObject *>(nullptr)); });
     Clipboard_saves_menu_item.setAction([this] { Clipboard_saves(nullptr); });
     enterFromMenu(i.Quit, &AppDelegate::Quit);
@@ -351,9 +398,9 @@ void AppDelegate::wireInterface() {
     connect(i.Clipboard_saved_string_combobox, &ListControl::dismissed, i.Quillery_window.get(),
             &QWidget::close);
     i.Clipboard_saved_string_combobox->setPlaceholderString(tr("Tab to copy to clipboard"));
-    enterFromButton(i.RemoveItem_button, &AppDelegate::Remove_item_switch);
-    enterFromButton(i.Share_switch, &AppDelegate::Share_mode_switch);
-    enterFromButton(i.Read_local_button, &AppDelegate::Read_local_button);
+    enterFromToggle(i.RemoveItem_button, &AppDelegate::Remove_item_switch);
+    enterFromToggle(i.Share_switch, &AppDelegate::Share_mode_switch);
+    enterFromToggle(i.Read_local_button, &AppDelegate::Read_local_button);
 
     enterFromButton(i.Done_insert_passcode, &AppDelegate::Done_insert_passcode_action);
     connect(i.Insert_passcode_field, &QLineEdit::returnPressed, i.Done_insert_passcode, &QPushButton::click);
@@ -371,10 +418,8 @@ void AppDelegate::wireInterface() {
 
     connect(&shell_.notificationCenter, &UserNotifications::activated, this,
             [this] { shell_.gate.enter([this] { userNotificationCenter_didActivateNotification(); }); });
-    connect(&shell_.notificationCenter, &UserNotifications::undeliverable, this,
-            [this](const QString &title, const QString &text) {
-                if (Status_Item) Status_Item->showMessage(title, text);
-            });
+    connect(&shell_.notificationCenter, &UserNotifications::undeliverable, this, &AppDelegate::showBanner);
+    i.notificationBanner->installEventFilter(this);
 
     QSizePolicy keepsItsPlace = i.Checking_cancel->sizePolicy();
     keepsItsPlace.setRetainSizeWhenHidden(true);
@@ -392,9 +437,26 @@ bool AppDelegate::eventFilter(QObject *watched, QEvent *event) {
     if (watched == interface.Quillery_window.get() && isEscape) interface.Quillery_window->close();
     const bool isClosedByUser = event->type() == QEvent::Close && event->spontaneous();
     if (watched == interface.Intro_window.get() && isClosedByUser && !settingIs("kIsNotFirstUse", "YES")) {
-        QCoreApplication::quit();
+        QCoreApplication::exit(0);
+    }
+    if (watched == interface.Windowed_mode.get() && isClosedByUser && !Status_Item->isShown()) {
+        event->ignore();
+        shell_.gate.enter([this] { Quit(nullptr); });
+        return true;
+    }
+    if (watched == interface.notificationBanner.get() && event->type() == QEvent::MouseButtonRelease) {
+        interface.notificationBanner->hide();
+        shell_.gate.enter([this] { userNotificationCenter_didActivateNotification(); });
     }
     return QObject::eventFilter(watched, event);
+}
+
+// For a desktop without a notification service.
+void AppDelegate::showBanner(const QString &title, const QString &text) {
+    interface.notificationLabel->setText(title + QStringLiteral("\n") + text);
+    interface.notificationBanner->adjustSize();
+    interface.notificationBanner->showRelativeTo(nullptr, Popover::Edge::kMaxY);
+    bannerTime_.start();
 }
 
 void AppDelegate::showWaiting(const QString &whatFor) {

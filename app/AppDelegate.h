@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <future>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <stop_token>
 #include <string>
@@ -14,6 +13,7 @@
 
 #include "FTPManager/FTPManager.h"
 #include "app/Interface.h"
+#include "app/LocalList.h"
 #include "app/Shell.h"
 #include "hotkey/VkHotKeyCenter.h"
 #include "platform/MenuItem.h"
@@ -48,6 +48,9 @@ class AppDelegate : public QObject {
     // Ends the program without a question, once background writes are done (or given up on by the user).
     // Returns at once; may be called at any time, inside an action or not.
     void terminate();
+
+    // The same for a session that ends: nothing is asked and no alert shown any more, and waits are given up.
+    void endSession();
 
     // ---- Saved list: save, load, pick, modes (AppDelegate_SavedList.cpp)
     // --------------------------------------------
@@ -160,7 +163,10 @@ class AppDelegate : public QObject {
     void showPreferences();
     void showWaiting(const QString &whatFor);
     void hideWaiting();
+    void showBanner(const QString &title, const QString &text);
+    void quitWhenDone();
     void enterFromButton(QAbstractButton *button, Operation operation);
+    void enterFromToggle(QAbstractButton *toggle, Operation operation);
     void enterFromMenu(QAction *item, Operation operation);
     void wireInterface();
     std::optional<QString> setting(const char *key) const;
@@ -173,34 +179,42 @@ class AppDelegate : public QObject {
         FTPManager *manager = nullptr;
         FMServer descriptor;
         std::string host;
+        // Where the server is this machine's own: makes sure that it runs.
+        std::function<PersonalStorage::Result(const std::stop_token &)> personalStorage;
 
         // The whole text of the server file `name`, or nothing. Blocks; any thread.
-        std::optional<std::string> text(const std::string &name, std::stop_token stop = {}) const;
+        std::optional<std::string> text(const std::string &name, const std::stop_token &stop = {}) const;
         bool upload(std::optional<std::string_view> data, const std::string &name,
-                    std::stop_token stop = {}) const;
+                    const std::stop_token &stop = {}) const;
+
+      private:
+        friend class AppDelegate;
+        bool find(FMServer &found, const std::stop_token &stop) const;
     };
     Server server() const;
     // The same read from the UI thread, with the event loop turning.
     std::optional<std::string> serverText(const std::string &name, const QString &whatFor);
 
     // Saved list.
-    void Save_Clipboard_string_cloud(const std::string &announced);
+    void Save_Clipboard_string_cloud(const std::string &announced, const Server &server,
+                                     const std::string &name);
     void Save_Clipboard_string_local(const std::string &announced, std::promise<void> &hasText);
-    void Upload_after_removing_action();
+    void Upload_after_removing_action(const Server &server, const std::string &name);
     bool isShownInList(const std::string &text);
     std::string clipboardTextForSaving(const std::string &announced);
-    void removePickedItem(const FileText &local);
+    void removePickedItem();
     void sharePickedItem();
     void makePickedItemAvailableOffline();
     void copyPickedItem(QWidget *sender);
     void fillSavedList(const std::shared_ptr<const std::string> &text);
-    std::string writeLocalList(const std::filesystem::path &path, std::string_view text);
+    void tellUnlessWritten(const std::filesystem::path &path, const std::string &problem);
     void reportUnsavedText(const std::string &text, const std::filesystem::path &path,
                            const std::string &why);
     void startSave(std::function<void()> save);
     void finishSaves();
     void waitFor(const std::shared_future<void> &event, const QString &whatFor);
     std::filesystem::path localListPath() const;
+    std::string clipListName() const;
     void showModes();
 
     // Alerts. The second is for background operations: it takes its turn at the gate and returns when it was
@@ -215,7 +229,9 @@ class AppDelegate : public QObject {
     std::shared_ptr<FTPTransport> transport_;
     std::string storageHost_;
     std::shared_future<void> savesInProgress_;
-    std::mutex localList_;  // held from reading the local list to writing it anew
+    LocalList localList_;
     std::vector<std::shared_ptr<VkHotKey>> hotKeys_;
-    bool isEnding_ = false;
+    bool isQuitting_ = false;  // the user has decided to quit
+    bool isEnding_ = false;    // the session ends: there is nobody left to answer
+    QTimer bannerTime_;
 };

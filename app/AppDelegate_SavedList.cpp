@@ -1,3 +1,4 @@
+#include <QSignalBlocker>
 #include <chrono>
 #include <cstdio>
 #include <utility>
@@ -38,7 +39,9 @@ void AppDelegate::Save_bar_item(QObject *) {
         return;
     }
     if (isSigned_in) {
-        startSave([this, announced = copied.text] { Save_Clipboard_string_cloud(announced); });
+        startSave([this, announced = copied.text, server = server(), name = clipListName()] {
+            Save_Clipboard_string_cloud(announced, server, name);
+        });
     } else {
         const auto hasText = std::make_shared<std::promise<void>>();
         startSave(
@@ -74,9 +77,8 @@ std::string AppDelegate::clipboardTextForSaving(const std::string &announced) {
     return text;
 }
 
-void AppDelegate::Save_Clipboard_string_cloud(const std::string &announced) {
-    const auto [server, name] = shell_.ui.run(
-        [this] { return std::pair(this->server(), StorageNames::clipList(Username.value_or(""))); });
+void AppDelegate::Save_Clipboard_string_cloud(const std::string &announced, const Server &server,
+                                              const std::string &name) {
     const auto read = server.text(name);
     const auto old = read ? std::make_shared<const std::string>(*read) : nullptr;
     shell_.ui.run([&] { Content_of_quillery_file_Server = old; });
@@ -90,23 +92,10 @@ void AppDelegate::Save_Clipboard_string_local(const std::string &announced, std:
     const std::string text = clipboardTextForSaving(announced);
     hasText.set_value();
 
-    const std::lock_guard lock(localList_);
-    const FileText old = GenFileManager.textAtPath(path);
-    const auto shared = old.text ? std::make_shared<const std::string>(*old.text) : nullptr;
-    shell_.ui.run([&] { Content_of_quillery_file_Local = shared; });
-    std::string problem;
-    if (old.mustBeSetAside()) {
-        const auto aside = GenFileManager.setAside(path);
-        if (aside) {
-            std::fprintf(stderr, "Quillery: %s could not be read (%s) and was kept as %s.\n", path.c_str(),
-                         old.problem.c_str(), aside->c_str());
-        } else {
-            problem = "the old list there could not be read (" + old.problem + ") and not be moved aside";
-        }
-    }
-    if (problem.empty())
-        problem = GenFileManager.createFileAtPath(path, ClipList::withEntryInFrontOfLocal(text, old.text));
-    if (!problem.empty()) reportUnsavedText(text, path, problem);
+    const LocalList::Change change = localList_.add(path, text);
+    const auto old = change.old ? std::make_shared<const std::string>(*change.old) : nullptr;
+    shell_.ui.run([&] { Content_of_quillery_file_Local = old; });
+    if (!change.isWritten) reportUnsavedText(text, path, change.problem);
 }
 
 // The user has been told of success by now, so this must not go unseen. Called in the background; waits for
@@ -116,6 +105,9 @@ void AppDelegate::reportUnsavedText(const std::string &text, const std::filesyst
     std::fprintf(stderr, "Quillery: %s could not be written: %s\n", path.c_str(), why.c_str());
     shell_.ui.post([this, text, path, why] {
         shell_.gate.enter([this, text, path, why] {
+            // It is not in the list, so saving it again must not be refused.
+            ListControl &list = *interface.Clipboard_saved_string_combobox;
+            if (list.numberOfItems() > 0 && list.itemAtIndex(0) == text) list.removeItemAtIndex(0);
             alert(tr("Error!"), tr("The text \"%1\" could not be saved to %2: %3")
                                     .arg(oneLine(text, 80), QString::fromStdString(path.string()),
                                          QString::fromStdString(why)));
@@ -180,7 +172,7 @@ void AppDelegate::ClipBoard_saves_local() {
 }
 
 void AppDelegate::ClipBoard_saves_Cloud() {
-    const std::string name = StorageNames::clipList(Username.value_or(""));
+    const std::string name = clipListName();
     const QString reading = tr("Reading your list from the storage server…");
     const bool isThere = serverText(name, reading).has_value();
     interface.Quillery_Box->setContentView(interface.List_View);
@@ -198,9 +190,8 @@ void AppDelegate::fillSavedList(const std::shared_ptr<const std::string> &text) 
 }
 
 void AppDelegate::Sync_local_with_cloud() {
-    const auto [server, name, path] = shell_.ui.run([this] {
-        return std::tuple(this->server(), StorageNames::clipList(Username.value_or("")), localListPath());
-    });
+    const auto [server, name, path] =
+        shell_.ui.run([this] { return std::tuple(this->server(), clipListName(), localListPath()); });
     const FileText local = GenFileManager.textAtPath(path);
     const bool uploaded = server.upload(local.text, name);
     shell_.ui.run([&] { UploadDidFinish = uploaded; });
@@ -211,9 +202,8 @@ void AppDelegate::Sync_local_with_cloud() {
 
 void AppDelegate::Clipboard_combox(QWidget *sender) {
     if (!isSigned_in) finishSaves();
-    const FileText local = GenFileManager.textAtPath(localListPath());
     if (RemoveMode_enabled) {
-        removePickedItem(local);
+        removePickedItem();
     } else if (ShareMode_enabled) {
         sharePickedItem();
     } else if (Read_Local_mode) {
@@ -223,28 +213,23 @@ void AppDelegate::Clipboard_combox(QWidget *sender) {
     }
 }
 
-void AppDelegate::removePickedItem(const FileText &local) {
+void AppDelegate::removePickedItem() {
     ListControl &list = *interface.Clipboard_saved_string_combobox;
     if (list.stringValue().empty()) {
         alert(tr("Error!"), tr("You cannot remove that item."));
         return;
     }
     if (isSigned_in) {
-        shell_.background.performSelectorInBackground([this] { Upload_after_removing_action(); });
+        shell_.background.performSelectorInBackground(
+            [this, server = server(), name = clipListName()] { Upload_after_removing_action(server, name); });
         return;
     }
     list.removeItemAtIndex(list.indexOfSelectedItem());
     const auto path = localListPath();
-    if (local.mustBeSetAside() && !GenFileManager.setAside(path)) {
-        std::fprintf(stderr, "Quillery: %s could not be read: %s\n", path.c_str(), local.problem.c_str());
-        return;
-    }
-    writeLocalList(path, ClipList::withoutEntry(local.text.value_or(""), list.stringValue()));
+    tellUnlessWritten(path, localList_.remove(path, list.stringValue()).problem);
 }
 
-void AppDelegate::Upload_after_removing_action() {
-    const auto [server, name] = shell_.ui.run(
-        [this] { return std::pair(this->server(), StorageNames::clipList(Username.value_or(""))); });
+void AppDelegate::Upload_after_removing_action(const Server &server, const std::string &name) {
     auto text = server.text(name);
     const std::string removed = shell_.ui.run([this] {
         ListControl &list = *interface.Clipboard_saved_string_combobox;
@@ -284,19 +269,14 @@ void AppDelegate::sharePickedItem() {
 
 void AppDelegate::makePickedItemAvailableOffline() {
     const auto path = localListPath();
-    const std::lock_guard lock(localList_);
-    const FileText local = GenFileManager.textAtPath(path);
-    if (!local.text) {
-        if (local.mustBeSetAside())
-            std::fprintf(stderr, "Quillery: %s could not be read: %s\n", path.c_str(), local.problem.c_str());
-        return;
-    }
-    const std::string &picked = interface.Clipboard_saved_string_combobox->stringValue();
-    if (ClipList::containsEntry(*local.text, picked)) {
+    const LocalList::Change change =
+        localList_.addUnlessThere(path, interface.Clipboard_saved_string_combobox->stringValue());
+    if (!change.old || change.isWritten) return;
+    if (change.problem.empty()) {
         alert(tr("Error!"), tr("Text does exist in the list."));
-        return;
+    } else {
+        tellUnlessWritten(path, change.problem);
     }
-    writeLocalList(path, ClipList::withEntryInFront(picked, local.text));
 }
 
 void AppDelegate::copyPickedItem(QWidget *sender) {
@@ -318,16 +298,16 @@ std::filesystem::path AppDelegate::localListPath() const {
     return StorageNames::localClipList(shell_.home);
 }
 
-// Tells the user about a failure, too: a list that silently stays what it was would look like a lost or
-// undead text.
-std::string AppDelegate::writeLocalList(const std::filesystem::path &path, std::string_view text) {
-    std::string problem = GenFileManager.createFileAtPath(path, text);
-    if (!problem.empty()) {
-        std::fprintf(stderr, "Quillery: %s could not be written: %s\n", path.c_str(), problem.c_str());
-        alert(tr("Error!"), tr("The list could not be written to %1: %2")
-                                .arg(QString::fromStdString(path.string()), QString::fromStdString(problem)));
-    }
-    return problem;
+std::string AppDelegate::clipListName() const {
+    return StorageNames::clipList(Username.value_or(""));
+}
+
+// A list that silently stays what it was would look like a lost or undead text.
+void AppDelegate::tellUnlessWritten(const std::filesystem::path &path, const std::string &problem) {
+    if (problem.empty()) return;
+    std::fprintf(stderr, "Quillery: %s could not be written: %s\n", path.c_str(), problem.c_str());
+    alert(tr("Error!"), tr("The list could not be written to %1: %2")
+                            .arg(QString::fromStdString(path.string()), QString::fromStdString(problem)));
 }
 
 // ---- Modes
@@ -384,7 +364,11 @@ void AppDelegate::Read_local_button(QObject *) {
 
 // A toggle looks on exactly while its mode is on.
 void AppDelegate::showModes() {
-    interface.RemoveItem_button->setChecked(RemoveMode_enabled);
-    interface.Share_switch->setChecked(ShareMode_enabled);
-    interface.Read_local_button->setChecked(Read_Local_mode);
+    const auto show = [](QAbstractButton &toggle, bool isOn) {
+        const QSignalBlocker notTheUser(toggle);
+        toggle.setChecked(isOn);
+    };
+    show(*interface.RemoveItem_button, RemoveMode_enabled);
+    show(*interface.Share_switch, ShareMode_enabled);
+    show(*interface.Read_local_button, Read_Local_mode);
 }

@@ -46,8 +46,11 @@ Configuration Configuration::fromValues(const QMap<QString, QString> &file,
     if (const auto host = value("host", "QUILLERY_STORAGE_HOST"); host && !host->trimmed().isEmpty()) {
         result.storageHost = host->trimmed().toStdString();
         if (!isPlainHost(host->trimmed())) {
-            result.problems
-                << QStringLiteral("The storage host \"%1\" is not a host name or address.").arg(*host);
+            // Not used in part either: where writing succeeds but reading fails, a save would empty the list.
+            result.storageHost = "";
+            result.problems << QStringLiteral(
+                                   "The storage host \"%1\" is not a host name or address and is not used.")
+                                   .arg(*host);
         }
     }
     if (const auto port = value("port", "QUILLERY_STORAGE_PORT")) {

@@ -13,7 +13,7 @@
 // What the administrator of this machine or its user has configured: where the storage server is, and the
 // vendor's addresses.
 struct Configuration {
-    // Nothing: the personal storage server of this machine.
+    // Nothing: the personal storage server of this machine. Empty: configured, but of no use.
     std::optional<std::string> storageHost;
     std::int32_t storagePort = 21;
     TransportOptions transport;

@@ -10,6 +10,7 @@ namespace {
 
 constexpr int kQuickViewWidth = 428;  // the width of the list it belongs to
 constexpr int kQuickViewHeight = 150;
+constexpr int kBannerWidth = 360;
 constexpr int kMargin = 16;  // between a window and the edge of the screen
 
 // A view of its own, filled from one interface file.
@@ -84,6 +85,18 @@ Interface::Interface() {
     Intro_popover->setObjectName(QStringLiteral("Intro_popover"));
 
     waitingWindow = std::make_unique<WaitingWindow>();
+
+    notificationBanner = std::make_unique<Popover>(nullptr);
+    notificationBanner->setObjectName(QStringLiteral("notificationBanner"));
+    notificationBanner->setWindowTitle(QObject::tr("Quillery says"));
+    notificationLabel = new QLabel(notificationBanner.get());
+    notificationLabel->setTextFormat(Qt::PlainText);
+    notificationLabel->setWordWrap(true);
+    notificationLabel->setFixedWidth(kBannerWidth);
+    notificationLabel->setObjectName(QStringLiteral("notificationLabel"));
+    auto *bannerLayout = new QVBoxLayout(notificationBanner.get());
+    bannerLayout->setContentsMargins(14, 12, 14, 12);
+    bannerLayout->addWidget(notificationLabel);
     makeMenu();
 
     for (QWidget *root :

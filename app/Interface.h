@@ -64,6 +64,8 @@ struct Interface : Ui::QuilleryWindow,
     TextView *QuickView_label;
     std::unique_ptr<Popover> Intro_popover;
     std::unique_ptr<WaitingWindow> waitingWindow;
+    std::unique_ptr<Popover> notificationBanner;  // stands in for a notification service
+    QLabel *notificationLabel;
 
     QStringListModel contacts;  // the rows of Contacts_table
 

@@ -34,6 +34,6 @@ struct Shell {
     std::filesystem::path home;  // the user's home folder
 
     // Makes sure that the personal storage server runs; asked only where no host is configured. Blocks;
-    // called on a worker thread.
-    std::function<PersonalStorage::Result(std::stop_token)> personalStorage;
+    // called on worker threads, several at a time.
+    std::function<PersonalStorage::Result(const std::stop_token &)> personalStorage;
 };

@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -23,11 +24,11 @@ void requestEnd(int) {
 
 // A session that ends, or a Ctrl-C, ends the program as "Quit" does, only without the question.
 void endOnSignals(AppDelegate &delegate) {
-    if (pipe(endRequests.data()) != 0) return;
+    if (pipe2(endRequests.data(), O_CLOEXEC) != 0) return;
     auto *notifier = new QSocketNotifier(endRequests[0], QSocketNotifier::Read, &delegate);
     QObject::connect(notifier, &QSocketNotifier::activated, &delegate, [&delegate, notifier] {
         notifier->setEnabled(false);
-        delegate.terminate();
+        delegate.endSession();
     });
     struct sigaction action = {};
     action.sa_handler = requestEnd;
@@ -44,7 +45,7 @@ std::filesystem::path storageProgram() {
 }  // namespace
 
 int main(int argc, char **argv) {
-    umask(077);  // whatever this program writes is for its user alone
+    const mode_t usersMask = umask(077);  // whatever this program writes is for its user alone
     QApplication application(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Quillery"));
     QApplication::setApplicationVersion(QStringLiteral(QUILLERY_VERSION));
@@ -67,7 +68,7 @@ int main(int argc, char **argv) {
     DesktopPasteboard pasteboard(ui, waiting);
     UserDefaults defaults;
     DesktopNotifications notifications;
-    DesktopWorkspace workspace;
+    DesktopWorkspace workspace(usersMask);
     PersonalStorage storage;
     const auto storageIsAt = storageProgram();
 

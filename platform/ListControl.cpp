@@ -31,6 +31,8 @@ class ListControl::Rows : public QAbstractListModel {
 
     const std::vector<std::size_t> &shown() const { return shown_; }
 
+    bool isFiltered() const { return !words_.empty(); }
+
     // The row of an item, or -1.
     int rowOf(int item) const {
         const auto at = std::lower_bound(shown_.begin(), shown_.end(), static_cast<std::size_t>(item));
@@ -142,6 +144,7 @@ ListControl::ListControl(QWidget *parent)
     view_->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     view_->setAlternatingRowColors(true);
     view_->installEventFilter(this);
+    view_->viewport()->installEventFilter(this);
     setFocusProxy(line_);
     setTabOrder(line_, view_);
 
@@ -190,9 +193,11 @@ void ListControl::selectItemAtIndex(int index) {
 }
 
 void ListControl::selectPicked(int index, const std::string &text) {
-    const bool isStillThere = index >= 0 && static_cast<std::size_t>(index) < items_.count() &&
-                              items_.at(static_cast<std::size_t>(index)) == text;
-    selected_ = isStillThere ? index : -1;
+    const auto isAt = [&](std::size_t i) { return i < items_.count() && items_.at(i) == text; };
+    selected_ = isAt(static_cast<std::size_t>(index)) ? index : -1;
+    for (std::size_t i = 0; selected_ < 0 && i < items_.count(); ++i) {
+        if (isAt(i)) selected_ = static_cast<int>(i);
+    }
     text_ = text;
     showSelectionSoon();
 }
@@ -220,7 +225,7 @@ void ListControl::showSelection() {
         line_->setCursorPosition(0);
         if (line_->hasFocus()) line_->selectAll();
     }
-    if (rows_->shown().size() != items_.count()) rows_->setFilter({});
+    if (rows_->isFiltered()) rows_->setFilter({});
     const int row = rows_->rowOf(selected_);
     view_->setCurrentIndex(row < 0 ? QModelIndex() : rows_->index(row));
 }
@@ -249,7 +254,7 @@ bool ListControl::handleKey(int key) {
             pickRow(row);
             return true;
         case Qt::Key_Escape:
-            if (rows_->shown().size() != items_.count()) {
+            if (rows_->isFiltered()) {
                 showSelection();
             } else {
                 Q_EMIT dismissed();
@@ -274,6 +279,14 @@ bool ListControl::handleKey(int key) {
 }
 
 bool ListControl::eventFilter(QObject *watched, QEvent *event) {
+    if (watched == view_->viewport()) {
+        // The second half of a double click is no second pick, least of all of the row that has moved up
+        // meanwhile.
+        if (event->type() == QEvent::MouseButtonDblClick) return ignoresRelease_ = true;
+        if (event->type() == QEvent::MouseButtonPress) ignoresRelease_ = false;
+        if (event->type() == QEvent::MouseButtonRelease) return std::exchange(ignoresRelease_, false);
+        return false;
+    }
     if (event->type() == QEvent::KeyPress) {
         auto *key = static_cast<QKeyEvent *>(event);
         if (handleKey(key->key())) return true;

@@ -64,8 +64,8 @@ class ListControl : public QWidget {
     void dismissed();
 
   public Q_SLOTS:
-    // Makes `text` the control's text and selects item `index` if it still has that text, the list having
-    // perhaps changed since the pick.
+    // Makes `text` the control's text and selects item `index`, or another one with that text if the list has
+    // changed since the pick; none if there is none.
     void selectPicked(int index, const std::string &text);
 
   protected:
@@ -86,6 +86,7 @@ class ListControl : public QWidget {
     int selected_ = -1;
     std::string text_;
     bool selectionIsShown_ = true;
+    bool ignoresRelease_ = false;
     QLineEdit *line_;
     QListView *view_;
     std::unique_ptr<Rows> rows_;

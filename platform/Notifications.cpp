@@ -2,6 +2,7 @@
 
 #include <QDBusArgument>
 #include <QDBusConnection>
+#include <QDBusConnectionInterface>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
 #include <QDBusServiceWatcher>
@@ -63,31 +64,48 @@ DesktopNotifications::DesktopNotifications(QObject *parent) : UserNotifications(
     connect(watcher, &QDBusServiceWatcher::serviceOwnerChanged, this,
             [this](const QString &, const QString &, const QString &newOwner) {
                 delivered_.clear();
+                understandsMarkup_.reset();
                 if (!newOwner.isEmpty()) askForCapabilities();
             });
-    askForCapabilities();
+    if (bus.interface() && bus.interface()->isServiceRegistered(kService)) askForCapabilities();
 }
 
 void DesktopNotifications::askForCapabilities() {
-    QDBusMessage question = call(QStringLiteral("GetCapabilities"));
-    question.setAutoStartService(false);  // a start of the program is no reason to start the service
+    const QDBusMessage question = call(QStringLiteral("GetCapabilities"));
     auto *reply = new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(question), this);
     connect(reply, &QDBusPendingCallWatcher::finished, this, [this, reply] {
         const QDBusPendingReply<QStringList> capabilities = *reply;
         if (!capabilities.isError())
             understandsMarkup_ = capabilities.value().contains(QStringLiteral("body-markup"));
+        for (const auto &[title, body] : std::exchange(waiting_, {})) {
+            if (understandsMarkup_) {
+                show(title, body);
+            } else {
+                Q_EMIT undeliverable(title, body);
+            }
+        }
         reply->deleteLater();
     });
 }
 
 void DesktopNotifications::deliver(const QString &title, const QString &informativeText) {
     const QString body = presentable(informativeText);
+    if (understandsMarkup_) {
+        show(title, body);
+        return;
+    }
+    // The question also starts a service that is not running.
+    waiting_.emplace_back(title, body);
+    if (waiting_.size() == 1) askForCapabilities();
+}
+
+void DesktopNotifications::show(const QString &title, const QString &body) {
     const QVariantMap hints{{QStringLiteral("sound-name"), QStringLiteral("message-new-instant")},
                             {QStringLiteral("image-data"), imageData()},
                             {QStringLiteral("desktop-entry"), QStringLiteral("quillery")}};
     QDBusMessage notify = call(QStringLiteral("Notify"));
     notify << QStringLiteral("Quillery") << 0U << QString() << title
-           << (understandsMarkup_ ? body.toHtmlEscaped() : body)
+           << (*understandsMarkup_ ? body.toHtmlEscaped() : body)
            << QStringList{QStringLiteral("default"), tr("Show")} << hints << -1;
     auto *reply = new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(notify), this);
     connect(reply, &QDBusPendingCallWatcher::finished, this, [this, reply, title, body] {

@@ -4,6 +4,9 @@
 #include <QObject>
 #include <QSet>
 #include <QString>
+#include <optional>
+#include <utility>
+#include <vector>
 
 // The desktop's user notifications. An interface, so that a test sees what was announced and when.
 class UserNotifications : public QObject {
@@ -38,6 +41,9 @@ class DesktopNotifications : public UserNotifications {
   private:
     void askForCapabilities();
 
-    bool understandsMarkup_ = true;
+    void show(const QString &title, const QString &body);
+
+    std::optional<bool> understandsMarkup_;             // nothing: not known yet
+    std::vector<std::pair<QString, QString>> waiting_;  // title and body of those that wait for it
     QSet<uint> delivered_;
 };

@@ -1,10 +1,8 @@
 #include "platform/PersonalStorage.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/file.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -30,18 +28,6 @@ fs::path runtimeFolder() {
     return fs::path(home ? home : "/") / ".cache" / "quillery";
 }
 
-bool answersOn(std::int32_t port) {
-    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd < 0) return false;
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    const bool connected = connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
-    close(fd);
-    return connected;
-}
-
 // The server holds this lock for as long as it lives. A port that was published by one that has been killed
 // may be anybody's by now.
 bool serverLives() {
@@ -56,7 +42,7 @@ std::optional<std::int32_t> publishedPort() {
     if (!serverLives()) return std::nullopt;
     std::ifstream file(runtimeFolder() / "storage.port");
     std::int32_t port = 0;
-    if (!(file >> port) || port < 1 || port > 65535 || !answersOn(port)) return std::nullopt;
+    if (!(file >> port) || port < 1 || port > 65535) return std::nullopt;
     return port;
 }
 
@@ -91,37 +77,45 @@ PersonalStorage::~PersonalStorage() {
 }
 
 PersonalStorage::Result PersonalStorage::ensureRunning(const fs::path &program, const std::stop_token &stop) {
+    const std::lock_guard lock(mutex_);
+    const auto end = std::chrono::steady_clock::now() + kStartLimit;
+    const auto isTimeLeft = [&] { return std::chrono::steady_clock::now() < end && !stop.stop_requested(); };
+    const auto pause = [] { std::this_thread::sleep_for(std::chrono::milliseconds(10)); };
+
     std::error_code error;
     fs::create_directories(runtimeFolder(), error);
     const fs::path users = runtimeFolder() / "storage.users";
     if (usersLock_ < 0) usersLock_ = open(users.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    // Waits for the moment in which a server without users is ending.
-    if (usersLock_ < 0 || flock(usersLock_, LOCK_SH) != 0) {
-        return {std::nullopt, users.string() + ": " + std::strerror(errno)};
-    }
-    if (const auto port = publishedPort()) return {port, {}};
-
-    const pid_t child = start(program);
-    if (child < 0) return {std::nullopt, program.string() + " could not be started: " + std::strerror(errno)};
-    const auto end = std::chrono::steady_clock::now() + kStartLimit;
-    bool childEnded = false;
-    while (std::chrono::steady_clock::now() < end && !stop.stop_requested()) {
-        if (const auto port = publishedPort()) {
-            // Its end, whenever it comes, is to leave no zombie behind.
-            if (!childEnded) std::thread([child] { waitpid(child, nullptr, 0); }).detach();
-            return {port, {}};
+    // A server without users that is just ending holds this lock for a moment.
+    while (usersLock_ < 0 || flock(usersLock_, LOCK_SH | LOCK_NB) != 0) {
+        if (usersLock_ < 0 || (errno != EWOULDBLOCK && errno != EINTR) || !isTimeLeft()) {
+            return {std::nullopt, users.string() + ": " + std::strerror(errno)};
         }
-        // Another server of this user's may have been quicker; a second one ends by itself, and the first
-        // answers soon.
+        pause();
+    }
+    while (isTimeLeft()) {
+        if (const auto port = publishedPort()) return {port, {}};
+        const pid_t child = start(program);
+        if (child < 0)
+            return {std::nullopt, program.string() + " could not be started: " + std::strerror(errno)};
         int status = 0;
-        if (!childEnded && waitpid(child, &status, WNOHANG) == child) {
-            childEnded = true;
-            if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-                return {std::nullopt, program.string() + " ended at once"};
+        bool hasEnded = false;
+        while (!hasEnded && isTimeLeft()) {
+            if (const auto port = publishedPort()) {
+                // Its end, whenever it comes, is to leave no zombie behind.
+                std::thread([child] { waitpid(child, nullptr, 0); }).detach();
+                return {port, {}};
             }
+            hasEnded = waitpid(child, &status, WNOHANG) == child;
+            pause();
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        if (!hasEnded) {
+            std::thread([child] { waitpid(child, nullptr, 0); }).detach();
+        } else if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+            return {std::nullopt, program.string() + " ended at once"};
+        }
+        // It ended in peace: it found another server, which will publish its port soon, or took this
+        // program's look at the lock for one. So look again.
     }
-    if (!childEnded) std::thread([child] { waitpid(child, nullptr, 0); }).detach();
     return {std::nullopt, program.string() + " did not begin to answer"};
 }

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <mutex>
 #include <optional>
 #include <stop_token>
 #include <string>
@@ -27,10 +28,11 @@ class PersonalStorage {
     PersonalStorage(const PersonalStorage &) = delete;
     PersonalStorage &operator=(const PersonalStorage &) = delete;
 
-    // Makes sure that the server is up and tells its port. `program` is the path of quillery-storage. Blocks
-    // until it answers, at most kStartLimit; any thread, one call at a time.
+    // Makes sure that the server is up and tells its port; quick where it is. `program` is the path of
+    // quillery-storage. Blocks until the server answers, at most kStartLimit; any thread.
     Result ensureRunning(const std::filesystem::path &program, const std::stop_token &stop = {});
 
   private:
+    std::mutex mutex_;
     int usersLock_ = -1;
 };

@@ -5,6 +5,8 @@
 #include <QCursor>
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
+#include <QDBusMessage>
+#include <QDBusReply>
 #include <QGuiApplication>
 #include <QIcon>
 #include <QMenu>
@@ -14,10 +16,20 @@
 namespace {
 
 constexpr int kLookAgainMilliseconds = 1000;
+constexpr int kWatcherMilliseconds = 500;  // for an answer that takes less than one
 
 bool hasNotifierHost() {
     const auto *bus = QDBusConnection::sessionBus().interface();
-    return bus && bus->isServiceRegistered(QStringLiteral("org.kde.StatusNotifierWatcher"));
+    const QString watcher = QStringLiteral("org.kde.StatusNotifierWatcher");
+    if (!bus || !bus->isServiceRegistered(watcher)) return false;
+    // The watcher only keeps the books: what shows the items is a host, which may come later.
+    QDBusMessage question = QDBusMessage::createMethodCall(watcher, QStringLiteral("/StatusNotifierWatcher"),
+                                                           QStringLiteral("org.freedesktop.DBus.Properties"),
+                                                           QStringLiteral("Get"));
+    question << watcher << QStringLiteral("IsStatusNotifierHostRegistered");
+    const QDBusReply<QVariant> answer =
+        QDBusConnection::sessionBus().call(question, QDBus::Block, kWatcherMilliseconds);
+    return answer.isValid() && answer.value().toBool();
 }
 
 bool hasXTray() {
@@ -82,16 +94,9 @@ void StatusItem::showIfPossible() {
     icon_ = std::make_unique<QSystemTrayIcon>(statusImage(image_));
     icon_->setToolTip(toolTip_);
     icon_->setContextMenu(menu_);
-    connect(icon_.get(), &QSystemTrayIcon::messageClicked, this, &StatusItem::messageClicked);
     connect(icon_.get(), &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
         if (reason == QSystemTrayIcon::Trigger) menu_->popup(QCursor::pos());
     });
     icon_->show();
     Q_EMIT shown();
-}
-
-bool StatusItem::showMessage(const QString &title, const QString &text) {
-    if (!icon_ || !QSystemTrayIcon::supportsMessages()) return false;
-    icon_->showMessage(title, text);
-    return true;
 }

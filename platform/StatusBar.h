@@ -31,15 +31,9 @@ class StatusItem : public QObject {
 
     bool isShown() const { return icon_ != nullptr; }
 
-    // For a desktop without a notification service: a balloon at the item. False if there is no item to show
-    // it at.
-    bool showMessage(const QString &title, const QString &text);
-
   Q_SIGNALS:
     // The item has just become visible in a status bar.
     void shown();
-    // The user clicked the balloon of showMessage().
-    void messageClicked();
 
   private:
     void showIfPossible();

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <QUrl>
 
 // The desktop's opener of addresses. An interface, so that a test sees what would be opened.
@@ -12,5 +14,10 @@ class Workspace {
 
 class DesktopWorkspace : public Workspace {
   public:
+    // What is started gets `usersMask` as its mask of file modes: this program's own is stricter.
+    explicit DesktopWorkspace(mode_t usersMask) : usersMask_(usersMask) {}
     bool openURL(const QUrl &url) override;
+
+  private:
+    mode_t usersMask_;
 };

@@ -51,6 +51,7 @@ TEST(Configuration, BadValuesAreSaidAndReplaced) {
     EXPECT_EQ(from({{"storage/idle_timeout_seconds", "0"}}).problems.size(), 1);
     for (const char *host : {"ftp://host", "host/dir", "host:21", "user@host", "two words"}) {
         EXPECT_EQ(from({{"storage/host", host}}).problems.size(), 1) << host;
+        EXPECT_EQ(from({{"storage/host", host}}).storageHost, "") << host;
     }
     EXPECT_TRUE(from({{"storage/host", "[::1]"}}).problems.isEmpty());
 }

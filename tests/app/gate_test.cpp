@@ -87,6 +87,39 @@ TEST_F(GateTest, AnAlertOfABackgroundOperationWaitsForTheOneThatIsUp) {
     settle();
 }
 
+// The row that was picked is found again, whatever has come on top of it since.
+TEST_F(GateTest, AQueuedPickFindsItsRowAgain) {
+    putLocal("a" + kEnd + "b" + kEnd);
+    start();
+    enter([&] { delegate->Clipboard_saves(nullptr); });
+    delegate->interface.RemoveItem_button->click();
+    copy("new");
+    enter([&] {
+        delegate->Save_bar_item(VkKeyEvent());
+        pick(1);
+    });
+    settle();
+    EXPECT_EQ(items(), (Items{"new", "a", ""}));
+    EXPECT_EQ(local(), "new" + kEnd + "a" + kEnd);
+}
+
+// What a save was for is decided when it is asked for.
+TEST_F(GateTest, ASaveBeforeALogOutIsTheUsersOwn) {
+    setAutoLogin(QStringLiteral("alice"));
+    start();
+    copy("hers");
+    enter([&] {
+        delegate->Save_bar_item(VkKeyEvent());
+        delegate->interface.Log_in_menu_item->trigger();
+        delegate->interface.Share_switch->toggle();
+    });
+    settle();
+    EXPECT_FALSE(delegate->isSigned_in);
+    EXPECT_EQ(remote(".alice_Quillery.txt"), "hers" + kEnd);
+    EXPECT_FALSE(delegate->ShareMode_enabled) << "its toggle was disabled by then";
+    EXPECT_FALSE(delegate->interface.Share_switch->isChecked());
+}
+
 // Many saves one after another, as quickly as the gate takes them: each is in the file, newest first.
 TEST_F(GateTest, QuickSavesAllArriveInOrder) {
     start();

@@ -139,5 +139,29 @@ TEST_F(ListControlTest, APickHeldBackUntilTheListChangedKeepsItsText) {
     list.insertItemWithObjectValue("new", 0);
     list.selectPicked(1, "b");  // picked when "b" was at 1
     EXPECT_EQ(list.stringValue(), "b");
+    EXPECT_EQ(list.indexOfSelectedItem(), 2);
+    list.selectPicked(1, "gone");
+    EXPECT_EQ(list.stringValue(), "gone");
     EXPECT_EQ(list.indexOfSelectedItem(), -1);
+}
+
+TEST_F(ListControlTest, ADoubleClickIsOnePick) {
+    fill({"a", "b", "c"});
+    QObject::connect(&list, &ListControl::picked,
+                     [this](int index, const std::string &) { list.removeItemAtIndex(index); });
+    const QPoint first = view->visualRect(view->model()->index(0, 0)).center();
+    QTest::mouseClick(view->viewport(), Qt::LeftButton, {}, first);
+    QTest::mouseDClick(view->viewport(), Qt::LeftButton, {}, first);
+    EXPECT_EQ(rows(), (std::vector<std::string>{"c"})) << "two presses, the second of them double";
+    QTest::mouseClick(view->viewport(), Qt::LeftButton, {}, first);
+    EXPECT_TRUE(rows().empty());
+}
+
+TEST_F(ListControlTest, AFilterThatMatchesAllIsOneAllTheSame) {
+    fill({"apple"});
+    line->setText(QStringLiteral("app"));
+    QTest::keyClick(line, Qt::Key_Return);
+    QCoreApplication::processEvents();
+    list.insertItemWithObjectValue("xyz", 0);
+    EXPECT_EQ(rows(), (std::vector<std::string>{"xyz", "apple"}));
 }
