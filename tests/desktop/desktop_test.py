@@ -2,6 +2,7 @@
 
 import contextlib
 import os
+import pathlib
 import shutil
 import signal
 import socket
@@ -46,6 +47,8 @@ class DesktopTest(unittest.TestCase):
         self.running = []
 
     def tearDown(self):
+        with contextlib.suppress(AssertionError):
+            os.kill(self.storage_server(), signal.SIGCONT)
         for process in reversed(self.running):
             if process.poll() is None:
                 process.kill()
@@ -72,6 +75,25 @@ class DesktopTest(unittest.TestCase):
 
     def wait_until_started(self):
         wait("last line of the start", lambda: "New passcode" in contents(self.log))
+
+    def notifications(self):
+        """How many are on the screen; nothing where there is no service."""
+        shown = subprocess.run(["dunstctl", "count", "displayed"], capture_output=True, text=True, timeout=30, check=False)
+        return int(shown.stdout) if shown.returncode == 0 else None
+
+    def start_notification_service(self):
+        self.start("dunst", stderr=subprocess.DEVNULL)
+        wait("notification service", lambda: self.notifications() is not None)
+
+    def storage_server(self):
+        """Its process on this desktop: the one that has this home folder."""
+        for process in os.listdir("/proc"):
+            with contextlib.suppress(OSError):
+                about = pathlib.Path("/proc") / process
+                if process.isdigit() and b"quillery-storage" in (about / "cmdline").read_bytes() \
+                        and f"HOME={HOME}\0".encode() in (about / "environ").read_bytes():
+                    return int(process)
+        raise AssertionError("no storage server")
 
     def copy(self, text):
         owner = self.start("xclip", "-quiet", "-selection", "clipboard", stdin=subprocess.PIPE, stderr=subprocess.DEVNULL)
@@ -111,6 +133,31 @@ class DesktopTest(unittest.TestCase):
             program.wait(10)
             wait("end of the storage server", lambda: not os.path.exists(PORT_FILE), 5)
 
+    def test_a_session_that_ends_does_not_wait_for_a_mute_server(self):
+        with socket.socket() as mute:
+            mute.bind(("127.0.0.1", 0))
+            mute.listen()
+            program = self.quillery(QUILLERY_STORAGE_HOST="127.0.0.1", QUILLERY_STORAGE_PORT=str(mute.getsockname()[1]))
+            connection, _ = mute.accept()
+            with connection:
+                program.terminate()
+                self.assertEqual(program.wait(10), 0)
+
+    def test_a_write_in_progress_is_finished_before_the_end(self):
+        self.settings("kIsNotFirstUse=YES", "kAutoLogin=Yes", "kUsername=alice", "kPassword=secret")
+        self.start_notification_service()
+        program = self.quillery()
+        self.wait_until_started()
+        self.copy("in flight")
+        os.kill(self.storage_server(), signal.SIGSTOP)
+        subprocess.run(["xdotool", "key", "super+shift+c"], check=True, timeout=30)
+        wait("announcement", self.notifications)
+        program.terminate()
+        wait("window that says so", lambda: windows("Quillery is waiting"))
+        os.kill(self.storage_server(), signal.SIGCONT)
+        self.assertEqual(program.wait(20), 0)
+        self.assertEqual(contents(f"{HOME}/.local/share/quillery/htdocs/.alice_Quillery.txt"), "in flight" + ENTRY_END)
+
     def test_a_server_that_ran_before_is_used_and_left_alone(self):
         storage = self.start(os.path.join(os.path.dirname(PROGRAM), "quillery-storage"))
         port = wait("port", lambda: contents(PORT_FILE))
@@ -139,15 +186,12 @@ class DesktopTest(unittest.TestCase):
         wait("end of the window", lambda: not windows("Quillery Menu"))
 
     def test_a_clicked_notification_answers(self):
-        self.start("dunst", stderr=subprocess.DEVNULL)
-        wait("notification service", lambda: subprocess.run(["dunstctl", "count"], capture_output=True, timeout=30,
-                                                            check=False).returncode == 0)
+        self.start_notification_service()
         self.quillery()
         self.wait_until_started()
         self.copy("a <b>bold</b> & plain text")
         subprocess.run(["xdotool", "key", "super+shift+c"], check=True, timeout=30)
-        wait("notification", lambda: subprocess.run(["dunstctl", "count", "displayed"], capture_output=True, text=True,
-                                                    timeout=30, check=False).stdout.strip() == "1")
+        wait("notification", self.notifications)
         subprocess.run(["dunstctl", "action", "0"], check=True, timeout=30)
         wait("alert", lambda: windows("Success!"))
         self.assertEqual(contents(LIST), "a <b>bold</b> & plain text" + ENTRY_END)
