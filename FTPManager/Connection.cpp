@@ -35,14 +35,7 @@ void setResetOnClose(int descriptor) {
 }  // namespace
 
 Connection::Connection(std::string key, std::uint16_t serverPort)
-    : key_(std::move(key)),
-      serverPort_(serverPort),
-      share_(curl_share_init()),
-      multi_(curl_multi_init()),
-      easy_(curl_easy_init()) {
-    // Some servers demand that a data connection resumes the control connection's TLS session.
-    if (share_) curl_share_setopt(share_, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
-}
+    : key_(std::move(key)), serverPort_(serverPort), multi_(curl_multi_init()), easy_(curl_easy_init()) {}
 
 Connection::~Connection() {
     const SigpipeGuard guard;
@@ -53,12 +46,10 @@ Connection::~Connection() {
     }
     curl_easy_cleanup(easy_);
     curl_multi_cleanup(multi_);
-    curl_share_cleanup(share_);
 }
 
 CURL *Connection::freshEasy() {
     curl_easy_reset(easy_);
-    curl_easy_setopt(easy_, CURLOPT_SHARE, share_);
     curl_easy_setopt(easy_, CURLOPT_OPENSOCKETFUNCTION, &Connection::openSocket);
     curl_easy_setopt(easy_, CURLOPT_OPENSOCKETDATA, this);
     curl_easy_setopt(easy_, CURLOPT_CLOSESOCKETFUNCTION, &Connection::closeSocket);
@@ -81,9 +72,26 @@ curl_socket_t Connection::openSocket(void *self, curlsocktype, curl_sockaddr *ad
 int Connection::closeSocket(void *self, curl_socket_t descriptor) {
     auto &connection = *static_cast<Connection *>(self);
     const std::scoped_lock lock(connection.socketsMutex_);
-    std::erase_if(connection.sockets_,
-                  [descriptor](const Socket &socket) { return socket.descriptor == descriptor; });
+    auto &sockets = connection.sockets_;
+    const auto closing = std::find_if(sockets.begin(), sockets.end(), [descriptor](const Socket &socket) {
+        return socket.descriptor == descriptor;
+    });
+    if (closing != sockets.end()) {
+        if (!closing->isControl && !connection.dataIsWhole_ && !connection.wasRefused()) {
+            for (const Socket &socket : sockets) {
+                if (socket.isControl) shutdown(socket.descriptor, SHUT_RDWR);
+            }
+            setResetOnClose(descriptor);
+        }
+        sockets.erase(closing);
+    }
     return close(descriptor);
+}
+
+bool Connection::wasRefused() const {
+    long reply = 0;
+    curl_easy_getinfo(easy_, CURLINFO_RESPONSE_CODE, &reply);
+    return reply >= 400;
 }
 
 void Connection::interrupt() noexcept {
@@ -96,15 +104,9 @@ void Connection::interrupt() noexcept {
     curl_multi_wakeup(multi_);
 }
 
-void Connection::breakOff() noexcept {
+void Connection::setDataIsWhole(bool isWhole) noexcept {
     const std::scoped_lock lock(socketsMutex_);
-    for (const Socket &socket : sockets_) {
-        if (socket.isControl) {
-            shutdown(socket.descriptor, SHUT_RDWR);
-        } else {
-            setResetOnClose(socket.descriptor);
-        }
-    }
+    dataIsWhole_ = isWhole;
 }
 
 SocketActivity Connection::activity() const {

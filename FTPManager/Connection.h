@@ -28,19 +28,21 @@ class Connection {
     Connection &operator=(const Connection &) = delete;
 
     /// Whether libcurl gave the handles; nothing else may be called if not.
-    bool isUsable() const { return share_ && multi_ && easy_; }
+    bool isUsable() const { return multi_ && easy_; }
     const std::string &key() const { return key_; }
 
     CURLM *multi() const { return multi_; }
     /// The transfer handle with all options at their defaults, but for those that tie it to this connection.
+    /// It keeps its TLS session, which some servers demand to be resumed by each data connection.
     CURL *freshEasy();
     CURL *easy() const { return easy_; }
 
     /// Makes whatever waits on the connection return at once, with an error. From any thread.
     void interrupt() noexcept;
-    /// Ends the connection so that the server can tell it from an orderly end: the control connection first,
-    /// then the data connection by a reset. Without this, a server takes half a file for the whole.
-    void breakOff() noexcept;
+    /// Says whether the data connection, if it were closed now, would end where the file ends. If not, it is
+    /// closed in a way that the server can tell from that: the control connection first, then the data
+    /// connection by a reset. Otherwise a server takes half a file for the whole.
+    void setDataIsWhole(bool isWhole) noexcept;
 
     SocketActivity activity() const;
     /// How many control connections were opened so far: 0 or more than 1 tell of re-use and of a reopening.
@@ -54,18 +56,20 @@ class Connection {
         bool isControl;
     };
 
+    /// Whether the server's latest reply was a refusal: no file is being written then.
+    bool wasRefused() const;
     static curl_socket_t openSocket(void *self, curlsocktype purpose, curl_sockaddr *address);
     static int closeSocket(void *self, curl_socket_t descriptor);
 
     const std::string key_;
     const std::uint16_t serverPort_;
-    CURLSH *share_ = nullptr;
     CURLM *multi_ = nullptr;
     CURL *easy_ = nullptr;
 
     mutable std::mutex socketsMutex_;
     std::vector<Socket> sockets_;
     unsigned controlConnectionsOpened_ = 0;
+    bool dataIsWhole_ = true;
     bool interrupted_ = false;
 };
 

@@ -37,10 +37,10 @@ std::optional<std::string> ftpURLForFile(const FTPFileLocation &location) {
     if (!fm::isSendableFileName(location.fileName)) return std::nullopt;
     std::string url = "ftp://" + fm::percentEscaped(location.user) + ":" +
                       fm::percentEscaped(location.password) + "@" + location.host;
-    if (location.port != FMServer().port) url += ":" + std::to_string(location.port);
+    if (location.port != FMServer().port) (url += ':') += std::to_string(location.port);
     const std::string_view directory = withoutSlashesAround(location.directory);
-    if (!directory.empty()) url += "/" + fm::percentEscaped(directory, "/");
-    url += "/" + fm::percentEscaped(location.fileName);
+    if (!directory.empty()) (url += '/') += fm::percentEscaped(directory, "/");
+    (url += '/') += fm::percentEscaped(location.fileName);
     const std::optional<fm::FTPAddress> address = fm::parseFTPURL(url);
     // A host that brings its own slash or sign would change the meaning of the rest.
     const bool isAsMeant = address && address->user == location.user &&

@@ -68,6 +68,7 @@ bool Transfer::begin() {
     std::unique_ptr<Connection> connection = transport_.pool().checkOut(poolKey(address_), address_.port);
     if (!connection) return false;
     setOptions(connection->freshEasy());
+    connection->setDataIsWhole(ends_.direction == TransferEnds::Direction::kDownload);
     controlConnectionsBefore_ = connection->controlConnectionsOpened();
     const SocketActivity activity = connection->activity();
     isEstablished_ = activity.established;
@@ -197,7 +198,6 @@ bool Transfer::shouldRetry(CURLcode result, long reply) const {
 void Transfer::releaseConnection(bool keepWarm) {
     if (!connection_) return;
     const SigpipeGuard guard;
-    if (!keepWarm) connection_->breakOff();
     if (isAttached_) curl_multi_remove_handle(connection_->multi(), connection_->easy());
     isAttached_ = false;
     std::unique_ptr<Connection> released;
@@ -225,7 +225,10 @@ std::size_t Transfer::onRead(char *room, std::size_t size, std::size_t count, vo
     try {
         if (transfer.isInterrupted()) return CURL_READFUNC_ABORT;
         transfer.movedAnyByte_ = true;
-        return transfer.ends_.source({room, size * count}).value_or(CURL_READFUNC_ABORT);
+        const std::optional<std::size_t> filled = transfer.ends_.source({room, size * count});
+        if (!filled || transfer.isInterrupted()) return CURL_READFUNC_ABORT;
+        transfer.connection_->setDataIsWhole(*filled == 0);
+        return *filled;
     } catch (const std::exception &) {
         return CURL_READFUNC_ABORT;
     }

@@ -74,6 +74,8 @@ void AppDelegate::giveLinkItemsTheirAddresses() {
         {"web", i.Web, i.Web_intro, &AppDelegate::Web},
         {"email", i.EMail, i.Mail_intro, &AppDelegate::EMail},
     };
+    i.aboutUs->setEnabled(!shell_.configuration.links.isEmpty());
+    i.Tovanix_intro->setEnabled(!shell_.configuration.links.isEmpty());
     for (const Link &link : links) {
         const bool isConfigured = shell_.configuration.links.contains(QLatin1String(link.name));
         link.item->setEnabled(isConfigured);

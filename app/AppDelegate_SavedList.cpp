@@ -92,8 +92,8 @@ void AppDelegate::Save_Clipboard_string_local(const std::string &announced, std:
     const std::string text = clipboardTextForSaving(announced);
     hasText.set_value();
 
-    const LocalList::Change change = localList_.add(path, text);
-    const auto old = change.old ? std::make_shared<const std::string>(*change.old) : nullptr;
+    LocalList::Change change = localList_.add(path, text);
+    const auto old = change.old ? std::make_shared<const std::string>(std::move(*change.old)) : nullptr;
     shell_.ui.run([&] { Content_of_quillery_file_Local = old; });
     if (!change.isWritten) reportUnsavedText(text, path, change.problem);
 }

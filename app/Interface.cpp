@@ -10,6 +10,7 @@ namespace {
 
 constexpr int kQuickViewWidth = 428;  // the width of the list it belongs to
 constexpr int kQuickViewHeight = 150;
+constexpr int kTitleBar = 28;  // what a window manager commonly adds on top
 constexpr int kBannerWidth = 360;
 constexpr int kMargin = 16;  // between a window and the edge of the screen
 
@@ -26,6 +27,7 @@ template <class File>
 std::unique_ptr<QWidget> window(File &file) {
     auto widget = std::make_unique<QWidget>(nullptr, Qt::Window);
     file.setupUi(widget.get());
+    widget->setProperty("usualSize", widget->size());
     widget->setWindowIcon(QIcon(QStringLiteral(":/images/quillery.png")));
     return widget;
 }
@@ -138,6 +140,7 @@ void Interface::makeMenu() {
     Quillery_Menu.addSeparator();
     How_to_use = item(Quillery_Menu, "How_to_use", QObject::tr("Tutorials"));
     QMenu *links = Quillery_Menu.addMenu(QObject::tr("About Us"));
+    aboutUs = links->menuAction();
     Web = item(*links, "Web", QObject::tr("Web Site"));
     Facebook = item(*links, "Facebook", QObject::tr("Facebook"));
     Twitter = item(*links, "Twitter", QObject::tr("Twitter"));
@@ -155,13 +158,13 @@ void Interface::makeMenu() {
 }
 
 void orderFront(QWidget &window, ScreenPlace place) {
-    const bool isFirstTime = !window.property("placed").toBool();
     if (window.isMinimized()) window.showNormal();
-    window.show();
-    if (isFirstTime) {
-        QRect at(QPoint(0, 0), window.frameGeometry().size());
+    if (!window.property("placed").toBool()) {
+        window.adjustSize();
         const QRect room =
-            window.screen()->availableGeometry().adjusted(kMargin, kMargin, -kMargin, -kMargin);
+            window.screen()->availableGeometry().adjusted(kMargin, kMargin + kTitleBar, -kMargin, -kMargin);
+        window.resize(window.size().expandedTo(window.property("usualSize").toSize()).boundedTo(room.size()));
+        QRect at(QPoint(0, 0), window.size());
         if (place == ScreenPlace::kMiddle) {
             at.moveCenter(room.center());
         } else {
@@ -170,8 +173,10 @@ void orderFront(QWidget &window, ScreenPlace place) {
         window.move(at.topLeft());
         window.setProperty("placed", true);
     }
+    window.setAttribute(Qt::WA_ShowWithoutActivating, place == ScreenPlace::kCorner);
+    window.show();
     window.raise();
-    window.activateWindow();
+    if (place == ScreenPlace::kMiddle) window.activateWindow();
 }
 
 void setFloatingWindowLevel(QWidget &window) {

@@ -83,6 +83,7 @@ struct Interface : Ui::QuilleryWindow,
     QAction *Twitter;
     QAction *Pinterest;
     QAction *GooglePluse;
+    QAction *aboutUs;  // the submenu of the links below
     QAction *Web;
     QAction *EMail;
     QAction *Quit;
@@ -94,7 +95,7 @@ struct Interface : Ui::QuilleryWindow,
 // Where a window stands the first time; afterwards it is where the user left it.
 enum class ScreenPlace {
     kMiddle,
-    kCorner,  // top right, out of the way
+    kCorner,  // top right, out of the way and without taking the keyboard
 };
 
 // Shows a window, in front of the others.

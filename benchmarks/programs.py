@@ -19,10 +19,10 @@ import dbus.mainloop.glib
 import dbus.service
 from gi.repository import GLib
 
-QUILLERY, TRAY_PROGRAM, RESULTS = sys.argv[1:]
-STARTS = 21
+QUILLERY, TRAY_PROGRAM, RESULTS = sys.argv[1:4]
+STARTS = 15
 MEMORY_RUNS = 11
-HOT_KEY_RUNS = 60
+HOT_KEY_RUNS = 40
 LISTED = 1000
 HOME = os.environ["HOME"]
 LIST = os.path.join(HOME, "Documents", ".Quillery.txt")
@@ -171,16 +171,29 @@ def pss(process):
         return next(int(line.split()[1]) for line in file if line.startswith("Pss:"))
 
 
-def settled_pss(process):
-    """In KiB, once it has not changed for three seconds."""
-    readings = []
+def other_users_of_toolkit(own):
+    """Whether another program than these has the toolkit loaded: it would bear a part of its libraries' pages."""
+    for path in glob.glob("/proc/[0-9]*"):
+        with contextlib.suppress(OSError), open(f"{path}/maps", encoding="utf-8", errors="replace") as maps:
+            if int(os.path.basename(path)) not in own and "libQt6Core.so" in maps.read():
+                return True
+    return False
+
+
+def settled_pss(process, companion=None):
+    """In KiB, once it has changed by less than a percent for two seconds with no other program in the way."""
+    own, readings = {process.pid} | ({companion.pid} if companion else set()), []
 
     def is_settled():
-        readings.append(pss(process))
         rest(0.5)
-        return len(readings) > 6 and len(set(readings[-6:])) == 1
+        if other_users_of_toolkit(own):
+            readings.clear()
+        else:
+            readings.append(pss(process.pid))
+        last = readings[-5:]
+        return len(last) == 5 and max(last) < 1.01 * min(last)
 
-    turn(is_settled, 60)
+    turn(is_settled, 600)
     return readings[-1]
 
 
@@ -209,15 +222,23 @@ def start_times():
 
 
 def idle_memory():
-    sizes = {"quillery": [], "tray_program": [], "storage": []}
-    for _ in range(MEMORY_RUNS):
+    """Alone, and beside one more program of the same toolkit, with which both share the toolkit's libraries."""
+    sizes = {name: [] for name in ("quillery", "tray_program", "storage", "quillery beside", "tray_program beside")}
+
+    def both(name, companion=None):
         forget_probe()
         with running(QUILLERY) as (process, _seconds):
             turn(probe_is_done)
-            sizes["quillery"].append(settled_pss(process.pid))
-            sizes["storage"].append(settled_pss(storage_server()))
+            sizes["quillery" + name].append(settled_pss(process, companion))
+            if not companion:
+                sizes["storage"].append(pss(storage_server()))
         with running(TRAY_PROGRAM) as (process, _seconds):
-            sizes["tray_program"].append(settled_pss(process.pid))
+            sizes["tray_program" + name].append(settled_pss(process, companion))
+
+    for _ in range(MEMORY_RUNS):
+        both("")
+        with running(TRAY_PROGRAM) as (companion, _seconds):
+            both(" beside", companion)
     return sizes
 
 
@@ -225,9 +246,8 @@ def copied_elsewhere(text):
     """Another program copies the text and keeps it on the clipboard until the next one does."""
     subprocess.run(["xclip", "-in", "-selection", "clipboard"], input=text.encode(), stdout=subprocess.DEVNULL,
                    stderr=subprocess.DEVNULL, check=True, timeout=30)
-    shown = subprocess.run(["xclip", "-out", "-selection", "clipboard"], capture_output=True, check=True, timeout=30)
-    if shown.stdout != text.encode():
-        raise RuntimeError("the text is not on the clipboard")
+    look = ["xclip", "-out", "-selection", "clipboard"]
+    turn(lambda: subprocess.run(look, capture_output=True, check=False, timeout=30).stdout == text.encode())
 
 
 def hot_key_times():
@@ -266,12 +286,12 @@ with open(os.path.join(os.environ["XDG_CONFIG_HOME"], "TovanixDev", "Quillery.in
     settings.write("[General]\nkIsNotFirstUse=YES\n")
 results = {}
 try:
-    for name, measure in (("start", start_times), ("memory", idle_memory), ("hot_key", hot_key_times)):
+    for name, measure in {"hot_key": hot_key_times, "start": start_times, "memory": idle_memory}.items():
         print(f"  {name} ...", file=sys.stderr, flush=True)
         results[name] = measure()
+        with open(RESULTS, "w", encoding="utf-8") as file:
+            json.dump(results, file)
 except BaseException:
     log.seek(0)
     sys.stderr.write(log.read().decode("utf-8", "replace")[-2000:])
     raise
-with open(RESULTS, "w", encoding="utf-8") as file:
-    json.dump(results, file)

@@ -41,7 +41,7 @@ double secondsSince(Clock::time_point start) {
     return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-[[noreturn]] void give_up(const char *why) {
+[[noreturn]] void giveUp(const char *why) {
     std::fprintf(stderr, "saved_list_benchmark: %s\n", why);
     std::exit(1);
 }
@@ -95,7 +95,7 @@ class PaintWatch : public QObject {
         const auto start = Clock::now();
         while (!isPainted_) {
             QCoreApplication::processEvents(QEventLoop::AllEvents);
-            if (secondsSince(start) > kMostSecondsToPaint) give_up("the list is not painted");
+            if (secondsSince(start) > kMostSecondsToPaint) giveUp("the list is not painted");
         }
     }
     void reset() { isPainted_ = false; }
@@ -115,13 +115,14 @@ class Desk {
   public:
     // The one for lists of this length. Only one is there at a time.
     static Desk &with(std::size_t entries) {
-        static std::unique_ptr<Desk> desk;
-        if (!desk || desk->entries_ != entries) {
-            desk.reset();
-            desk = std::make_unique<Desk>(entries);
+        if (!only_ || only_->entries_ != entries) {
+            clear();
+            only_ = std::make_unique<Desk>(entries);
         }
-        return *desk;
+        return *only_;
     }
+    // To be called before the application object goes.
+    static void clear() { only_.reset(); }
 
     explicit Desk(std::size_t entries) : entries_(entries) {
         makeList();
@@ -135,7 +136,7 @@ class Desk {
                       return PersonalStorage::Result{std::nullopt, "not wanted"};
                   }});
         gate_.enter([this] { delegate_->applicationDidFinishLaunching(); });
-        if (list().numberOfItems() < entries_) give_up("the list was not read");
+        if (list().numberOfItems() < entries_) giveUp("the list was not read");
         painted_ = std::make_unique<PaintWatch>(*view().viewport());
         alerts_.count = 0;
     }
@@ -173,29 +174,32 @@ class Desk {
         Q_EMIT list().picked(last, text);
         painted_->wait();
         const double seconds = secondsSince(start);
-        if (pasteboard_.stringForType().text != text) give_up("what was picked is not on the clipboard");
+        if (pasteboard_.stringForType().text != text) giveUp("what was picked is not on the clipboard");
         delegate_->interface.QuickView_popover->hide();
         settle();
         return seconds;
     }
 
-    // From the command in the menu until the text has been looked for in the whole list, is in it, is
-    // announced, and is in the file.
-    double saveNewText() {
+    struct SaveTimes {
+        double announced;  // the text has been looked for in the whole list, is in it, and the user is told
+        double onDisk;     // the file holds it
+    };
+
+    // Both from the command in the menu on.
+    SaveTimes saveNewText() {
         static std::size_t number = 0;
         const std::string text = "new " + entry(++number);
-        if (!pasteboard_.setString(text)) give_up("no clipboard");
+        if (!pasteboard_.setString(text)) giveUp("no clipboard");
         settle();
         const int before = notifications_.count;
         const auto start = Clock::now();
         gate_.enter([this] { delegate_->Save_bar_item(static_cast<QObject *>(nullptr)); });
         const double announced = secondsSince(start);
         background_.waitForAll();
-        const double seconds = secondsSince(start);
-        secondsToNotification = announced;
-        if (notifications_.count != before + 1 || alerts_.count > 0) give_up("the text was not saved");
-        if (list().itemAtIndex(0) != text) give_up("the text is not in the list");
-        return seconds;
+        const double onDisk = secondsSince(start);
+        if (notifications_.count != before + 1 || alerts_.count > 0) giveUp("the text was not saved");
+        if (list().itemAtIndex(0) != text) giveUp("the text is not in the list");
+        return {announced, onDisk};
     }
 
     // From words put into the line until the matching rows are painted.
@@ -210,11 +214,9 @@ class Desk {
         const std::size_t shown = list().shownItems().size();
         line().clear();
         settle();
-        if (shown == 0 || shown >= entries_) give_up("the filter does not filter");
+        if (shown == 0 || shown >= entries_) giveUp("the filter does not filter");
         return seconds;
     }
-
-    double secondsToNotification = 0;
 
   private:
     void makeList() {
@@ -224,7 +226,7 @@ class Desk {
         std::ofstream file(path(), std::ios::binary);
         for (std::size_t i = 0; i < entries_; ++i) file << entry(i) << ClipList::kEntryTerminator;
         file.close();
-        if (!file) give_up("the list could not be written");
+        if (!file) giveUp("the list could not be written");
     }
 
     // Lets the windows and the X server come to rest.
@@ -233,6 +235,8 @@ class Desk {
         quiet.start();
         while (quiet.elapsed() < 60) QCoreApplication::processEvents(QEventLoop::AllEvents);
     }
+
+    inline static std::unique_ptr<Desk> only_;
 
     std::size_t entries_;
     fs::path home_;
@@ -253,18 +257,18 @@ Desk &deskFor(const benchmark::State &state) {
     return Desk::with(static_cast<std::size_t>(state.range(0)));
 }
 
-// ---- Opening, and what it is measured against
+// ---- What opening and saving are measured against
 
 // The bytes of a file as plainly as they can be read.
 std::string bytesOf(const fs::path &path) {
     const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     struct stat status = {};
-    if (fd < 0 || fstat(fd, &status) != 0) give_up("the list cannot be read");
+    if (fd < 0 || fstat(fd, &status) != 0) giveUp("the list cannot be read");
     std::string bytes(static_cast<std::size_t>(status.st_size), '\0');
     std::size_t used = 0;
     while (used < bytes.size()) {
         const ssize_t n = read(fd, bytes.data() + used, bytes.size() - used);
-        if (n <= 0) give_up("the list cannot be read");
+        if (n <= 0) giveUp("the list cannot be read");
         used += static_cast<std::size_t>(n);
     }
     close(fd);
@@ -283,6 +287,29 @@ void ReadAndSplit(benchmark::State &state) {
         state.SetIterationTime(secondsSince(start));
     }
 }
+
+// A file as large as the list, written and flushed to the disk beside it, and nothing else.
+void Write(benchmark::State &state) {
+    Desk &desk = deskFor(state);
+    const std::string text = bytesOf(desk.path());
+    const std::string path = desk.path().string() + ".plain";
+    for ([[maybe_unused]] auto _ : state) {
+        const auto start = Clock::now();
+        const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+        std::size_t used = 0;
+        while (used < text.size()) {
+            const ssize_t n = write(fd, text.data() + used, text.size() - used);
+            if (n <= 0) giveUp("the disk cannot be written");
+            used += static_cast<std::size_t>(n);
+        }
+        if (fsync(fd) != 0) giveUp("the disk cannot be written");
+        close(fd);
+        state.SetIterationTime(secondsSince(start));
+        fs::remove(path);
+    }
+}
+
+// ---- Opening the list
 
 // The window is closed before.
 void Open(benchmark::State &state) {
@@ -312,10 +339,16 @@ void Pick(benchmark::State &state) {
     }
 }
 
-void Save(benchmark::State &state) {
+// Until the user is told; the file is still being written.
+void SaveAndAnnounce(benchmark::State &state) {
     Desk &desk = deskFor(state);
-    for ([[maybe_unused]] auto _ : state) state.SetIterationTime(desk.saveNewText());
-    state.counters["to_notification"] = desk.secondsToNotification;
+    for ([[maybe_unused]] auto _ : state) state.SetIterationTime(desk.saveNewText().announced);
+}
+
+// Until the file is on the disk.
+void SaveToDisk(benchmark::State &state) {
+    Desk &desk = deskFor(state);
+    for ([[maybe_unused]] auto _ : state) state.SetIterationTime(desk.saveNewText().onDisk);
 }
 
 void Filter(benchmark::State &state, const QString &words) {
@@ -332,10 +365,12 @@ void sizes(benchmark::internal::Benchmark *one) {
 }
 
 BENCHMARK(ReadAndSplit)->Apply(sizes);
+BENCHMARK(Write)->Apply(sizes);
 BENCHMARK(Open)->Apply(sizes);
 BENCHMARK(OpenAgain)->Apply(sizes);
 BENCHMARK(Pick)->Apply(sizes);
-BENCHMARK(Save)->Apply(sizes);
+BENCHMARK(SaveAndAnnounce)->Apply(sizes);
+BENCHMARK(SaveToDisk)->Apply(sizes);
 BENCHMARK_CAPTURE(Filter, ascii, QStringLiteral("zanzibar"))->Apply(sizes);
 BENCHMARK_CAPTURE(Filter, unicode, QStringLiteral("grüße"))->Apply(sizes);
 
@@ -347,5 +382,6 @@ int main(int argc, char **argv) {
     QApplication::setQuitOnLastWindowClosed(false);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
     benchmark::RunSpecifiedBenchmarks();
+    Desk::clear();
     return 0;
 }

@@ -1,11 +1,11 @@
 #include "platform/ListControl.h"
 
 #include <QAbstractListModel>
+#include <QCoreApplication>
 #include <QKeyEvent>
 #include <QLineEdit>
 #include <QListView>
 #include <QPainter>
-#include <QSignalBlocker>
 #include <QStyledItemDelegate>
 #include <QTimer>
 #include <QVBoxLayout>
@@ -102,14 +102,15 @@ class ListControl::Delegate : public QStyledItemDelegate {
         QStyleOptionViewItem option = given;
         initStyleOption(&option, index);
         const bool isEmpty = option.text.isEmpty();
-        const QString text = isEmpty ? tr("(empty)") : option.text;
+        const bool isBlank = option.text.trimmed().isEmpty();
+        const QString text = isEmpty ? tr("(empty)") : isBlank ? tr("(blanks)") : option.text;
         option.text.clear();
         const QStyle &style = *option.widget->style();
         style.drawControl(QStyle::CE_ItemViewItem, &option, painter, option.widget);
 
         const bool isSelected = option.state.testFlag(QStyle::State_Selected);
         const bool isActive = option.state.testFlag(QStyle::State_Active);
-        const auto group = isEmpty ? QPalette::Disabled : isActive ? QPalette::Active : QPalette::Inactive;
+        const auto group = isBlank ? QPalette::Disabled : isActive ? QPalette::Active : QPalette::Inactive;
         const QRect room = option.rect.adjusted(kRowMargin, 0, -kRowMargin, 0);
         painter->save();
         painter->setPen(option.palette.color(group, isSelected ? QPalette::HighlightedText : QPalette::Text));
@@ -173,6 +174,7 @@ void ListControl::insertItemWithObjectValue(std::string text, std::size_t index)
     items_.insert(index, std::move(text));
     if (selected_ >= static_cast<int>(index)) ++selected_;
     rows_->inserted(index);
+    if (index == 0) view_->scrollToTop();
 }
 
 void ListControl::removeItemAtIndex(int index) {
@@ -219,18 +221,25 @@ void ListControl::showSelectionSoon() {
 
 void ListControl::showSelection() {
     selectionIsShown_ = true;
-    {
-        const QSignalBlocker notTyped(line_);
-        line_->setText(oneLine(text_));
-        line_->setCursorPosition(0);
-        if (line_->hasFocus()) line_->selectAll();
-    }
+    isShowingSelection_ = true;
+    line_->setText(oneLine(text_));
+    isShowingSelection_ = false;
+    line_->setCursorPosition(0);
+    if (line_->hasFocus()) selectLine();
     if (rows_->isFiltered()) rows_->setFilter({});
     const int row = rows_->rowOf(selected_);
-    view_->setCurrentIndex(row < 0 ? QModelIndex() : rows_->index(row));
+    // The empty item at the end is where most scans stop: going there would take the list out of sight.
+    view_->setCurrentIndex(row < 0 || text_.empty() ? QModelIndex() : rows_->index(row));
+}
+
+// Typing replaces what the line shows; what shows is its beginning.
+void ListControl::selectLine() {
+    const int length = static_cast<int>(line_->text().size());
+    line_->setSelection(length, -length);
 }
 
 void ListControl::filter(const QString &words) {
+    if (isShowingSelection_) return;
     const int before =
         view_->currentIndex().isValid()
             ? static_cast<int>(rows_->shown()[static_cast<std::size_t>(view_->currentIndex().row())])
@@ -269,10 +278,12 @@ bool ListControl::handleKey(int key) {
             return true;
         }
         case Qt::Key_PageDown:
-        case Qt::Key_PageUp:
+        case Qt::Key_PageUp: {
             if (view_->hasFocus()) return false;
-            view_->setFocus(Qt::OtherFocusReason);
-            return false;
+            QKeyEvent forTheRows(QEvent::KeyPress, key, Qt::NoModifier);
+            QCoreApplication::sendEvent(view_, &forTheRows);
+            return true;
+        }
         default:
             return false;
     }
@@ -304,5 +315,5 @@ bool ListControl::eventFilter(QObject *watched, QEvent *event) {
 
 void ListControl::showEvent(QShowEvent *event) {
     QWidget::showEvent(event);
-    line_->selectAll();
+    selectLine();
 }

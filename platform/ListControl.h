@@ -80,6 +80,7 @@ class ListControl : public QWidget {
     void pickRow(int row);
     void showSelection();
     void showSelectionSoon();
+    void selectLine();
     bool handleKey(int key);
 
     ListItems items_;
@@ -87,6 +88,7 @@ class ListControl : public QWidget {
     std::string text_;
     bool selectionIsShown_ = true;
     bool ignoresRelease_ = false;
+    bool isShowingSelection_ = false;
     QLineEdit *line_;
     QListView *view_;
     std::unique_ptr<Rows> rows_;

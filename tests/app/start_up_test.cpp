@@ -216,6 +216,7 @@ TEST_F(StartUpTest, LinksWithoutAnAddressAreNotOffered) {
     configuration.links = {{QStringLiteral("web"), QStringLiteral("https://quillery.example/")},
                            {QStringLiteral("email"), QStringLiteral("hello us@quillery.example")}};
     AppDelegate &app = start();
+    EXPECT_TRUE(app.interface.aboutUs->isEnabled());
     EXPECT_FALSE(app.interface.Facebook->isEnabled());
     EXPECT_FALSE(app.interface.Facebook_intro->isEnabled());
     QTest::mouseClick(app.interface.Tovanix_intro, Qt::LeftButton);

@@ -45,6 +45,7 @@ class ScriptedFtpServer::Session {
 
     ~Session() {
         closeData();
+        server_.nextFault("end");
         server_.release(control_);
     }
 
@@ -56,8 +57,8 @@ class ScriptedFtpServer::Session {
                 const std::scoped_lock lock(server_.mutex_);
                 server_.commands_.push_back(line);
             }
-            server_.changed_.notify_all();
-            if (!handle(line.substr(0, line.find(' ')), line.substr(std::min(line.size(), line.find(' ') + 1))))
+            if (!handle(line.substr(0, line.find(' ')),
+                        line.substr(std::min(line.size(), line.find(' ') + 1))))
                 return;
         }
     }
@@ -73,8 +74,8 @@ class ScriptedFtpServer::Session {
         return false;
     }
 
-    /// Replies as usual, or as a fault has it; false if the connection is over. `goesOn` tells whether the command
-    /// goes on after it.
+    /// Replies as usual, or as a fault has it; false if the connection is over. `goesOn` tells whether the
+    /// command goes on after it.
     bool answer(std::string_view at, const std::string &usual, bool *goesOn = nullptr) {
         const std::optional<Fault> fault = server_.nextFault(at);
         if (fault && fault->stalls) server_.pauseForever();
@@ -123,7 +124,7 @@ class ScriptedFtpServer::Session {
         const std::optional<Fault> fault = server_.nextFault("data");
         if (!fault) return true;
         if (fault->stalls) server_.pauseForever();
-        return server_.pause(fault->delay) && !fault->hangsUp;
+        return server_.pause(fault->delay) && !fault->hangsUp && !fault->stalls;
     }
 
     bool store(const std::string &path) {
@@ -160,7 +161,7 @@ class ScriptedFtpServer::Session {
     int data_ = -1;
 };
 
-ScriptedFtpServer::ScriptedFtpServer(std::vector<Fault> faults) : faults_(std::move(faults)) {
+ScriptedFtpServer::ScriptedFtpServer(Faults faults) : faults_(std::move(faults)) {
     listener_ = listenOnLoopback(port_);
     acceptor_ = std::thread([this] { acceptClients(); });
 }
@@ -201,6 +202,8 @@ void ScriptedFtpServer::release(int descriptor) {
 
 std::optional<Fault> ScriptedFtpServer::nextFault(std::string_view at) {
     const std::scoped_lock lock(mutex_);
+    pointsReached_.emplace(at);
+    changed_.notify_all();
     for (Fault &fault : faults_) {
         if (fault.at != at || fault.times == 0) continue;
         if (fault.skip > 0) {
@@ -251,13 +254,10 @@ int ScriptedFtpServer::connectionCount() const {
     return connectionCount_;
 }
 
-bool ScriptedFtpServer::waitForCommand(std::string_view verb, int times) const {
+bool ScriptedFtpServer::waitUntilAt(const std::string &point) const {
     std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, std::chrono::milliseconds(kPatienceMs), [&] {
-        return std::count_if(commands_.begin(), commands_.end(), [verb](const std::string &line) {
-                   return line.substr(0, line.find(' ')) == verb;
-               }) >= times;
-    });
+    return changed_.wait_for(lock, std::chrono::milliseconds(kPatienceMs),
+                             [&] { return pointsReached_.contains(point); });
 }
 
 void ScriptedFtpServer::hangUpWith(const std::string &line) {

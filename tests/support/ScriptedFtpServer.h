@@ -1,9 +1,9 @@
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <map>
 #include <mutex>
@@ -16,10 +16,11 @@
 
 /// Something that a good server never does.
 struct Fault {
-    /// A command ("STOR"), or "greeting" (the first line), "data" (amid the bytes of a transfer), "done" (the reply to
-    /// a whole transfer).
+    /// A command ("STOR"), or "greeting" (the first line), "data" (amid the bytes of a transfer), "done" (the
+    /// reply to a whole transfer).
     std::string at;
-    /// Sent instead of the usual reply, line ends apart; a command whose reply does not begin with 1 ends there.
+    /// Sent instead of the usual reply, line ends apart; a command whose reply does not begin with 1 ends
+    /// there.
     std::string reply = {};
     /// Waits before it replies.
     std::chrono::milliseconds delay{0};
@@ -32,11 +33,13 @@ struct Fault {
     int times = std::numeric_limits<int>::max();
 };
 
+using Faults = std::vector<Fault>;
+
 /// An FTP server on loopback that keeps files in memory, takes any login, and has faults on request.
 /// May be used from any thread.
 class ScriptedFtpServer {
   public:
-    explicit ScriptedFtpServer(std::vector<Fault> faults = {});
+    explicit ScriptedFtpServer(Faults faults = {});
     ~ScriptedFtpServer();
     ScriptedFtpServer(const ScriptedFtpServer &) = delete;
     ScriptedFtpServer &operator=(const ScriptedFtpServer &) = delete;
@@ -50,8 +53,9 @@ class ScriptedFtpServer {
     std::vector<std::string> commands() const;
     void forgetCommands();
     int connectionCount() const;
-    /// Waits until the client has said the verb that many times; false after 10 s.
-    bool waitForCommand(std::string_view verb, int times = 1) const;
+    /// Waits until a client has brought it to this point, named as in Fault, or "end": a client's session is
+    /// over. False after 10 s.
+    bool waitUntilAt(const std::string &point) const;
     /// Says something to every client unasked, and hangs up.
     void hangUpWith(const std::string &line);
 
@@ -70,9 +74,10 @@ class ScriptedFtpServer {
 
     mutable std::mutex mutex_;
     mutable std::condition_variable changed_;
-    std::vector<Fault> faults_;
+    Faults faults_;
     std::map<std::string, std::string> files_;
     std::vector<std::string> commands_;
+    std::set<std::string, std::less<>> pointsReached_;
     std::set<int> clients_;  ///< open control connections
     int connectionCount_ = 0;
     bool isStopping_ = false;

@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr int kPatienceMs = 10'000;
+constexpr std::chrono::seconds kPatience{10};
 
 std::vector<char *> pointersTo(std::vector<std::string> &texts) {
     std::vector<char *> pointers;
@@ -22,14 +22,15 @@ std::vector<char *> pointersTo(std::vector<std::string> &texts) {
     return pointers;
 }
 
-bool becomesReadable(int descriptor) {
+bool becomesReadable(int descriptor, std::chrono::milliseconds limit) {
     pollfd waiting{.fd = descriptor, .events = POLLIN, .revents = 0};
-    return poll(&waiting, 1, kPatienceMs) == 1;
+    return poll(&waiting, 1, static_cast<int>(limit.count())) == 1;
 }
 
 }  // namespace
 
-ChildProcess::ChildProcess(const std::vector<std::string> &command, const std::vector<std::string> &environment) {
+ChildProcess::ChildProcess(const std::vector<std::string> &command,
+                           const std::vector<std::string> &environment) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
     output_ = ends[0];
@@ -39,8 +40,8 @@ ChildProcess::ChildProcess(const std::vector<std::string> &command, const std::v
     std::vector<std::string> arguments = command;
     std::vector<std::string> variables = environment;  // the first of a name counts
     for (char **inherited = environ; *inherited; ++inherited) variables.emplace_back(*inherited);
-    const int error = posix_spawn(&id_, command.front().c_str(), &actions, nullptr, pointersTo(arguments).data(),
-                                  pointersTo(variables).data());
+    const int error = posix_spawn(&id_, command.front().c_str(), &actions, nullptr,
+                                  pointersTo(arguments).data(), pointersTo(variables).data());
     posix_spawn_file_actions_destroy(&actions);
     close(ends[1]);
     if (error != 0) throw std::runtime_error("cannot start " + command.front());
@@ -57,7 +58,7 @@ ChildProcess::~ChildProcess() {
 std::optional<std::string> ChildProcess::readLine() {
     while (unread_.find('\n') == std::string::npos) {
         char piece[512];
-        if (!becomesReadable(output_)) return std::nullopt;
+        if (!becomesReadable(output_, kPatience)) return std::nullopt;
         const ssize_t count = read(output_, piece, sizeof piece);
         if (count <= 0) return std::nullopt;
         unread_.append(piece, static_cast<std::size_t>(count));
@@ -72,10 +73,10 @@ void ChildProcess::sendSignal(int number) const {
     if (!status_) kill(id_, number);
 }
 
-std::optional<int> ChildProcess::waitForEnd() {
+std::optional<int> ChildProcess::waitForEnd(std::chrono::milliseconds limit) {
     if (status_) return status_;
     const int process = static_cast<int>(syscall(SYS_pidfd_open, id_, 0));
-    const bool hasEnded = process >= 0 && becomesReadable(process);
+    const bool hasEnded = process >= 0 && becomesReadable(process, limit);
     close(process);
     int status = 0;
     if (hasEnded && waitpid(id_, &status, 0) == id_)

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -21,8 +22,9 @@ class ChildProcess {
     /// The next line of its standard output; nothing at the end or after 10 s.
     std::optional<std::string> readLine();
     void sendSignal(int number) const;
-    /// The exit status, 128 + N after signal N; nothing if it has not ended within 10 s.
-    std::optional<int> waitForEnd();
+    pid_t id() const { return id_; }
+    /// The exit status, 128 + N after signal N; nothing if it has not ended by then.
+    std::optional<int> waitForEnd(std::chrono::milliseconds limit = std::chrono::seconds(10));
 
   private:
     pid_t id_ = -1;
