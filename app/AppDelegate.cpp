@@ -1,5 +1,6 @@
 #include "app/AppDelegate.h"
 
+#include <malloc.h>
 #include <QApplication>
 #include <QKeyEvent>
 #include <cstdio>
@@ -52,6 +53,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     interface.Checking_for_connection_spinner->setUsesThreadedAnimation(true);
     interface.Checking_for_connection_spinner->startAnimation();
     if (!settingIs("kIsNotFirstUse", "YES")) {
+        interface.Intro_image->setPixmap(QPixmap(QStringLiteral(":/images/Intro.png")));
         setFloatingWindowLevel(*interface.Intro_window);
         orderFront(*interface.Intro_window);
         interface.Start_intro_button->setFocus(Qt::OtherFocusReason);
@@ -92,6 +94,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     }
     fillSavedListAtStart();
     showPreferences();
+    malloc_trim(0);  // it is going to rest in the status bar for hours
 }
 
 void AppDelegate::CreatingStatus_item() {

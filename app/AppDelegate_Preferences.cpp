@@ -4,6 +4,7 @@
 
 void AppDelegate::Start_intro_button(QObject *) {
     interface.Intro_window->close();
+    interface.Intro_image->clear();
     shell_.standardUserDefaults.setObject(QStringLiteral("YES"), QStringLiteral("kIsNotFirstUse"));
     shell_.standardUserDefaults.synchronize();
     applicationDidFinishLaunching();

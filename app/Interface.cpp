@@ -27,7 +27,7 @@ template <class File>
 std::unique_ptr<QWidget> window(File &file) {
     auto widget = std::make_unique<QWidget>(nullptr, Qt::Window);
     file.setupUi(widget.get());
-    widget->setProperty("usualSize", widget->size());
+    if (widget->testAttribute(Qt::WA_Resized)) widget->setProperty("usualSize", widget->size());
     widget->setWindowIcon(QIcon(QStringLiteral(":/images/quillery.png")));
     return widget;
 }
@@ -168,7 +168,7 @@ void orderFront(QWidget &window, ScreenPlace place) {
         if (place == ScreenPlace::kMiddle) {
             at.moveCenter(room.center());
         } else {
-            at.moveTopRight(room.topRight());
+            at.moveTopLeft(room.topLeft());
         }
         window.move(at.topLeft());
         window.setProperty("placed", true);

@@ -95,7 +95,7 @@ struct Interface : Ui::QuilleryWindow,
 // Where a window stands the first time; afterwards it is where the user left it.
 enum class ScreenPlace {
     kMiddle,
-    kCorner,  // top right, out of the way and without taking the keyboard
+    kCorner,  // top left, out of the way and without taking the keyboard
 };
 
 // Shows a window, in front of the others.

@@ -1,7 +1,6 @@
 #include "platform/ListControl.h"
 
 #include <QAbstractListModel>
-#include <QCoreApplication>
 #include <QKeyEvent>
 #include <QLineEdit>
 #include <QListView>
@@ -270,18 +269,17 @@ bool ListControl::handleKey(int key) {
             }
             return true;
         case Qt::Key_Down:
-        case Qt::Key_Up: {
-            if (view_->hasFocus()) return false;  // the view moves by itself
-            const int next =
-                std::clamp(key == Qt::Key_Down ? row + 1 : row - 1, 0, std::max(rows_->rowCount() - 1, 0));
-            view_->setCurrentIndex(rows_->index(next));
-            return true;
-        }
+        case Qt::Key_Up:
         case Qt::Key_PageDown:
         case Qt::Key_PageUp: {
-            if (view_->hasFocus()) return false;
-            QKeyEvent forTheRows(QEvent::KeyPress, key, Qt::NoModifier);
-            QCoreApplication::sendEvent(view_, &forTheRows);
+            if (view_->hasFocus()) return false;  // the view moves by itself
+            const bool isPage = key == Qt::Key_PageDown || key == Qt::Key_PageUp;
+            const int rowHeight = std::max(view_->sizeHintForRow(0), 1);
+            const int distance = isPage ? std::max(view_->viewport()->height() / rowHeight - 1, 1) : 1;
+            const bool isDown = key == Qt::Key_Down || key == Qt::Key_PageDown;
+            const int next =
+                std::clamp(isDown ? row + distance : row - distance, 0, std::max(rows_->rowCount() - 1, 0));
+            view_->setCurrentIndex(rows_->index(next));
             return true;
         }
         default:

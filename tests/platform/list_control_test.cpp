@@ -130,6 +130,17 @@ TEST_F(ListControlTest, WorksByKeyboardAlone) {
     EXPECT_EQ(dismissals, 0);
     QTest::keyClick(line, Qt::Key_Escape);
     EXPECT_EQ(dismissals, 1);
+    for (int i = 0; i < 100; ++i) list.insertItemWithObjectValue("more " + std::to_string(i), 0);
+    line->setFocus();
+    view->setCurrentIndex(view->model()->index(0, 0));
+    QTest::keyClick(line, Qt::Key_PageDown);
+    const int page = view->currentIndex().row();
+    EXPECT_GT(page, 3);
+    QTest::keyClick(line, Qt::Key_PageDown);
+    EXPECT_GT(view->currentIndex().row(), page + 3);
+    QTest::keyClick(line, Qt::Key_PageUp);
+    QTest::keyClick(line, Qt::Key_PageUp);
+    EXPECT_EQ(view->currentIndex().row(), 0);
     view->setFocus();
     QTest::keyClick(view, Qt::Key_G);
     EXPECT_EQ(line->text(), QStringLiteral("g"));
