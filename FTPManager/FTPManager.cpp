@@ -276,7 +276,7 @@ bool FTPManager::_checkFMServer(const FMServer *server) const {
 }
 
 bool FTPManager::uploadData(std::optional<std::string_view> data, std::string_view withFileName,
-                            const FMServer *toServer, std::stop_token cancelled) {
+                            const FMServer *toServer, const std::stop_token &cancelled) {
     if (!_checkFMServer(toServer) || !data) return false;
     return operations_->uploadData(*data, withFileName, *toServer, cancelled);
 }

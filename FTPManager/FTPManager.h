@@ -61,7 +61,7 @@ class FTPManager {
     ///
     /// `cancelled` gives the upload up at once, while it waits for its turn as well as while it runs.
     bool uploadData(std::optional<std::string_view> data, std::string_view withFileName,
-                    const FMServer *toServer, std::stop_token cancelled = {});
+                    const FMServer *toServer, const std::stop_token &cancelled = {});
 
     /// Whether the descriptor can be used: it is there, no text is absent, the port is positive. Logs a line
     /// for each rule that it breaks.
