@@ -33,8 +33,7 @@ class AppDelegate : public QObject {
     explicit AppDelegate(Shell shell);
     ~AppDelegate() override;
 
-    // ---- Core: start-up, status menu, probe, quit (AppDelegate.cpp)
-    // -------------------------------------------------
+    // ---- Core: start-up, status menu, probe, quit (AppDelegate.cpp) ----
 
     // The whole start-up; on first use only the intro. Runs again when the intro ends.
     void applicationDidFinishLaunching();
@@ -52,8 +51,7 @@ class AppDelegate : public QObject {
     // The same for a session that ends: nothing is asked and no alert shown any more, and waits are given up.
     void endSession();
 
-    // ---- Saved list: save, load, pick, modes (AppDelegate_SavedList.cpp)
-    // --------------------------------------------
+    // ---- Saved list: save, load, pick, modes (AppDelegate_SavedList.cpp) ----
 
     // Saves the clipboard's text into the list.
     void Save_bar_item(QObject *sender);
@@ -80,20 +78,17 @@ class AppDelegate : public QObject {
     void Share_mode_switch(QObject *sender);
     void Read_local_button(QObject *sender);
 
-    // ---- Accounts (AppDelegate_Accounts.cpp)
-    // ------------------------------------------------------------------------
+    // ---- Accounts (AppDelegate_Accounts.cpp) ----
 
     // Switches from the user's list on the server to the one on this machine. Touches no file and no setting.
     void Log_out_Action();
 
-    // ---- Passcode (AppDelegate_Passcode.cpp)
-    // ------------------------------------------------------------------------
+    // ---- Passcode (AppDelegate_Passcode.cpp) ----
 
     void Unlock_passcode(QObject *sender);
     void Done_insert_passcode_action(QObject *sender);
 
-    // ---- Intro and links (AppDelegate_Preferences.cpp)
-    // --------------------------------------------------------------
+    // ---- Intro and links (AppDelegate_Preferences.cpp) ----
 
     void Start_intro_button(QObject *sender);
     void Mini_Intro(QObject *sender);
@@ -108,8 +103,7 @@ class AppDelegate : public QObject {
     void EMail(QObject *sender);
     void sendEmailTo(const QString &address, const QString &withSubject, const QString &withBody);
 
-    // ---- State
-    // ------------------------------------------------------------------------------------------------------
+    // ---- State ----
 
     bool isSigned_in = false;
     std::optional<std::string> Username;

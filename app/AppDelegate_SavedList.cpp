@@ -8,8 +8,7 @@
 #include "app/StorageNames.h"
 #include "platform/Text.h"
 
-// ---- Saving the clipboard
-// -----------------------------------------------------------------------------------------------
+// ---- Saving the clipboard ----
 
 void AppDelegate::Save_bar_item(const VkKeyEvent &) {
     shell_.gate.enter([this] { Save_bar_item(static_cast<QObject *>(nullptr)); });
@@ -146,8 +145,7 @@ void AppDelegate::userNotificationCenter_didActivateNotification() {
     alert(tr("Success!"), QStringLiteral("You have successully save:(\"%1\")").arg(toQString(copied.text)));
 }
 
-// ---- Loading
-// ------------------------------------------------------------------------------------------------------------
+// ---- Loading ----
 
 void AppDelegate::Clipboard_saves(QObject *) {
     finishSaves();
@@ -197,8 +195,7 @@ void AppDelegate::Sync_local_with_cloud() {
     shell_.ui.run([&] { UploadDidFinish = uploaded; });
 }
 
-// ---- Picking
-// ------------------------------------------------------------------------------------------------------------
+// ---- Picking ----
 
 void AppDelegate::Clipboard_combox(QWidget *sender) {
     if (!isSigned_in) finishSaves();
@@ -310,8 +307,7 @@ void AppDelegate::tellUnlessWritten(const std::filesystem::path &path, const std
                             .arg(QString::fromStdString(path.string()), QString::fromStdString(problem)));
 }
 
-// ---- Modes
-// --------------------------------------------------------------------------------------------------------------
+// ---- Modes ----
 
 void AppDelegate::Remove_item_switch(QObject *) {
     if (RemoveMode_enabled) {

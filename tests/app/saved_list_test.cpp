@@ -26,8 +26,7 @@ class SavedListTest : public ControllerTest {
     ListControl &list() { return *delegate->interface.Clipboard_saved_string_combobox; }
 };
 
-// ---- Saving
-// -------------------------------------------------------------------------------------------------------------
+// ---- Saving ----
 
 TEST_F(SavedListTest, ASavedTextIsOnTopAnnouncedAndOnTheDisk) {
     start();
@@ -139,8 +138,7 @@ TEST_F(SavedListTest, AWriteThatFailsIsSaid) {
     EXPECT_EQ(local(), "lost?") << "trying again is no duplicate";
 }
 
-// ---- Loading
-// ------------------------------------------------------------------------------------------------------------
+// ---- Loading ----
 
 TEST_F(SavedListTest, OpeningShowsWhatTheFileHolds) {
     start();
@@ -165,8 +163,7 @@ TEST_F(SavedListTest, AMissingRemoteListLeavesTheControlAsItWas) {
     EXPECT_EQ(items(), (Items{"far", ""}));
 }
 
-// ---- Picking
-// ------------------------------------------------------------------------------------------------------------
+// ---- Picking ----
 
 TEST_F(SavedListTest, APickCopiesTheWholeTextAndShowsIt) {
     putLocal("a\tb\nc" + kEnd);
