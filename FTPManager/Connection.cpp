@@ -143,6 +143,10 @@ std::unique_ptr<Connection> ConnectionPool::checkOut(const std::string &key, std
     while (std::unique_ptr<Connection> warm = takeIdle(key)) {
         if (!warm->hasUnexpectedInput()) return warm;
     }
+    return makeNew(key, serverPort);
+}
+
+std::unique_ptr<Connection> ConnectionPool::makeNew(const std::string &key, std::uint16_t serverPort) {
     auto connection = std::make_unique<Connection>(key, serverPort);
     return connection->isUsable() ? std::move(connection) : nullptr;
 }

@@ -80,6 +80,8 @@ class ConnectionPool {
     /// The one of that key that was used last, or a new one, which connects when it is first used. Null if
     /// libcurl cannot give one.
     std::unique_ptr<Connection> checkOut(const std::string &key, std::uint16_t serverPort);
+    /// One that is not connected yet. Null if libcurl cannot give one.
+    static std::unique_ptr<Connection> makeNew(const std::string &key, std::uint16_t serverPort);
     /// Keeps it warm for the next use.
     void giveBack(std::unique_ptr<Connection> connection);
 

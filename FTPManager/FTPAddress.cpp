@@ -78,6 +78,7 @@ std::optional<FTPAddress> parseFTPURL(std::string_view text) {
     std::string path = part(url.get(), CURLUPART_PATH, 0).value_or("/");
     if (const auto query = part(url.get(), CURLUPART_QUERY, 0)) path += "%3F" + *query;
     path = withMarksEscaped(path);
+    address.path = percentDecoded(path.substr(1));
     address.fileName = percentDecoded(path.substr(path.rfind('/') + 1));
 
     for (const CURLUPart unwanted :

@@ -13,7 +13,8 @@ struct FTPAddress {
     std::optional<std::string> user;
     std::optional<std::string> password;
     std::uint16_t port = 0;
-    std::string fileName;  ///< the last path component, decoded; empty for a folder
+    std::string path;      ///< decoded, as FTP commands name it: relative to the login folder
+    std::string fileName;  ///< the last component of the path; empty for a folder
 };
 
 /// Nothing if the text is no FTP URL or holds, plain or escaped, what no FTP command can carry.

@@ -17,17 +17,14 @@ std::string_view withoutSlashesAround(std::string_view directory) {
 std::optional<std::string> wholeFile(const fm::FTPAddress &address, const FTPTransport &transport,
                                      std::stop_token cancelled) {
     std::string content;
-    fm::Transfer transfer(transport, address,
-                          {.direction = fm::TransferEnds::Direction::kDownload,
-                           .source = {},
-                           .sink = [&content](std::string_view bytes) {
-                               content += bytes;
-                               return true;
-                           }});
+    fm::Transfer transfer(transport, {.kind = fm::TransferTask::Kind::kRetrieve,
+                                      .address = address,
+                                      .sink = [&content](std::string_view bytes) {
+                                          content += bytes;
+                                          return true;
+                                      }});
     const fm::InterruptOnStop interruptOnStop(std::move(cancelled), [&transfer] { transfer.interrupt(); });
-    fm::Transfer::Status status = fm::Transfer::Status::kRunning;
-    while (status == fm::Transfer::Status::kRunning) status = transfer.step();
-    if (status != fm::Transfer::Status::kCompleted) return std::nullopt;
+    if (transfer.runToEnd() != fm::Transfer::Status::kCompleted) return std::nullopt;
     return content;
 }
 

@@ -2,14 +2,17 @@
 
 #include <atomic>
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <stop_token>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "FTPManager/FMServer.h"
+#include "FTPManager/FTPResource.h"
 #include "FTPManager/FTPTransport.h"
 
 /// How far a transfer has come. All sizes are in bytes.
@@ -28,18 +31,43 @@ class FTPManagerDelegate {
     virtual void ftpManagerUploadProgressDidChange(const std::optional<FTPProgress> &progress) {
         static_cast<void>(progress);
     }
+    /// When the server begins to send, and after each piece received from it; nothing if it has not told the
+    /// file's size. The same holds for it.
+    virtual void ftpManagerDownloadProgressDidChange(const std::optional<FTPProgress> &progress) {
+        static_cast<void>(progress);
+    }
 };
 
 /// What a manager is doing.
 enum class FTPManagerAction : std::int32_t {
     kUpload = 0,
+    kCreateFolder = 1,
+    kList = 2,
+    kDownload = 3,
+    kCommand = 4,
     kFinished = 5,
 };
 
-/// A synchronous FTP client. Every operation runs on a worker thread of its own while its caller waits, and
-/// returns a plain result; nothing throws. All members may be called from any thread. A manager runs one
-/// operation at a time: a second caller waits until it is its turn, in the order of the calls. Before a
-/// manager is destroyed all its operations must have returned.
+/// A synchronous FTP client.
+///
+///     FTPManager manager;
+///     const FMServer server = FMServer::serverWithDestination("ftp.example.org/notes", "user", "password");
+///     if (!manager.uploadData("text", "note.txt", &server)) ...
+///
+/// Every operation runs on a worker thread of its own while its caller waits, and returns a plain result;
+/// nothing throws. All members may be called from any thread. A manager runs one operation at a time: a
+/// second caller waits until it is its turn, in the order of the calls. Before a manager is destroyed all its
+/// operations must have returned.
+///
+/// Every operation first checks the descriptor with _checkFMServer, and gives false, or nothing, if it cannot
+/// be used. So does a text that no FTP command can carry: user name, password, destination or name with a
+/// control character or a byte 0xFF. Names of files and folders are single: not empty, not "." or "..",
+/// without "/". In all these cases nothing is sent and nothing is left behind.
+///
+/// An operation ends when it is done, when the server refuses, and when the line is dead by the transport's
+/// limits. A transfer that fails for such a reason logs one line. `cancelled`, where there is one, gives the
+/// operation up at once, while it waits for its turn as well as while it runs: false, or nothing, and no
+/// line.
 class FTPManager {
   public:
     /// With a transport of its own and default limits.
@@ -53,26 +81,73 @@ class FTPManager {
     /// Stores `data` on the server as the whole file `withFileName` in the destination's folder; an existing
     /// file of that name is replaced. Empty data makes an empty file. `data` need only live until the return.
     ///
-    /// True once the server has confirmed that the file is complete. False if the descriptor is invalid
-    /// (logged), if `data` is absent, if the name cannot be sent (empty, ".", "..", or with "/", a control
-    /// character or a byte 0xFF; nothing is sent then), if the transfer failed (logged) or was cancelled.
-    /// What a failed transfer leaves on the server is the server's affair: the old file, a part of the new
-    /// one, or none.
-    ///
-    /// `cancelled` gives the upload up at once, while it waits for its turn as well as while it runs.
+    /// True once the server has confirmed that the file is complete. What a failed upload leaves on the
+    /// server is the server's affair: the old file, a part of the new one, or none.
     bool uploadData(std::optional<std::string_view> data, std::string_view withFileName,
                     const FMServer *toServer, const std::stop_token &cancelled = {});
+
+    /// The same with the content of a local file, which is read piece by piece, and with its name. False also
+    /// if it is not there or no file with a content of its own (a folder, a pipe, a device), or cannot be
+    /// read to its end.
+    bool uploadFile(const std::optional<std::filesystem::path> &file, const FMServer *toServer,
+                    const std::stop_token &cancelled = {});
+
+    /// Makes a folder in the destination's folder. False also if there is something of that name already.
+    bool createNewFolder(std::optional<std::string_view> name, const FMServer *atServer,
+                         const std::stop_token &cancelled = {});
+
+    /// What lies in the destination's folder, in the server's order, without "." and ".."; hidden files too
+    /// where the server can show them. Nothing if the folder cannot be listed, or if a line of the listing is
+    /// not understood: never a part of the entries.
+    std::optional<std::vector<FTPResource>> contentsOfServer(const FMServer *server,
+                                                             const std::stop_token &cancelled = {});
+
+    /// Fetches the file of that name from the destination's folder into a local folder, under the same name.
+    /// What was there under that name is replaced, and gone even if the download fails: no part of a file is
+    /// left. If the local file cannot be written, nothing is asked of the server and nothing is touched.
+    ///
+    /// True once the server has confirmed that it has sent all, and no fewer bytes have come than it
+    /// announced.
+    bool downloadFile(std::optional<std::string_view> name,
+                      const std::optional<std::filesystem::path> &toDirectory, const FMServer *fromServer,
+                      const std::stop_token &cancelled = {});
+
+    // Commands. Each has a connection of its own, on which all its lines are sent at once; it is judged when
+    // the server has closed it, and succeeds if no line of the answers begins with "4" or "5". Lines of more
+    // than 253 bytes are not sent. With a transport that encrypts, the command goes over a connection like a
+    // transfer's instead, and succeeds if the server has not refused it. A failure to connect logs a line.
+
+    /// Deletes a file, or an empty folder: a name without "." is taken for a folder, any other for a file.
+    bool deleteFileNamed(std::optional<std::string_view> name, const FMServer *fromServer);
+    /// The same.
+    bool deleteFile(std::optional<std::string_view> name, const FMServer *fromServer);
+    /// Changes permissions. `to` shows the octal digits as a decimal number: 755 for rwxr-xr-x. False if it
+    /// is not in 0...777, or if the server has no such command.
+    bool chmodFileNamed(std::optional<std::string_view> name, std::int32_t to, const FMServer *atServer);
+    /// Whether the server lets that user in with that password now.
+    bool checkLogin(const FMServer *server);
 
     /// Whether the descriptor can be used: it is there, no text is absent, the port is positive. Logs a line
     /// for each rule that it breaks.
     bool _checkFMServer(const FMServer *server) const;
 
-    /// The running upload's progress; nothing when none is running or its size is 0.
+    /// A local file's size in bytes; 0 if it cannot be had.
+    std::uint64_t fileSizeOf(const std::filesystem::path &file) const;
+
+    /// The running upload's or download's progress; nothing when none is running, or its size is 0 or
+    /// unknown.
     std::optional<FTPProgress> progress() const;
 
-    /// kUpload in a new manager as well as during an upload; kFinished after every transfer.
+    /// Breaks the running transfer off, which then returns at once, as if it had succeeded: a download leaves
+    /// what has come, a listing tells the entries that have come, an upload is cut in a way that the server
+    /// can tell from its end. Does nothing when no transfer is running, and does not end commands. Does not
+    /// wait. Callers that have to know whether a transfer is whole cancel it instead.
+    void abort();
+
+    /// kUpload in a new manager as well as during an upload; kFinished after every transfer and command that
+    /// has reached the server.
     FTPManagerAction action() const;
-    /// Whether the last transfer that was started has succeeded.
+    /// Whether the last transfer or command that reached the server has succeeded.
     bool streamSuccess() const;
 
     /// Not owned; may be null. A change counts from the next piece on, so the old delegate must outlive the

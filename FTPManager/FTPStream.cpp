@@ -4,21 +4,47 @@
 #include <cstring>
 #include <utility>
 
-FTPWriteStream::FTPWriteStream(const FTPTransport &transport, fm::FTPAddress address,
-                               FTPStreamDelegate &delegate)
-    : delegate_(delegate),
-      transfer_(transport, std::move(address),
-                {.direction = fm::TransferEnds::Direction::kUpload,
-                 .source = [this](std::span<char> room) { return fill(room); },
-                 .sink = {}}) {}
+FTPStream::FTPStream(const FTPTransport &transport, fm::TransferTask task, FTPStreamDelegate &delegate)
+    : delegate_(delegate), transfer_(transport, std::move(task)) {}
 
-void FTPWriteStream::open(std::stop_token cancelled) {
+void FTPStream::open(std::stop_token cancelled) {
     interruptOnStop_.emplace(std::move(cancelled), [this] { transfer_.interrupt(); });
     isOpen_ = true;
 }
 
+void FTPStream::tell(FTPStreamEvent event) {
+    if (!isClosed_) delegate_.stream(*this, event);
+}
+
+bool FTPStream::turn() {
+    if (!isOpen_ || isClosed_) return false;
+    switch (transfer_.step()) {
+        case fm::Transfer::Status::kRunning:
+            return true;
+        case fm::Transfer::Status::kCompleted:
+            completed();
+            return false;
+        case fm::Transfer::Status::kFailed:
+            tell(FTPStreamEvent::kErrorOccurred);
+            return false;
+    }
+    return false;
+}
+
+FTPWriteStream::FTPWriteStream(const FTPTransport &transport, fm::FTPAddress address, Target target,
+                               FTPStreamDelegate &delegate)
+    : FTPStream(transport,
+                target == Target::kFolder
+                    ? fm::TransferTask{.kind = fm::TransferTask::Kind::kCommand,
+                                       .address = address,
+                                       .command = "MKD " + address.path}
+                    : fm::TransferTask{.kind = fm::TransferTask::Kind::kStore,
+                                       .address = address,
+                                       .source = [this](std::span<char> room) { return fill(room); }},
+                delegate) {}
+
 std::ptrdiff_t FTPWriteStream::write(std::string_view bytes) {
-    if (!takesBytes_ || isFinished_ || isClosed_) return -1;
+    if (!takesBytes_ || isFinished_ || isClosed()) return -1;
     const std::size_t taken = std::min(bytes.size(), room_.size());
     std::memcpy(room_.data(), bytes.data(), taken);
     room_ = room_.subspan(taken);
@@ -31,30 +57,46 @@ std::optional<std::size_t> FTPWriteStream::fill(std::span<char> room) {
         takesBytes_ = true;
         tell(FTPStreamEvent::kOpenCompleted);
     }
-    while (!room_.empty() && !isFinished_ && !isClosed_) tell(FTPStreamEvent::kSpaceAvailable);
+    while (!room_.empty() && !isFinished_ && !isClosed()) tell(FTPStreamEvent::kSpaceAvailable);
     const std::size_t filled = room.size() - room_.size();
     room_ = {};
-    if (isClosed_) return std::nullopt;
+    if (isClosed()) return std::nullopt;
     return filled;
 }
 
-void FTPWriteStream::tell(FTPStreamEvent event) {
-    if (!isClosed_) delegate_.stream(*this, event);
+FTPReadStream::FTPReadStream(const FTPTransport &transport, fm::FTPAddress address, Source source,
+                             FTPStreamDelegate &delegate)
+    : FTPStream(transport,
+                {.kind = source == Source::kListing ? fm::TransferTask::Kind::kList
+                                                    : fm::TransferTask::Kind::kRetrieve,
+                 .address = std::move(address),
+                 .asksSize = source == Source::kFile,
+                 .sink = [this](std::string_view bytes) { return take(bytes); },
+                 .opened = [this](std::optional<std::uint64_t> size) { opened(size); }},
+                delegate) {}
+
+std::size_t FTPReadStream::read(std::span<char> room) {
+    const std::size_t count = std::min(room.size(), unread_.size());
+    std::memcpy(room.data(), unread_.data(), count);
+    unread_.remove_prefix(count);
+    return count;
 }
 
-bool FTPWriteStream::turn() {
-    if (!isOpen_ || isClosed_) return false;
-    switch (transfer_.step()) {
-        case fm::Transfer::Status::kRunning:
-            return true;
-        case fm::Transfer::Status::kCompleted:
-            tell(FTPStreamEvent::kEndEncountered);
-            return false;
-        case fm::Transfer::Status::kFailed:
-            tell(FTPStreamEvent::kErrorOccurred);
-            return false;
-    }
-    return false;
+void FTPReadStream::opened(std::optional<std::uint64_t> size) {
+    resourceSize_ = size;
+    tell(FTPStreamEvent::kOpenCompleted);
+}
+
+bool FTPReadStream::take(std::string_view bytes) {
+    unread_ = bytes;
+    while (!unread_.empty() && !isClosed()) tell(FTPStreamEvent::kBytesAvailable);
+    unread_ = {};
+    return !isClosed();
+}
+
+void FTPReadStream::completed() {
+    // The delegate may still have bytes in hand; it closes the stream when it has read the end.
+    while (!isClosed()) tell(FTPStreamEvent::kBytesAvailable);
 }
 
 void FTPRunLoop::run() {

@@ -1,8 +1,10 @@
 #include "FTPManager/Transfer.h"
 
 #include <algorithm>
+#include <charconv>
 #include <exception>
 #include <string>
+#include <system_error>
 #include <utility>
 
 namespace fm {
@@ -27,10 +29,12 @@ long wholeSecondsUp(milliseconds duration) {
     return static_cast<long>(std::chrono::ceil<std::chrono::seconds>(duration).count());
 }
 
+std::string urlOfServer(const FTPAddress &address) {
+    return address.url.substr(0, address.url.find('/', std::string_view("ftp://").size()));
+}
+
 std::string poolKey(const FTPAddress &address) {
-    // Everything but the path; a NUL stands in none of the parts.
-    const std::size_t pathStart = address.url.find('/', std::string_view("ftp://").size());
-    std::string key = address.url.substr(0, pathStart);
+    std::string key = urlOfServer(address);  // a NUL stands in none of the parts
     for (const auto &part : {address.user, address.password}) {
         key += '\0';
         if (part) key += "=" + *part;
@@ -57,18 +61,25 @@ bool isRefusal(CURLcode result, long reply) {
 
 }  // namespace
 
-Transfer::Transfer(const FTPTransport &transport, FTPAddress address, TransferEnds ends)
-    : transport_(transport), address_(std::move(address)), ends_(std::move(ends)) {}
+Transfer::Transfer(const FTPTransport &transport, TransferTask task)
+    : transport_(transport), task_(std::move(task)) {}
 
 Transfer::~Transfer() {
     releaseConnection(false);
 }
 
 bool Transfer::begin() {
-    std::unique_ptr<Connection> connection = transport_.pool().checkOut(poolKey(address_), address_.port);
+    const bool provesLogin = task_.kind == TransferTask::Kind::kCommand && task_.command.empty();
+    const std::string key = poolKey(task_.address);
+    std::unique_ptr<Connection> connection = provesLogin
+                                                 ? transport_.pool().makeNew(key, task_.address.port)
+                                                 : transport_.pool().checkOut(key, task_.address.port);
     if (!connection) return false;
     setOptions(connection->freshEasy());
-    connection->setDataIsWhole(ends_.direction == TransferEnds::Direction::kDownload);
+    setTask(connection->easy());
+    connection->setDataIsWhole(task_.kind != TransferTask::Kind::kStore);
+    announcedSize_.reset();
+    bytesReceived_ = 0;
     controlConnectionsBefore_ = connection->controlConnectionsOpened();
     const SocketActivity activity = connection->activity();
     isEstablished_ = activity.established;
@@ -91,9 +102,9 @@ void Transfer::setOptions(CURL *easy) {
     const TransportOptions &options = transport_.options();
     const auto set = [easy](CURLoption option, auto value) { curl_easy_setopt(easy, option, value); };
 
-    set(CURLOPT_URL, address_.url.c_str());
-    if (address_.user) set(CURLOPT_USERNAME, address_.user->c_str());
-    if (address_.password) set(CURLOPT_PASSWORD, address_.password->c_str());
+    set(CURLOPT_URL, task_.address.url.c_str());
+    if (task_.address.user) set(CURLOPT_USERNAME, task_.address.user->c_str());
+    if (task_.address.password) set(CURLOPT_PASSWORD, task_.address.password->c_str());
     set(CURLOPT_PROTOCOLS_STR, "ftp");
     set(CURLOPT_PROXY, "");
     set(CURLOPT_PATH_AS_IS, 1L);
@@ -117,17 +128,43 @@ void Transfer::setOptions(CURL *easy) {
         set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2) | CURL_SSLVERSION_MAX_TLSv1_2);
         if (!options.caFile.empty()) set(CURLOPT_CAINFO, options.caFile.c_str());
     }
+}
 
-    if (ends_.direction == TransferEnds::Direction::kUpload) {
-        set(CURLOPT_UPLOAD, 1L);
-        set(CURLOPT_READDATA, this);
-        set(CURLOPT_READFUNCTION, &Transfer::onRead);
-    } else {
-        // Without asking for a size, which some servers get wrong: the file ends where its connection ends.
-        set(CURLOPT_IGNORE_CONTENT_LENGTH, 1L);
-        set(CURLOPT_WRITEDATA, this);
-        set(CURLOPT_WRITEFUNCTION, &Transfer::onWrite);
+void Transfer::setTask(CURL *easy) {
+    const auto set = [easy](CURLoption option, auto value) { curl_easy_setopt(easy, option, value); };
+    // Sent once a relative path means what it says; a refusal of the "*" costs no connection.
+    const auto setCommand = [&](const std::string &command) {
+        commands_.reset(curl_slist_append(nullptr, ("*" + command).c_str()));
+        set(CURLOPT_PREQUOTE, commands_.get());
+    };
+
+    set(CURLOPT_HEADERDATA, this);
+    set(CURLOPT_HEADERFUNCTION, &Transfer::onReply);
+    switch (task_.kind) {
+        case TransferTask::Kind::kStore:
+            set(CURLOPT_UPLOAD, 1L);
+            set(CURLOPT_READDATA, this);
+            set(CURLOPT_READFUNCTION, &Transfer::onRead);
+            return;
+        case TransferTask::Kind::kCommand:
+            set(CURLOPT_URL, urlOfServer(task_.address).c_str());
+            set(CURLOPT_NOBODY, 1L);
+            if (!task_.command.empty()) setCommand(task_.command);
+            return;
+        case TransferTask::Kind::kList:
+            // From within the folder: many servers take "LIST -a folder" for two names, and list a folder
+            // that is not there as an empty one.
+            set(CURLOPT_FTP_FILEMETHOD, static_cast<long>(CURLFTPMETHOD_SINGLECWD));
+            if (!listsPlainly_) set(CURLOPT_CUSTOMREQUEST, "LIST -a");
+            break;
+        case TransferTask::Kind::kRetrieve:
+            // libcurl itself must not know the size: it would stop there, and servers may get it wrong.
+            if (task_.asksSize) setCommand("SIZE " + task_.address.path);
+            break;
     }
+    set(CURLOPT_IGNORE_CONTENT_LENGTH, 1L);
+    set(CURLOPT_WRITEDATA, this);
+    set(CURLOPT_WRITEFUNCTION, &Transfer::onWrite);
 }
 
 Transfer::Status Transfer::step() {
@@ -147,6 +184,12 @@ Transfer::Status Transfer::step() {
     if (isInterrupted()) return attemptEnded(CURLE_ABORTED_BY_CALLBACK);
     if (isDead()) return attemptEnded(CURLE_OPERATION_TIMEDOUT);
     waitForEvents();
+    return status_;
+}
+
+Transfer::Status Transfer::runToEnd() {
+    while (step() == Status::kRunning) {
+    }
     return status_;
 }
 
@@ -177,19 +220,51 @@ Transfer::Status Transfer::attemptEnded(CURLcode result) {
     curl_easy_getinfo(connection_->easy(), CURLINFO_RESPONSE_CODE, &reply);
     if (isInterrupted()) result = CURLE_ABORTED_BY_CALLBACK;
     const bool retry = shouldRetry(result, reply);
-    releaseConnection(result == CURLE_OK || (isRefusal(result, reply) && !isInterrupted()));
-    if (retry) {
-        hadRetry_ = true;
+    const bool listPlainly = shouldListPlainly(result, reply);
+    const bool isFineLine = result == CURLE_OK || (isRefusal(result, reply) && !isInterrupted());
+    const bool fulfilled = result == CURLE_OK && isFulfilled(reply);
+    releaseConnection(isFineLine && mayStayOpen());
+    if (retry || listPlainly) {
+        hadRetry_ |= retry;
+        listsPlainly_ |= listPlainly;
         return status_;
     }
-    return status_ = result == CURLE_OK ? Status::kCompleted : Status::kFailed;
+    return status_ = fulfilled ? Status::kCompleted : Status::kFailed;
+}
+
+bool Transfer::isFulfilled(long reply) const {
+    switch (task_.kind) {
+        case TransferTask::Kind::kCommand:
+            return task_.command.empty() || (reply >= 200 && reply < 400);
+        case TransferTask::Kind::kRetrieve:
+            return !announcedSize_ || bytesReceived_ >= *announcedSize_;
+        case TransferTask::Kind::kStore:
+        case TransferTask::Kind::kList:
+            return true;
+    }
+    return false;
+}
+
+/// A server that knows no "-a" refuses it or looks for a file of that name. One that knows it lists the
+/// folder itself at least.
+bool Transfer::shouldListPlainly(CURLcode result, long reply) const {
+    if (task_.kind != TransferTask::Kind::kList || listsPlainly_ || bytesReceived_ > 0) return false;
+    return result == CURLE_OK || (result == CURLE_FTP_COULDNT_RETR_FILE && isRefusal(result, reply));
+}
+
+/// Whether libcurl will find its way back to the login folder, to which all other paths are relative.
+bool Transfer::mayStayOpen() const {
+    if (task_.kind != TransferTask::Kind::kList) return true;
+    const char *loginFolder = nullptr;
+    curl_easy_getinfo(connection_->easy(), CURLINFO_FTP_ENTRY_PATH, &loginFolder);
+    return loginFolder != nullptr;
 }
 
 /// A server may close a connection that was idle, and may say so only when the next command arrives.
 bool Transfer::shouldRetry(CURLcode result, long reply) const {
     const bool wasReused =
         controlConnectionsBefore_ > 0 && connection_->controlConnectionsOpened() == controlConnectionsBefore_;
-    if (result == CURLE_OK || !wasReused || movedAnyByte_ || hadRetry_ || isInterrupted()) return false;
+    if (result == CURLE_OK || !wasReused || hasBegun_ || hadRetry_ || isInterrupted()) return false;
     // libcurl reports a server's closing down as a time-out, too.
     if (result == CURLE_OPERATION_TIMEDOUT) return reply == kServerClosesDown;
     return !isRefusal(result, reply);
@@ -224,8 +299,8 @@ std::size_t Transfer::onRead(char *room, std::size_t size, std::size_t count, vo
     auto &transfer = *static_cast<Transfer *>(self);
     try {
         if (transfer.isInterrupted()) return CURL_READFUNC_ABORT;
-        transfer.movedAnyByte_ = true;
-        const std::optional<std::size_t> filled = transfer.ends_.source({room, size * count});
+        transfer.hasBegun_ = true;
+        const std::optional<std::size_t> filled = transfer.task_.source({room, size * count});
         if (!filled || transfer.isInterrupted()) return CURL_READFUNC_ABORT;
         transfer.connection_->setDataIsWhole(*filled == 0);
         return *filled;
@@ -237,11 +312,33 @@ std::size_t Transfer::onRead(char *room, std::size_t size, std::size_t count, vo
 std::size_t Transfer::onWrite(char *bytes, std::size_t size, std::size_t count, void *self) {
     auto &transfer = *static_cast<Transfer *>(self);
     try {
-        transfer.movedAnyByte_ = true;
-        return transfer.ends_.sink({bytes, size * count}) ? size * count : 0;
+        transfer.hasBegun_ = true;
+        transfer.bytesReceived_ += size * count;
+        return transfer.task_.sink({bytes, size * count}) ? size * count : 0;
     } catch (const std::exception &) {
         return 0;
     }
+}
+
+std::size_t Transfer::onReply(char *line, std::size_t size, std::size_t count, void *self) {
+    try {
+        static_cast<Transfer *>(self)->noteReply({line, size * count});
+        return size * count;
+    } catch (const std::exception &) {
+        return 0;
+    }
+}
+
+void Transfer::noteReply(std::string_view line) {
+    if (task_.asksSize && line.starts_with("213 ")) {
+        const std::string_view digits = line.substr(line.find(' ') + 1);
+        std::uint64_t size = 0;
+        if (std::from_chars(digits.data(), digits.data() + digits.size(), size).ec == std::errc())
+            announcedSize_ = size;
+    }
+    if (hasBegun_ || !(line.starts_with("150 ") || line.starts_with("125 "))) return;
+    hasBegun_ = true;
+    if (task_.opened) task_.opened(announcedSize_);
 }
 
 int Transfer::onProgress(void *self, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {

@@ -2,12 +2,14 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <span>
 #include <stop_token>
+#include <string>
 #include <string_view>
 
 #include "FTPManager/Connection.h"
@@ -16,21 +18,34 @@
 
 namespace fm {
 
-/// Where a transfer's bytes come from or go to. Called within Transfer::step.
-struct TransferEnds {
-    enum class Direction { kUpload, kDownload };
+/// What a transfer does. The functions are called within Transfer::step.
+struct TransferTask {
+    enum class Kind {
+        kStore,     ///< bytes of ours become the file
+        kRetrieve,  ///< the file's bytes come here
+        kList,      ///< the folder's listing comes here, hidden files included where the server can
+        kCommand,   ///< one command on the control connection
+    };
 
-    Direction direction = Direction::kDownload;
-    /// Upload: fills the room with the next bytes and returns how many; 0 at the end, nothing to give up.
-    std::function<std::optional<std::size_t>(std::span<char> room)> source;
-    /// Download: takes the bytes; false to give up.
-    std::function<bool(std::string_view bytes)> sink;
+    Kind kind = Kind::kRetrieve;
+    FTPAddress address = {};  ///< for kList it ends in "/"; for kCommand any on the server
+    /// kCommand: the line to send; empty: log in anew, and nothing else.
+    std::string command = {};
+    /// kRetrieve: asks for the file's size first.
+    bool asksSize = false;
+
+    /// kStore: fills the room with the next bytes and returns how many; 0 at the end, nothing to give up.
+    std::function<std::optional<std::size_t>(std::span<char> room)> source = {};
+    /// kRetrieve, kList: takes the bytes; false to give up.
+    std::function<bool(std::string_view bytes)> sink = {};
+    /// kRetrieve: the server begins to send a file of this size, if it has told one. May be empty.
+    std::function<void(std::optional<std::uint64_t> size)> opened = {};
 };
 
-/// One file on its way over one connection of a transport's pool. All on one thread, but for `interrupt`.
+/// One task on its way over one connection of a transport's pool. All on one thread, but for `interrupt`.
 class Transfer {
   public:
-    Transfer(const FTPTransport &transport, FTPAddress address, TransferEnds ends);
+    Transfer(const FTPTransport &transport, TransferTask task);
     /// A transfer that has not finished is broken off.
     ~Transfer();
     Transfer(const Transfer &) = delete;
@@ -38,12 +53,14 @@ class Transfer {
 
     enum class Status {
         kRunning,
-        kCompleted,  ///< the server has confirmed that all bytes have arrived
+        kCompleted,  ///< the server has confirmed that all is done, and no byte is missing
         kFailed,
     };
     /// Moves what can be moved and waits for more, 100 ms at most but for a server's final reply. Does
     /// nothing once the transfer has ended.
     Status step();
+    /// Steps until the transfer has ended.
+    Status runToEnd();
 
     /// From any thread: the transfer fails at once.
     void interrupt() noexcept;
@@ -53,23 +70,34 @@ class Transfer {
 
     static std::size_t onRead(char *room, std::size_t size, std::size_t count, void *self);
     static std::size_t onWrite(char *bytes, std::size_t size, std::size_t count, void *self);
+    static std::size_t onReply(char *line, std::size_t size, std::size_t count, void *self);
     static int onProgress(void *self, curl_off_t, curl_off_t, curl_off_t, curl_off_t);
 
     bool begin();
     void setOptions(CURL *easy);
+    void setTask(CURL *easy);
+    void noteReply(std::string_view line);
     void waitForEvents();
     bool isDead();
     bool isInterrupted() const;
     Status attemptEnded(CURLcode result);
     bool shouldRetry(CURLcode result, long reply) const;
+    bool isFulfilled(long reply) const;
+    bool shouldListPlainly(CURLcode result, long reply) const;
+    bool mayStayOpen() const;
     void releaseConnection(bool keepWarm);
 
     const FTPTransport &transport_;
-    const FTPAddress address_;
-    const TransferEnds ends_;
+    const TransferTask task_;
+
+    using CommandList = std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)>;
+    CommandList commands_{nullptr, curl_slist_free_all};
 
     Status status_ = Status::kRunning;
-    bool movedAnyByte_ = false;
+    bool hasBegun_ = false;  ///< the server has taken up the request, so it is not repeated
+    bool listsPlainly_ = false;
+    std::optional<std::uint64_t> announcedSize_;
+    std::uint64_t bytesReceived_ = 0;
     bool hadRetry_ = false;
     bool isAttached_ = false;
     unsigned controlConnectionsBefore_ = 0;

@@ -219,6 +219,25 @@ TEST(Transport, KeepsOneConnectionWarmForReadsAndUploads) {
     EXPECT_EQ(scripted.connectionCount(), 2);
 }
 
+TEST(Transport, ThatMustEncryptTellsNoPasswordInPlainText) {
+    ScriptedFtpServer plain;
+    const FMServer server = descriptorFor(plain.port());
+    LogCapture log;
+    FTPManager strict(std::make_shared<FTPTransport>(
+        TransportOptions{.limits = {}, .tls = TlsMode::kRequired, .caFile = {}}));
+    EXPECT_FALSE(strict.uploadData("x", "n", &server));
+    EXPECT_FALSE(strict.contentsOfServer(&server));
+    EXPECT_FALSE(strict.checkLogin(&server));
+    EXPECT_FALSE(strict.deleteFileNamed("n", &server));
+    EXPECT_THAT(plain.commands(), testing::Contains(testing::StartsWith("AUTH")));
+    EXPECT_THAT(plain.commands(), testing::Each(testing::Not(testing::StartsWith("PASS"))));
+    FTPManager lenient(
+        std::make_shared<FTPTransport>(TransportOptions{.limits = {}, .tls = TlsMode::kTry, .caFile = {}}));
+    EXPECT_TRUE(lenient.uploadData("x", "n", &server));
+    EXPECT_TRUE(lenient.checkLogin(&server));
+    EXPECT_FALSE(lenient.deleteFileNamed("none.txt", &server));
+}
+
 TEST(Manager, SecondCallerWaitsItsTurnAndCanGiveUp) {
     ScriptedFtpServer scripted(Faults{{.at = "STOR", .stalls = true, .times = 1}});
     const FMServer server = descriptorFor(scripted.port());

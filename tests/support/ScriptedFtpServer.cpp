@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -34,6 +35,16 @@ bool sendAll(int descriptor, std::string_view bytes) {
         bytes.remove_prefix(static_cast<std::size_t>(sent));
     }
     return true;
+}
+
+void resetOnClose(int descriptor) {
+    const linger atOnce{.l_onoff = 1, .l_linger = 0};
+    setsockopt(descriptor, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
+}
+
+void setNoDelay(int descriptor) {
+    const int on = 1;
+    setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
 }
 
 }  // namespace
@@ -82,9 +93,17 @@ class ScriptedFtpServer::Session {
         if (fault && !server_.pause(fault->delay)) return false;
         std::string reply = usual;
         if (fault && !fault->reply.empty()) reply = fault->reply;
-        if (fault && fault->hangsUp && fault->reply.empty()) return false;
+        const bool ends = fault && (fault->hangsUp || fault->resets);
+        if (fault && fault->resets) resetOnClose(control_);
+        if (ends && fault->reply.empty()) return false;
         if (goesOn) *goesOn = reply.starts_with('1');
-        return sendAll(control_, reply + "\r\n") && !(fault && fault->hangsUp);
+        reply += "\r\n";
+        if (!fault || !fault->dribbles) return sendAll(control_, reply) && !ends;
+        setNoDelay(control_);
+        for (const char c : reply) {
+            if (!sendAll(control_, {&c, 1})) return false;
+        }
+        return !ends;
     }
 
     bool handle(const std::string &verb, const std::string &argument) {
@@ -92,9 +111,15 @@ class ScriptedFtpServer::Session {
         if (verb == "PASS") return answer(verb, "230 Welcome.");
         if (verb == "PWD") return answer(verb, "257 \"/\" is the folder.");
         if (verb == "TYPE") return answer(verb, "200 So be it.");
-        if (verb == "EPSV") return openData(verb);
-        if (verb == "STOR") return store(argument);
-        if (verb == "RETR") return retrieve(argument);
+        if (verb == "CWD") return changeFolder(argument);
+        if (verb == "EPSV" || verb == "PASV") return openData(verb);
+        if (verb == "STOR") return store(folder_ + argument);
+        if (verb == "SIZE") return tellSize(folder_ + argument);
+        if (verb == "RETR") return retrieve(verb, server_.file(folder_ + argument));
+        if (verb == "LIST") return list(argument);
+        if (verb == "MKD") return makeFolder(folder_ + argument);
+        if (verb == "DELE" || verb == "RMD") return remove(verb, folder_ + argument);
+        if (verb == "SITE") return answer(verb, "200 As you wish.");
         if (verb == "QUIT") return answer(verb, "221 Bye.") && false;
         return answer(verb, "502 Not here.");
     }
@@ -103,7 +128,56 @@ class ScriptedFtpServer::Session {
         closeData();
         std::uint16_t port = 0;
         dataListener_ = listenOnLoopback(port);
-        return answer(verb, "229 Passive (|||" + std::to_string(port) + "|)");
+        if (verb == "EPSV") return answer(verb, "229 Passive (|||" + std::to_string(port) + "|)");
+        // An address of the documentation's range, where nobody answers, as a server behind a router would
+        // tell.
+        return answer(verb, "227 Passive (192,0,2,1," + std::to_string(port / 256) + "," +
+                                std::to_string(port % 256) + ").");
+    }
+
+    bool changeFolder(const std::string &folder) {
+        folder_ = folder == "/" ? "" : folder + "/";
+        return answer("CWD", "250 You are there.");
+    }
+
+    bool tellSize(const std::string &path) {
+        const std::optional<std::string> content = server_.file(path);
+        return answer("SIZE", content ? "213 " + std::to_string(content->size()) : "550 No such file.");
+    }
+
+    bool makeFolder(const std::string &path) {
+        bool isNew = false;
+        {
+            const std::scoped_lock lock(server_.mutex_);
+            isNew = server_.folders_.insert(path).second;
+        }
+        return answer("MKD", isNew ? "257 \"/" + path + "\" is there." : "550 It was there before.");
+    }
+
+    bool remove(const std::string &verb, const std::string &path) {
+        bool wasThere = false;
+        {
+            const std::scoped_lock lock(server_.mutex_);
+            wasThere = (verb == "RMD" ? server_.folders_.erase(path) : server_.files_.erase(path)) > 0;
+        }
+        return answer(verb, wasThere ? "250 Gone." : "550 Nothing of that name.");
+    }
+
+    bool list(const std::string &options) {
+        if (options == "-a" && server_.nextFault("options")) return retrieve("LIST", "");
+        std::string listing = "total 1\r\n";
+        {
+            const std::scoped_lock lock(server_.mutex_);
+            for (const auto &[path, content] : server_.files_) {
+                const bool isHere = path.starts_with(folder_);
+                const std::string name = isHere ? path.substr(folder_.size()) : "";
+                if (name.empty() || name.find('/') != std::string::npos) continue;
+                if (name.starts_with('.') && options != "-a") continue;
+                listing +=
+                    "-rw-r--r-- 1 u g " + std::to_string(content.size()) + " Jan 02  2020 " + name + "\r\n";
+            }
+        }
+        return retrieve("LIST", listing);
     }
 
     void closeData() {
@@ -124,7 +198,11 @@ class ScriptedFtpServer::Session {
         const std::optional<Fault> fault = server_.nextFault("data");
         if (!fault) return true;
         if (fault->stalls) server_.pauseForever();
-        return server_.pause(fault->delay) && !fault->hangsUp && !fault->stalls;
+        if (fault->resets) {
+            resetOnClose(data_);
+            resetOnClose(control_);
+        }
+        return server_.pause(fault->delay) && !fault->hangsUp && !fault->resets && !fault->stalls;
     }
 
     bool store(const std::string &path) {
@@ -142,10 +220,9 @@ class ScriptedFtpServer::Session {
         return answer("done", "226 Stored.");
     }
 
-    bool retrieve(const std::string &path) {
-        const std::optional<std::string> content = server_.file(path);
+    bool retrieve(const std::string &verb, const std::optional<std::string> &content) {
         bool goesOn = false;
-        if (!answer("RETR", content ? "150 Here it comes." : "550 No such file.", &goesOn)) return false;
+        if (!answer(verb, content ? "150 Here it comes." : "550 No such file.", &goesOn)) return false;
         if (!goesOn) return true;
         if (!acceptData()) return false;
         const std::string_view all = content ? std::string_view(*content) : std::string_view();
@@ -157,6 +234,7 @@ class ScriptedFtpServer::Session {
 
     ScriptedFtpServer &server_;
     const int control_;
+    std::string folder_;  ///< "" or "folder/"
     int dataListener_ = -1;
     int data_ = -1;
 };
@@ -225,6 +303,11 @@ bool ScriptedFtpServer::pause(std::chrono::milliseconds duration) {
 void ScriptedFtpServer::pauseForever() {
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [this] { return isStopping_; });
+}
+
+bool ScriptedFtpServer::hasFolder(const std::string &path) const {
+    const std::scoped_lock lock(mutex_);
+    return folders_.contains(path);
 }
 
 void ScriptedFtpServer::setFile(const std::string &path, std::string content) {

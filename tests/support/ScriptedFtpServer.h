@@ -17,7 +17,7 @@
 /// Something that a good server never does.
 struct Fault {
     /// A command ("STOR"), or "greeting" (the first line), "data" (amid the bytes of a transfer), "done" (the
-    /// reply to a whole transfer).
+    /// reply to a whole transfer), "options" ("-a" is taken for the name of a file that is not there).
     std::string at;
     /// Sent instead of the usual reply, line ends apart; a command whose reply does not begin with 1 ends
     /// there.
@@ -26,6 +26,10 @@ struct Fault {
     std::chrono::milliseconds delay{0};
     /// Closes the connection, after the reply if there is one.
     bool hangsUp = false;
+    /// Closes it by a reset, which discards what is on its way.
+    bool resets = false;
+    /// Sends the reply byte by byte.
+    bool dribbles = false;
     /// Says and does nothing more on this connection.
     bool stalls = false;
     /// Behaves well that many times first, and again after so many faults; counted over all connections.
@@ -35,7 +39,8 @@ struct Fault {
 
 using Faults = std::vector<Fault>;
 
-/// An FTP server on loopback that keeps files in memory, takes any login, and has faults on request.
+/// An FTP server on loopback that keeps files in memory, takes any login, and has faults on request. A folder
+/// need not be made before there are files in it.
 /// May be used from any thread.
 class ScriptedFtpServer {
   public:
@@ -48,6 +53,7 @@ class ScriptedFtpServer {
     /// By path as the client says it, such as "htdocs/name".
     void setFile(const std::string &path, std::string content);
     std::optional<std::string> file(const std::string &path) const;
+    bool hasFolder(const std::string &path) const;
 
     /// All commands so far, in the order of their arrival, with their arguments.
     std::vector<std::string> commands() const;
@@ -76,6 +82,7 @@ class ScriptedFtpServer {
     mutable std::condition_variable changed_;
     Faults faults_;
     std::map<std::string, std::string> files_;
+    std::set<std::string> folders_;
     std::vector<std::string> commands_;
     std::set<std::string, std::less<>> pointsReached_;
     std::set<int> clients_;  ///< open control connections

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "FTPManager/FTPTransport.h"
+
+namespace fm {
+
+/// The lines, each without its end, that do one command after a login; without a command they log in and
+/// out. Nothing if a line cannot be sent: it holds a control character or a byte 0xFF, or is longer than 253
+/// bytes.
+std::optional<std::vector<std::string>> controlLines(const std::string &user, const std::string &password,
+                                                     const std::optional<std::string> &folder,
+                                                     const std::optional<std::string> &command);
+
+/// Whether no line of the answers begins with "4" or "5". The pieces in which they were read count as lines.
+bool _checkAnswers(std::string_view answers);
+
+/// Everything that the other side says until it closes, each piece as it came behind a line break. A piece
+/// that is not UTF-8 counts as "(null)". Logs a line when reading fails; what was read before that is
+/// returned. Nothing if the other side fell silent for longer than `idleTimeout`, or never stops talking,
+/// and has not said goodbye.
+std::optional<std::string> _listenLoopForSocket(int socket, std::chrono::milliseconds idleTimeout);
+
+/// Connects to the host over IPv4, sends all lines at once and judges the answers. Nothing if the lines could
+/// not be sent, with a log line if there was no connection. Blocks the calling thread, within the limits.
+std::optional<bool> runControlLines(const std::string &host, std::uint16_t port,
+                                    const std::vector<std::string> &lines, const TransportLimits &limits);
+
+}  // namespace fm

@@ -1,0 +1,204 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <fstream>
+
+#include "FTPManager/FTPManager.h"
+#include "LogCapture.h"
+#include "support/RealFtpServer.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using Tls = RealFtpServer::Tls;
+
+const std::string kStreamError = "ftp stream failed: general stream error (check credentials?)";
+const std::vector<std::string> kOddNames = {
+    ".hidden", "two  blanks", "a#b%20c?d;type=a", "\xC3\xBC \xF0\x9F\x98\x80",
+    "-l",      "..two dots",  "{a,b}[c]*"};
+
+struct Setting {
+    std::string kind;
+    Tls tls;
+};
+
+void writeFile(const std::filesystem::path &path, const std::string &content) {
+    std::ofstream(path, std::ios::binary) << content;
+}
+
+std::string contentOf(const std::filesystem::path &path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+class RealServer : public testing::TestWithParam<Setting> {
+  protected:
+    void SetUp() override {
+        if (!real.skipReason().empty()) GTEST_SKIP() << real.skipReason();
+        ASSERT_NE(real.port(), 0);
+        std::filesystem::create_directory(folder);
+        std::filesystem::permissions(folder, std::filesystem::perms::all);
+        server.port = real.port();
+    }
+
+    std::optional<FTPResource> entry(const std::string &name) {
+        const auto contents = manager.contentsOfServer(&server);
+        if (!contents) return std::nullopt;
+        const auto found = std::ranges::find(*contents, name, &FTPResource::name);
+        if (found == contents->end()) return std::nullopt;
+        return *found;
+    }
+
+    std::optional<std::string> read(const std::string &name) {
+        return stringWithContentsOfURL(ftpURLForFile({.user = "u",
+                                                      .password = "p",
+                                                      .host = "127.0.0.1",
+                                                      .port = real.port(),
+                                                      .directory = "htdocs",
+                                                      .fileName = name})
+                                           .value(),
+                                       *transport);
+    }
+
+    static TlsMode modeFor(Tls tls) {
+        return tls == Tls::kOff ? TlsMode::kOff : tls == Tls::kOffered ? TlsMode::kTry : TlsMode::kRequired;
+    }
+
+    LogCapture log;
+    RealFtpServer real{GetParam().kind, GetParam().tls};
+    const std::filesystem::path folder = real.folder() / "htdocs";
+    FMServer server = FMServer::serverWithDestination("127.0.0.1/htdocs", "u", "p");
+    const TransportOptions options{
+        .limits = {}, .tls = modeFor(GetParam().tls), .caFile = real.certificateFile()};
+    const std::shared_ptr<FTPTransport> transport = std::make_shared<FTPTransport>(options);
+    FTPManager manager{transport};
+    TemporaryFolder local;
+};
+
+TEST_P(RealServer, KeepsFilesOfEveryName) {
+    std::string large;
+    while (large.size() < 3'000'000) large += "line " + std::to_string(large.size()) + "\r\n\xFF\xF4\n";
+    for (const std::string &name : kOddNames) {
+        SCOPED_TRACE(name);
+        writeFile(local.path() / name, name);
+        EXPECT_TRUE(manager.uploadData("what was there before", name, &server));
+        EXPECT_TRUE(manager.uploadFile(local.path() / name, &server));
+        EXPECT_EQ(contentOf(folder / name), name);
+        EXPECT_EQ(read(name), name);
+        std::filesystem::remove(local.path() / name);
+        EXPECT_TRUE(manager.downloadFile(name, local.path(), &server));
+        EXPECT_EQ(contentOf(local.path() / name), name);
+        EXPECT_TRUE(entry(name)) << "not in the listing";
+    }
+    EXPECT_TRUE(manager.uploadData(large, "large", &server));
+    EXPECT_TRUE(manager.uploadData("", "empty", &server));
+    EXPECT_TRUE(manager.downloadFile("large", local.path(), &server));
+    EXPECT_TRUE(manager.downloadFile("empty", local.path(), &server));
+    EXPECT_TRUE(contentOf(local.path() / "large") == large);
+    EXPECT_TRUE(std::filesystem::is_empty(local.path() / "empty"));
+    EXPECT_EQ(read("empty"), "");
+    EXPECT_EQ(read("absent"), std::nullopt);
+}
+
+TEST_P(RealServer, ListsWhatIsThere) {
+    EXPECT_THAT(manager.contentsOfServer(&server), testing::Optional(IsEmpty()));
+    const auto now = std::chrono::system_clock::now();
+    ASSERT_TRUE(manager.uploadData("12345", "five", &server));
+    ASSERT_TRUE(manager.createNewFolder("a folder", &server));
+    EXPECT_FALSE(manager.createNewFolder("a folder", &server)) << "it is there";
+    EXPECT_THAT(log.take(), ElementsAre(kStreamError));
+    std::filesystem::create_symlink("five", folder / "link");
+
+    const std::optional<FTPResource> file = entry("five");
+    ASSERT_TRUE(file);
+    EXPECT_EQ(file->type, FTPResourceType::kFile);
+    EXPECT_EQ(file->size, 5U);
+    EXPECT_FALSE(file->owner.empty());
+    EXPECT_NE(file->mode & 0400, 0U);
+    ASSERT_TRUE(file->modificationDate);
+    EXPECT_LT(std::chrono::abs(*file->modificationDate - now), std::chrono::hours(25)) << "zones apart";
+    const std::optional<FTPResource> made = entry("a folder");
+    ASSERT_TRUE(made);
+    EXPECT_EQ(made->type, FTPResourceType::kFolder);
+    const std::optional<FTPResource> link = entry("link");
+    ASSERT_TRUE(link);
+    EXPECT_EQ(link->link, link->type == FTPResourceType::kSymbolicLink ? "five" : "");
+
+    FMServer inside = server;
+    *inside.destination += "/a folder";
+    EXPECT_TRUE(manager.uploadData("x", "deep", &inside));
+    EXPECT_THAT(manager.contentsOfServer(&inside), testing::Optional(testing::SizeIs(1)));
+    EXPECT_EQ(contentOf(folder / "a folder" / "deep"), "x");
+    *inside.destination += " that is not there";
+    EXPECT_EQ(manager.contentsOfServer(&inside), std::nullopt);
+}
+
+TEST_P(RealServer, ObeysCommands) {
+    ASSERT_TRUE(manager.uploadData("x", "notes.txt", &server));
+    ASSERT_TRUE(manager.createNewFolder("archive", &server));
+    EXPECT_TRUE(manager.chmodFileNamed("notes.txt", 640, &server));
+    struct stat status {};
+    ASSERT_EQ(stat((folder / "notes.txt").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0640U);
+    EXPECT_TRUE(manager.deleteFileNamed("notes.txt", &server));
+    EXPECT_TRUE(manager.deleteFile("archive", &server));
+    EXPECT_TRUE(std::filesystem::is_empty(folder));
+    EXPECT_FALSE(manager.deleteFileNamed("notes.txt", &server)) << "it is gone";
+    EXPECT_FALSE(manager.deleteFileNamed("archive", &server));
+    EXPECT_FALSE(manager.chmodFileNamed("notes.txt", 640, &server));
+    EXPECT_TRUE(manager.checkLogin(&server));
+    EXPECT_EQ(manager.action(), FTPManagerAction::kFinished);
+    EXPECT_TRUE(manager.streamSuccess());
+    EXPECT_THAT(log.take(), IsEmpty());
+}
+
+TEST_P(RealServer, RefusesAWrongPassword) {
+    writeFile(folder / "file", "x");
+    FMServer wrong = server;
+    wrong.password = "wrong";
+    // pyftpdlib forgets its refusal when the client has already said goodbye.
+    if (GetParam().kind != "pyftpdlib") {
+        EXPECT_FALSE(manager.checkLogin(&wrong));
+    }
+    EXPECT_THAT(log.take(), IsEmpty());
+    EXPECT_FALSE(manager.uploadData("y", "file", &wrong));
+    EXPECT_FALSE(manager.downloadFile("file", local.path(), &wrong));
+    EXPECT_THAT(log.take(), ElementsAre(kStreamError, kStreamError));
+    EXPECT_TRUE(std::filesystem::is_empty(local.path()));
+    EXPECT_EQ(contentOf(folder / "file"), "x");
+    EXPECT_TRUE(manager.uploadData("y", "file", &server));
+}
+
+TEST_P(RealServer, IsTrustedByItsCertificateOnly) {
+    if (GetParam().tls == Tls::kOff) GTEST_SKIP() << "no encryption here";
+    for (const TlsMode mode : {TlsMode::kTry, TlsMode::kRequired}) {
+        FTPManager strict(
+            std::make_shared<FTPTransport>(TransportOptions{.limits = {}, .tls = mode, .caFile = {}}));
+        EXPECT_FALSE(strict.uploadData("x", "n", &server)) << "nobody vouches for the certificate";
+        EXPECT_FALSE(strict.checkLogin(&server));
+    }
+    FTPManager plain;
+    const bool isOpen = GetParam().tls == Tls::kOffered;
+    EXPECT_EQ(plain.uploadData("x", "n", &server), isOpen);
+    EXPECT_EQ(plain.checkLogin(&server), isOpen);
+}
+
+INSTANTIATE_TEST_SUITE_P(, RealServer, testing::ValuesIn([] {
+                             std::vector<Setting> settings;
+                             for (const std::string kind : {"pyftpdlib", "vsftpd", "proftpd", "pureftpd"}) {
+                                 for (const Tls tls : {Tls::kOff, Tls::kOffered, Tls::kDemanded})
+                                     settings.push_back({kind, tls});
+                             }
+                             return settings;
+                         }()),
+                         [](const testing::TestParamInfo<Setting> &setting) {
+                             const Tls tls = setting.param.tls;
+                             return setting.param.kind + (tls == Tls::kOff       ? ""
+                                                          : tls == Tls::kOffered ? "_tls_offered"
+                                                                                 : "_tls_demanded");
+                         });
+
+}  // namespace
