@@ -61,6 +61,7 @@ std::string withMarksEscaped(std::string_view path) {
 
 std::optional<FTPAddress> parseFTPURL(std::string_view text) {
     if (hasUnsendableByte(text) || hasUnsendableByte(percentDecoded(text))) return std::nullopt;
+    if (text.starts_with("ftp:///")) return std::nullopt;  // libcurl would take the folder for the host
     const UrlHandle url(curl_url(), curl_url_cleanup);
     constexpr unsigned kFlags = CURLU_PATH_AS_IS;
     if (!url || curl_url_set(url.get(), CURLUPART_URL, std::string(text).c_str(), kFlags) != CURLUE_OK)

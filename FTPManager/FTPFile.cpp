@@ -39,9 +39,9 @@ std::optional<std::string> ftpURLForFile(const FTPFileLocation &location) {
     if (!directory.empty()) (url += '/') += fm::percentEscaped(directory, "/");
     (url += '/') += fm::percentEscaped(location.fileName);
     const std::optional<fm::FTPAddress> address = fm::parseFTPURL(url);
-    // A host that brings its own slash or sign would change the meaning of the rest.
+    // A host that brings a slash, a sign or a port of its own would change the meaning of the rest.
     const bool isAsMeant = address && address->user == location.user &&
-                           address->fileName == location.fileName &&
+                           address->fileName == location.fileName && address->port == location.port &&
                            location.host.find_first_of("/@?#") == std::string::npos;
     if (!isAsMeant) return std::nullopt;
     return url;

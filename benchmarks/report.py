@@ -6,9 +6,9 @@ status is 0 when every limit is met.
 """
 
 import json
-import statistics
 import sys
-from math import ceil
+
+from table import Series, Table
 
 NEAREST_RANK = 0.95
 START_LIMIT, MEMORY_LIMIT, OPEN_LIMIT, HOT_KEY_LIMIT_MS = 3, 2, 5, 50
@@ -19,25 +19,6 @@ STEPS = {"Open": "Opening", "OpenAgain": "Opening once more", "Pick": "Picking t
          "Filter/ascii": "Filtering, “zanzibar”", "Filter/unicode": "Filtering, “grüße”"}
 PLAIN_READ, PLAIN_WRITE = "ReadAndSplit", "Write"
 FILE_WORK = {"Open": [PLAIN_READ], "OpenAgain": [PLAIN_READ], "Pick": [PLAIN_READ], "SaveToDisk": [PLAIN_READ, PLAIN_WRITE]}
-
-
-class Series:
-    """The measurements of one thing, in `unit`."""
-
-    def __init__(self, values, unit):
-        self.values, self.unit = sorted(values), unit
-        self.median = statistics.median(values)
-
-    def percentile(self, part):
-        return self.values[ceil(part * len(self.values)) - 1]
-
-    def __str__(self):
-        low, middle, high = (self.number(value) for value in (self.values[0], self.median, self.values[-1]))
-        return f"{middle} {self.unit} ({low} – {high})"
-
-    @staticmethod
-    def number(value):
-        return f"{value:.0f}" if value >= 100 else f"{value:.1f}" if value >= 10 else f"{value:.2f}"
 
 
 def measured(path):
@@ -55,16 +36,8 @@ def saved_list(path):
     return {key: Series(values, "ms") for key, values in series.items()}
 
 
-def row(what, figure, against, ratio, limit, is_met):
-    rows.append([what, str(figure), str(against), ratio, limit, {True: "yes", False: "**no**", None: "–"}[is_met]])
-
-
-def ratio_row(what, figure, against, name, limit):
-    ratio = figure.median / against.median
-    row(what, figure, f"{name}: {against}", f"{ratio:.2f}", f"≤ {limit}" if limit else "–", ratio <= limit if limit else None)
-
-
-rows = []
+table = Table()
+row, ratio_row = table.row, table.ratio_row
 lists, programs = saved_list(sys.argv[1]), measured(sys.argv[2])
 start, memory, hot_key = programs["start"], programs["memory"], Series([s * 1000 for s in programs["hot_key"]], "ms")
 tray = "tray program"
@@ -91,8 +64,4 @@ for small, large in zip(SIZES, SIZES[1:]):
         row(f"{what}: {large:,} entries", lists[name, large], f"{small:,} entries: {lists[name, small]}",
             f"{growth(name):.1f}", *(("–", None) if name not in STEPS else (f"≤ {limit:.1f}", growth(name) <= limit)))
 
-print("| What | Figure | Measured against | Ratio | Limit | Met |")
-print("| --- | --- | --- | ---: | ---: | :-: |")
-for cells in rows:
-    print("| " + " | ".join(cells) + " |")
-sys.exit(any("no" in cells[-1] for cells in rows))
+sys.exit(table.print_all())

@@ -1,5 +1,5 @@
-"""A private machine for one server: its own system accounts, /etc, /run, /srv and processes, over the programs and the network
-of this one. Everything of it ends with its first process, and nothing of it is ever seen outside.
+"""A private machine for one server: its own system accounts, /etc, /run, /srv and processes, over the programs and the
+network of this one. Everything of it ends with its first process, and nothing of it is ever seen outside.
 
 Made of namespaces of Linux, which root may make, and on most systems anybody (with the package uidmap). The account that
 calls is ACCOUNT inside, so what that writes there is the caller's own here. Root inside is nobody's account here.
@@ -8,6 +8,7 @@ calls is ACCOUNT inside, so what that writes there is the caller's own here. Roo
 import contextlib
 import ctypes
 import os
+import pwd
 import select
 import shutil
 import signal
@@ -44,10 +45,10 @@ def mount(source, target, kind, flags=0, options=""):
     check(libc.mount(source.encode(), target.encode(), kind.encode(), ctypes.c_ulong(flags), options.encode()))
 
 
-def write(path, text, mode=0o644):
+def write(path, content, mode):
     os.makedirs(os.path.dirname(path), exist_ok=True)
-    with open(path, "w", encoding="utf-8", opener=lambda name, flags: os.open(name, flags, mode)) as file:
-        file.write(text)
+    with open(path, "wb", opener=lambda name, flags: os.open(name, flags, mode)) as file:
+        file.write(content.encode() if isinstance(content, str) else content)
 
 
 def account_name():
@@ -72,7 +73,6 @@ def subordinate_accounts(path):
     """The first of the account ids that the administrator lets this account use."""
     if not shutil.which("newuidmap"):
         raise Refusal("only root can without newuidmap (Debian: apt install uidmap)")
-    import pwd
     me = pwd.getpwuid(os.getuid()).pw_name
     with open(path, encoding="utf-8") as file:
         for name, first, count in (line.split(":") for line in file if line.count(":") == 2):
@@ -83,7 +83,7 @@ def subordinate_accounts(path):
 
 def start(command, environment, files, shown, log):
     """Starts a private machine with a command of absolute paths and returns a process that ends with it. files are written
-    there first: path to (text, mode). shown are folders of here and where they are there. The command's output goes to
+    there first: path to (content, mode). shown are folders of here and where they are there. The command's output goes to
     the open file log. Raises a Refusal where it cannot be done."""
     adopt_orphans()
     ours, theirs = socket.socketpair()
@@ -95,7 +95,7 @@ def start(command, environment, files, shown, log):
             for number in (1, 2):
                 os.dup2(log.fileno(), number)
             be_host(theirs, command, environment, files, shown)
-        except Exception as error:  # pylint: disable=broad-except # whatever it is, it goes to the log
+        except Exception as error:  # whatever it is, it goes to the log
             os.write(2, f"{type(error).__name__}: {error}\n".encode())
         finally:
             os._exit(1)
@@ -159,8 +159,8 @@ def become_root():
 def furnish(files, shown):
     check(libc.unshare(CLONE_NEWNS))
     mount("none", "/", "none", MS_REC | MS_PRIVATE)
-    with open("/etc/localtime", "rb") as file:
-        local_time = file.read()
+    with contextlib.suppress(FileNotFoundError), open("/etc/localtime", "rb") as file:
+        files = {**files, "/etc/localtime": (file.read(), 0o644)}
     # Held open, as they may lie below what is about to be covered.
     sources = [(os.open(folder, os.O_PATH | os.O_DIRECTORY), place) for folder, place in shown.items()]
     for place in ("/etc", "/run", "/srv", "/opt", "/var/log"):
@@ -169,10 +169,8 @@ def furnish(files, shown):
         os.makedirs(place, exist_ok=True)
         mount(f"/proc/self/fd/{descriptor}", place, "none", MS_BIND | MS_REC)
         os.close(descriptor)
-    with open("/etc/localtime", "wb") as file:
-        file.write(local_time)
-    for path, (text, mode) in files.items():
-        write(path, text, mode)
+    for path, (content, mode) in files.items():
+        write(path, content, mode)
 
 
 def run(command, environment):

@@ -1,0 +1,46 @@
+"""The table of a run: every figure is a median with the least and the greatest in brackets, every ratio one of two medians."""
+
+import statistics
+from math import ceil
+
+
+class Series:
+    """The measurements of one thing, in `unit`."""
+
+    def __init__(self, values, unit):
+        self.values, self.unit = sorted(values), unit
+        self.median = statistics.median(values)
+
+    def percentile(self, part):
+        return self.values[ceil(part * len(self.values)) - 1]
+
+    def __str__(self):
+        low, middle, high = (self.number(value) for value in (self.values[0], self.median, self.values[-1]))
+        return f"{middle} {self.unit} ({low} – {high})"
+
+    @staticmethod
+    def number(value):
+        return f"{value:.0f}" if value >= 100 else f"{value:.1f}" if value >= 10 else f"{value:.2f}"
+
+
+class Table:
+    def __init__(self):
+        self.rows = []
+
+    def row(self, what, figure, against, ratio, limit, is_met):
+        """is_met is None where there is no limit."""
+        verdict = {True: "yes", False: "**no**", None: "–"}[is_met]
+        self.rows.append([what, str(figure), str(against), ratio, limit, verdict])
+
+    def ratio_row(self, what, figure, against, name, limit):
+        ratio = figure.median / against.median
+        self.row(what, figure, f"{name}: {against}", f"{ratio:.2f}", f"≤ {limit}" if limit else "–",
+                 ratio <= limit if limit else None)
+
+    def print_all(self):
+        """Returns whether a limit is missed."""
+        print("| What | Figure | Measured against | Ratio | Limit | Met |")
+        print("| --- | --- | --- | ---: | ---: | :-: |")
+        for cells in self.rows:
+            print("| " + " | ".join(cells) + " |")
+        return any("no" in cells[-1] for cells in self.rows)
