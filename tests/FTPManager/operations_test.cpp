@@ -183,7 +183,11 @@ TEST(DownloadSize, ThatTheServerGetsWrongNeitherCutsNorDeceives) {
         if (answer.succeeds) {
             EXPECT_EQ(std::filesystem::file_size(local.path() / "n"), 7U);
         }
-        ASSERT_EQ(recorder.downloads.size(), 2U);
+        EXPECT_TRUE(manager.createNewFolder("folder", &server));
+        EXPECT_FALSE(manager.createNewFolder("folder", &server));
+        EXPECT_TRUE(manager.uploadData("x", "m", &server));
+        EXPECT_EQ(scripted.connectionCount(), 1) << "a refusal costs no connection";
+        ASSERT_GE(recorder.downloads.size(), 2U);
         for (const auto &progress : recorder.downloads) {
             EXPECT_EQ(progress ? std::optional(progress->fileSize) : std::nullopt, answer.toldSize);
         }
@@ -244,6 +248,19 @@ TEST_F(Operations, AreAbortedFromTheirDelegateToo) {
         << "the server took no part for the whole";
     manager.delegate = nullptr;
     EXPECT_THAT(log.take(), IsEmpty());
+}
+
+TEST_F(Operations, SayNoMoreThanTheyNeedOnAWarmConnection) {
+    scripted.setFile("htdocs/n", "content");
+    ASSERT_TRUE(manager.uploadData("x", "m", &server));
+    scripted.forgetCommands();
+    EXPECT_TRUE(manager.downloadFile("n", local.path(), &server));
+    EXPECT_THAT(scripted.commands(), ElementsAre("EPSV", "SIZE htdocs/n", "RETR htdocs/n"));
+    scripted.forgetCommands();
+    EXPECT_TRUE(manager.uploadFile(localFile("file"), &server));
+    EXPECT_TRUE(manager.createNewFolder("folder", &server));
+    EXPECT_THAT(scripted.commands(), ElementsAre("EPSV", "STOR htdocs/file", "MKD htdocs/folder"));
+    EXPECT_EQ(scripted.file("htdocs/file"), "content");
 }
 
 TEST_F(Operations, ListHiddenFilesWhereTheServerCan) {

@@ -136,6 +136,40 @@ TEST_P(RealServer, ListsWhatIsThere) {
     EXPECT_EQ(manager.contentsOfServer(&inside), std::nullopt);
 }
 
+TEST_P(RealServer, TellsTheSizeOfADownloadBeforeItsFirstByte) {
+    class Recorder : public FTPManagerDelegate {
+      public:
+        void ftpManagerDownloadProgressDidChange(const std::optional<FTPProgress> &progress) override {
+            all.push_back(progress);
+        }
+        std::vector<std::optional<FTPProgress>> all;
+    };
+    writeFile(folder / "file", std::string(100'000, 'x'));
+    Recorder recorder;
+    manager.delegate = &recorder;
+    ASSERT_TRUE(manager.contentsOfServer(&server)) << "after which the connection is in text mode";
+    ASSERT_TRUE(manager.downloadFile("file", local.path(), &server));
+    manager.delegate = nullptr;
+    ASSERT_TRUE(recorder.all.front() && recorder.all.back());
+    EXPECT_EQ(recorder.all.front()->fileSize, 100'000U);
+    EXPECT_EQ(recorder.all.front()->fileSizeProcessed, 0U);
+    EXPECT_EQ(recorder.all.back()->fileSizeProcessed, 100'000U);
+}
+
+TEST_P(RealServer, WaitsForNothingInSmallTransfers) {
+    const std::string text(10'000, 'x');
+    ASSERT_TRUE(manager.uploadData(text, "file", &server));
+    constexpr int kTransfers = 40;
+    // A wait that sleeps through the end of a transfer costs 100 ms and more each time.
+    constexpr std::chrono::seconds kLimit{2};
+    const auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < kTransfers / 2; ++i) {
+        EXPECT_TRUE(manager.uploadData(text, "file", &server));
+        EXPECT_EQ(read("file"), text);
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - start, kLimit);
+}
+
 TEST_P(RealServer, ObeysCommands) {
     ASSERT_TRUE(manager.uploadData("x", "notes.txt", &server));
     ASSERT_TRUE(manager.createNewFolder("archive", &server));
