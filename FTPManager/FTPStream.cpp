@@ -1,7 +1,6 @@
 #include "FTPManager/FTPStream.h"
 
 #include <algorithm>
-#include <cstring>
 #include <utility>
 
 FTPStream::FTPStream(const FTPTransport &transport, fm::TransferTask task, FTPStreamDelegate &delegate)
@@ -46,7 +45,7 @@ FTPWriteStream::FTPWriteStream(const FTPTransport &transport, fm::FTPAddress add
 std::ptrdiff_t FTPWriteStream::write(std::string_view bytes) {
     if (!takesBytes_ || isFinished_ || isClosed()) return -1;
     const std::size_t taken = std::min(bytes.size(), room_.size());
-    std::memcpy(room_.data(), bytes.data(), taken);
+    std::copy_n(bytes.begin(), taken, room_.begin());
     room_ = room_.subspan(taken);
     return static_cast<std::ptrdiff_t>(taken);
 }
@@ -77,7 +76,7 @@ FTPReadStream::FTPReadStream(const FTPTransport &transport, fm::FTPAddress addre
 
 std::size_t FTPReadStream::read(std::span<char> room) {
     const std::size_t count = std::min(room.size(), unread_.size());
-    std::memcpy(room.data(), unread_.data(), count);
+    std::copy_n(unread_.begin(), count, room.begin());
     unread_.remove_prefix(count);
     return count;
 }

@@ -141,8 +141,10 @@ void AppDelegate::Other_pre_proccesses() {
 
 void AppDelegate::Register_HotKeys() {
     constexpr std::uint16_t kKeyC = 8;
-    const auto hotKey = VkHotKeyCenter::sharedHotKeyCenter().registerHotKeyWithKeyCode(
-        kKeyC, kVkCommandFlag | kVkShiftFlag, this, "Save_bar_item");
+    VkHotKeyCenter &center = VkHotKeyCenter::sharedHotKeyCenter();
+    center.setPurpose(toUtf8(tr("Save the clipboard")));
+    const auto hotKey =
+        center.registerHotKeyWithKeyCode(kKeyC, kVkCommandFlag | kVkShiftFlag, this, "Save_bar_item");
     if (hotKey) hotKeys_.push_back(hotKey);
     // A combination that could not be had is no reason to bother the user: saving by the menu works.
 }

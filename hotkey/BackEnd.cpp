@@ -1,11 +1,41 @@
 #include "hotkey/BackEnd.h"
 
+#include <QCoreApplication>
+#include <QThread>
+#include <cstdlib>
+#include <string_view>
+
+#include "hotkey/Log.h"
+#include "hotkey/PortalBackEnd.h"
 #include "hotkey/X11BackEnd.h"
 
 namespace hotkey {
+namespace {
+
+bool isWaylandSession() {
+    const char *display = std::getenv("WAYLAND_DISPLAY"), *type = std::getenv("XDG_SESSION_TYPE");
+    return (display && *display) || (type && std::string_view(type) == "wayland");
+}
+
+OpenedBackEnd openOnWayland() {
+    OpenedBackEnd portal = openPortalBackEnd();
+    if (portal.backEnd) return portal;
+    OpenedBackEnd x11 = openX11BackEnd();
+    if (x11.backEnd)
+        logLine("hot key: keys pressed in Wayland windows do not arrive, only those in X11 windows: " +
+                portal.failure);
+    else
+        x11.failure = portal.failure + "; " + x11.failure;
+    return x11;
+}
+
+}  // namespace
 
 OpenedBackEnd openBackEndOfSession() {
-    return openX11BackEnd();
+    const QCoreApplication *application = QCoreApplication::instance();
+    if (!application || application->thread() != QThread::currentThread())
+        return {nullptr, "hot keys need the main thread of a running application"};
+    return isWaylandSession() ? openOnWayland() : openX11BackEnd();
 }
 
 }  // namespace hotkey

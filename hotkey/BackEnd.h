@@ -33,6 +33,15 @@ struct ReleasedEvent {
     std::chrono::milliseconds timestamp{0};
 };
 
+/// Reported by a back end when a registration has stopped working without having been given back.
+struct LossNotice {
+    VkHotKeyRef ref = 0;
+    std::string reason;  // in words for a user
+    /// The service goes on trying to take the combination again, and the handle stays valid. Otherwise the
+    /// handle names nothing any more.
+    bool isKept = false;
+};
+
 /// The outcome of a registration: a handle, or the reason in words why there is none.
 struct Registration {
     std::optional<VkHotKeyRef> ref;
@@ -43,18 +52,23 @@ struct Registration {
 class BackEnd {
   public:
     using ReleasedHandler = std::function<void(const ReleasedEvent &)>;
+    using LostHandler = std::function<void(const LossNotice &)>;
 
     virtual ~BackEnd() = default;
 
-    /// Sets who hears of released hot keys. Called once, before the first registration. The handler is called
-    /// from the event loop, never from inside another function of the back end, and may itself run an event
-    /// loop.
-    virtual void installEventHandler(ReleasedHandler handler) = 0;
+    /// Sets who hears of released hot keys and of lost registrations. Called once, before the first
+    /// registration. The handlers are called from the event loop, never from inside another function of the
+    /// back end, and may themselves run an event loop or end the back end. A notice may come for a handle
+    /// that was given back meanwhile.
+    virtual void installEventHandler(ReleasedHandler released, LostHandler lost) = 0;
 
     /// Takes a combination for this program alone. A mask with kServiceCapsLock fires only while Caps Lock is
-    /// on; without it the state of the lock keys does not matter. A failure leaves nothing taken.
+    /// on; without it the state of the lock keys does not matter. `purpose` says what the combination is for
+    /// where the service asks the user; it may be empty. A failure leaves nothing taken.
+    ///
+    /// A service that asks the user gives the handle at once: a refusal is reported as a loss.
     virtual Registration registerEventHotKey(std::uint16_t keyCode, std::uint32_t modifiers,
-                                             HotKeyIdentifier identifier) = 0;
+                                             HotKeyIdentifier identifier, const std::string &purpose) = 0;
 
     /// Gives a combination back; on return others can take it. An unknown handle is ignored.
     virtual void unregisterEventHotKey(VkHotKeyRef ref) = 0;
@@ -66,7 +80,9 @@ struct OpenedBackEnd {
     std::string failure;
 };
 
-/// Opens the hot-key service that this desktop session offers.
+/// Opens the hot-key service that this desktop session offers: in a Wayland session the desktop portal, or
+/// where that has no global shortcuts the X server for X11 programs, which does not see keys pressed in
+/// Wayland windows (a log line says so); otherwise the X server.
 OpenedBackEnd openBackEndOfSession();
 
 }  // namespace hotkey

@@ -29,15 +29,21 @@ struct VkKeyEvent {
     static constexpr int kKeyUpType = 11;
 
     int type = kKeyUpType;
-    QPoint location;                  // pointer position at the release, in pixels of the whole screen
-    std::uint64_t modifierFlags = 0;  // modifiers and Caps Lock just before the release, in toolkit form
-    std::chrono::milliseconds timestamp{
-        0};                  // by the clock of the window system; wraps after 49.7 days on X11
-    int windowNumber = -1;   // no window: a hot key belongs to the whole desktop
-    std::string characters;  // always empty, as is the next
+    /// Pointer position at the release, in pixels of the whole screen; (0, 0) on Wayland, which does not tell
+    /// it.
+    QPoint location;
+    /// Modifiers and Caps Lock just before the release, in toolkit form; on Wayland those of the hot key.
+    std::uint64_t modifierFlags = 0;
+    /// By the clock of the window system; wraps after 49.7 days on X11.
+    std::chrono::milliseconds timestamp{0};
+    /// No window: a hot key belongs to the whole desktop.
+    int windowNumber = -1;
+    /// Always empty, as is the next.
+    std::string characters;
     std::string charactersIgnoringModifiers;
     bool isARepeat = false;
-    std::uint16_t keyCode = 0;  // the hot key's own
+    /// The hot key's own.
+    std::uint16_t keyCode = 0;
 };
 Q_DECLARE_METATYPE(VkKeyEvent)
 
@@ -87,8 +93,7 @@ class VkHotKey {
     /// A target responds to an action when it has an invokable member (Q_INVOKABLE or a slot) of that name
     /// whose parameters are none, or one or both of these in this order:
     ///   1. the event, as `const VkKeyEvent &`, as `QVariant` (holding a VkKeyEvent), or as `QObject *`: the
-    ///   sender of
-    ///      an ordinary action, which is null here, so that a menu item and a hot key can share one
+    ///      sender of an ordinary action, which is null here, so that a menu item and a hot key can share one
     ///      operation;
     ///   2. the hot key's object, as `QVariant`.
     /// Of several such members the one with the most parameters is called, and of those the one declared

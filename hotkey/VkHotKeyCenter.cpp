@@ -26,6 +26,18 @@ VkHotKeyCenter::Predicate hasCombination(std::uint16_t keyCode, std::uint64_t mo
     };
 }
 
+/// Beyond these calls is the event loop, which must not see an exception of a client's.
+template <typename Call>
+void callClient(Call call) {
+    try {
+        call();
+    } catch (const std::exception &error) {
+        hotkey::logLine(std::string("hot key: the action failed: ") + error.what());
+    } catch (...) {
+        hotkey::logLine("hot key: the action failed");
+    }
+}
+
 }  // namespace
 
 /// Receives every released combination of the service; 0 means handled, and no event is ever passed on.
@@ -42,14 +54,7 @@ std::int32_t vk_hotKeyHandler(const hotkey::ReleasedEvent &event, VkHotKeyCenter
     keyUp.timestamp = event.timestamp;
     keyUp.keyCode = hotKey->keyCode();
 
-    // Beyond this frame is the event loop, which must not see an exception of a client's task.
-    try {
-        hotKey->invokeWithEvent(keyUp);
-    } catch (const std::exception &error) {
-        hotkey::logLine(std::string("hot key: the action failed: ") + error.what());
-    } catch (...) {
-        hotkey::logLine("hot key: the action failed");
-    }
+    callClient([&] { hotKey->invokeWithEvent(keyUp); });
     return 0;
 }
 
@@ -113,7 +118,7 @@ std::shared_ptr<VkHotKey> VkHotKeyCenter::_registerHotKey(const std::shared_ptr<
 
     const hotkey::Registration registration = backEnd_->registerEventHotKey(
         hotKey->keyCode(), VkCarbonModifierFlagsFromCocoaModifiers(hotKey->modifierFlags()),
-        {kHotKeySignature, _nextHotKeyID});
+        {kHotKeySignature, _nextHotKeyID}, purpose_);
     if (!registration.ref) {
         lastFailure_ = registration.failure;
         return nullptr;
@@ -134,8 +139,24 @@ bool VkHotKeyCenter::openBackEnd() {
     }
     backEnd_ = std::move(opened.backEnd);
     backEnd_->installEventHandler(
-        [this](const hotkey::ReleasedEvent &event) { vk_hotKeyHandler(event, *this); });
+        [this](const hotkey::ReleasedEvent &event) { vk_hotKeyHandler(event, *this); },
+        [this](const hotkey::LossNotice &notice) { registrationLost(notice); });
     return true;
+}
+
+void VkHotKeyCenter::registrationLost(const hotkey::LossNotice &notice) {
+    const VkHotKeySet lost =
+        hotKeysMatching([&notice](const VkHotKey &hotKey) { return hotKey.hotKeyRef() == notice.ref; });
+    if (lost.empty()) return;
+    const std::shared_ptr<VkHotKey> hotKey = *lost.begin();
+    hotkey::logLine("hot key: " + notice.reason);
+    lastFailure_ = notice.reason;
+    if (!notice.isKept) {
+        hotKey->setHotKeyRef(std::nullopt);
+        unregisterRecord(*hotKey);
+    }
+    const RegistrationLostHandler handler = lostHandler_;  // may set another
+    if (handler) callClient([&] { handler(hotKey, notice.reason); });
 }
 
 bool VkHotKeyCenter::hasRegisteredHotKeyWithKeyCode(std::uint16_t keyCode,

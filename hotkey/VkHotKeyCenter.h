@@ -6,11 +6,13 @@
 #include <optional>
 #include <string>
 #include <unordered_set>
+#include <utility>
 
 #include "hotkey/VkHotKey.h"
 
 namespace hotkey {
 class BackEnd;
+struct LossNotice;
 struct OpenedBackEnd;
 struct ReleasedEvent;
 }  // namespace hotkey
@@ -41,14 +43,21 @@ using VkHotKeySet = std::unordered_set<std::shared_ptr<VkHotKey>, VkHotKeyIdenti
 /// Clients use sharedHotKeyCenter() only. Everything here is for the main thread, after the QCoreApplication
 /// is made; a registered hot key fires from the event loop, once for each press, when its key is released.
 /// Key codes are the virtual ones (8 is the C key of the ANSI layout): they name a place on the keyboard, not
-/// a character.
+/// a character. VkStringFromKeyCode names a combination to the user.
 ///
-/// The centre owns the hot keys registered with it. Registration needs a hot-key service of the desktop,
-/// which is looked for at the first registration; where there is none a registration fails, lastFailure()
-/// says why, and the next one looks again. Nothing here throws, except what a client's own predicate throws.
+/// The centre owns the hot keys registered with it. Registration needs a hot-key service of the desktop: the
+/// X server, or on Wayland the desktop portal. It is looked for at the first registration; where there is
+/// none a registration fails, lastFailure() says why, and the next one looks again. Nothing here throws,
+/// except what a client's own predicate throws.
+///
+/// A registration can be lost later. Above all a Wayland desktop may ask the user, which takes as long as it
+/// takes, and the registration does not wait for that: it is there at once, and lost if the user says no. See
+/// setRegistrationLostHandler.
 class VkHotKeyCenter {
   public:
     using Predicate = std::function<bool(const VkHotKey &)>;
+    using RegistrationLostHandler =
+        std::function<void(const std::shared_ptr<VkHotKey> &hotKey, const std::string &reason)>;
     using BackEndOpener = std::function<hotkey::OpenedBackEnd()>;
 
     /// The one centre of the process. Made on first use, from any thread; it lives as long as the process.
@@ -76,10 +85,30 @@ class VkHotKeyCenter {
     /// that hot key.
     std::shared_ptr<VkHotKey> registerHotKey(const std::shared_ptr<VkHotKey> &hotKey);
 
-    /// Why the last registration gave no registered hot key, in words for a user; empty if it gave one.
+    /// Why the last registration gave no registered hot key, or why one was lost since, in words for a user;
+    /// empty if neither.
     const std::optional<std::string> &lastFailure() const { return lastFailure_; }
 
+    /// Sets who hears of registered hot keys that have stopped working without having been unregistered, with
+    /// the reason in words for a user. If the loss is for good (the user or the desktop has refused the
+    /// combination, the connection to the service is lost) the hot key has been removed from the centre and
+    /// has no hotKeyRef(). It may be registered again; with the same desktop that is likely to end the same
+    /// way. If it still has its hotKeyRef() the service goes on trying by itself (a changed keyboard without
+    /// the modifier, a portal that has ended) and the hot key will work again, without a further call, once
+    /// it can.
+    ///
+    /// Called from the event loop; it may do anything that a hot key may. The one set last counts, an empty
+    /// one is none.
+    void setRegistrationLostHandler(RegistrationLostHandler handler) { lostHandler_ = std::move(handler); }
+
+    /// Says what the hot keys registered from now on are for, in a few words in the user's language ("Save
+    /// the clipboard"): a desktop that asks the user shows them. Empty, as at first: the combination is
+    /// shown.
+    void setPurpose(std::string purpose) { purpose_ = std::move(purpose); }
+
+    /// Flags that mean nothing to the keyboard count here, too.
     bool hasRegisteredHotKeyWithKeyCode(std::uint16_t keyCode, std::uint64_t modifierFlags) const;
+    /// The hot keys of this centre for which the predicate is true.
     VkHotKeySet hotKeysMatching(const Predicate &predicate) const;
     /// The hot keys of this centre that hold a hotKeyRef.
     VkHotKeySet registeredHotKeys() const;
@@ -102,11 +131,14 @@ class VkHotKeyCenter {
 
     std::shared_ptr<VkHotKey> _registerHotKey(const std::shared_ptr<VkHotKey> &hotKey);
     void unregisterRecord(VkHotKey &hotKey);
+    void registrationLost(const hotkey::LossNotice &notice);
     bool openBackEnd();
 
     VkHotKeySet _registeredHotKeys;
     std::uint32_t _nextHotKeyID = 1;
     std::optional<std::string> lastFailure_;
+    RegistrationLostHandler lostHandler_;
+    std::string purpose_;
     BackEndOpener opener_;
     std::unique_ptr<hotkey::BackEnd> backEnd_;
     std::shared_ptr<VkHotKeyCenter *> self_;

@@ -1,73 +1,36 @@
 #include "hotkey/X11BackEnd.h"
 
-#include <QCoreApplication>
 #include <QObject>
 #include <QSocketNotifier>
-#include <QThread>
 #include <QTimer>
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
-#include <deque>
 #include <map>
 #include <vector>
 
-#include <xcb/xcb.h>
-// A field of this C header is called `explicit`.
-#define explicit explicit_
-#include <xcb/xkb.h>
-#undef explicit
-
+#include "hotkey/Deliveries.h"
 #include "hotkey/KeyCodes.h"
-#include "hotkey/Log.h"
+#include "hotkey/X11Connection.h"
+#include "hotkey/X11Grabs.h"
 #include "hotkey/X11Modifiers.h"
 
 namespace hotkey {
 namespace {
 
-using States = std::vector<std::uint16_t>;
-
-template <typename T>
-using CPointer = std::unique_ptr<T, decltype(&std::free)>;
-
-template <typename T>
-CPointer<T> owned(T *allocated) {
-    return {allocated, &std::free};
-}
-
-struct Disconnect {
-    void operator()(xcb_connection_t *connection) const { xcb_disconnect(connection); }
-};
-using Connection = std::unique_ptr<xcb_connection_t, Disconnect>;
-
-constexpr std::uint16_t kInputCodeToKeycode = 8;  // X key codes count from here
-constexpr std::uint16_t kModifierBits = 0xff;     // of an event's state; above are the pointer's buttons
+constexpr std::uint16_t kModifierBits = 0xff;  // of an event's state; above are the pointer's buttons
 
 // While a combination is held its release is usually reported. It is not when the grab ended before, for
 // instance with the key of another combination that was held, too; so the keys are looked at now and then. A
 // person does not notice this delay.
 constexpr std::chrono::milliseconds kHeldKeysCheckInterval{40};
 
+// A keyboard changes in several steps, between which a combination may be away for a moment. Only what stays
+// away longer is reported.
+constexpr std::chrono::milliseconds kAwayLimit{2000};
+
 constexpr const char *kConnectionLost = "the connection to the X server was lost";
-
-/// Switches this connection to detectable auto-repeat, so that a held key has one release, and asks for
-/// notices of a changed keyboard. Returns the first event number of the extension, 0 if it is not there.
-std::uint8_t startXkb(xcb_connection_t *connection) {
-    const auto use = xcb_xkb_use_extension(connection, XCB_XKB_MAJOR_VERSION, XCB_XKB_MINOR_VERSION);
-    const auto used = owned(xcb_xkb_use_extension_reply(connection, use, nullptr));
-    const xcb_query_extension_reply_t *extension = xcb_get_extension_data(connection, &xcb_xkb_id);
-    if (!used || !used->supported || !extension || !extension->present) return 0;
-
-    constexpr std::uint32_t kRepeat = XCB_XKB_PER_CLIENT_FLAG_DETECTABLE_AUTO_REPEAT;
-    const auto set = xcb_xkb_per_client_flags(connection, XCB_XKB_ID_USE_CORE_KBD, kRepeat, kRepeat, 0, 0, 0);
-    const auto flags = owned(xcb_xkb_per_client_flags_reply(connection, set, nullptr));
-    if (!flags || !(flags->value & kRepeat)) return 0;
-
-    constexpr std::uint16_t kEvents = XCB_XKB_EVENT_TYPE_NEW_KEYBOARD_NOTIFY | XCB_XKB_EVENT_TYPE_MAP_NOTIFY;
-    constexpr std::uint16_t kParts = XCB_XKB_MAP_PART_KEY_SYMS | XCB_XKB_MAP_PART_MODIFIER_MAP;
-    xcb_xkb_select_events(connection, XCB_XKB_ID_USE_CORE_KBD, kEvents, 0, kEvents, kParts, kParts, nullptr);
-    return extension->first_event;
-}
+constexpr const char *kModifierMissing = "this keyboard lacks the Command (Super) or the Option (Alt) key";
 
 class X11BackEnd final : public BackEnd {
   public:
@@ -80,13 +43,19 @@ class X11BackEnd final : public BackEnd {
         QObject::connect(&notifier_, &QSocketNotifier::activated, &context_, [this] { readEvents(); });
         heldKeysCheck_.setInterval(kHeldKeysCheckInterval);
         QObject::connect(&heldKeysCheck_, &QTimer::timeout, &context_, [this] { findMissedReleases(); });
+        awayCheck_.setSingleShot(true);
+        awayCheck_.setInterval(kAwayLimit);
+        QObject::connect(&awayCheck_, &QTimer::timeout, &context_, [this] { reportAway(); });
         readEvents();  // whatever came along with the first replies
     }
 
-    void installEventHandler(ReleasedHandler handler) override { handler_ = std::move(handler); }
+    void installEventHandler(ReleasedHandler released, LostHandler lost) override {
+        releasedHandler_ = std::move(released);
+        lostHandler_ = std::move(lost);
+    }
 
     Registration registerEventHotKey(std::uint16_t keyCode, std::uint32_t modifiers,
-                                     HotKeyIdentifier identifier) override {
+                                     HotKeyIdentifier identifier, const std::string & /*purpose*/) override {
         readEvents();
         if (isLost()) return {std::nullopt, kConnectionLost};
 
@@ -98,12 +67,11 @@ class X11BackEnd final : public BackEnd {
 
         HotKey hotKey{static_cast<xcb_keycode_t>(keycode), modifiers, identifier,
                       modifiers_.statesFor(modifiers)};
-        if (hotKey.states.empty())
-            return {std::nullopt, "this keyboard lacks the Command (Super) or the Option (Alt) key"};
+        if (hotKey.states.empty()) return {std::nullopt, kModifierMissing};
         if (isTakenByOurselves(hotKey))
             return {std::nullopt, "this program has registered the combination already"};
 
-        std::string failure = grab(hotKey.keycode, hotKey.states);
+        std::string failure = grabKey(connection_.get(), root_, hotKey.keycode, hotKey.states);
         readEvents();
         if (isLost()) return {std::nullopt, kConnectionLost};
         if (!failure.empty()) return {std::nullopt, std::move(failure)};
@@ -114,7 +82,7 @@ class X11BackEnd final : public BackEnd {
     void unregisterEventHotKey(VkHotKeyRef ref) override {
         const auto hotKey = hotKeys_.find(ref);
         if (hotKey == hotKeys_.end()) return;
-        ungrab(hotKey->second.keycode, hotKey->second.states);
+        ungrabKey(connection_.get(), root_, hotKey->second.keycode, hotKey->second.states);
         hotKeys_.erase(hotKey);
         std::erase_if(held_, [ref](const auto &held) { return held.second.ref == ref; });
         readEvents();
@@ -126,6 +94,8 @@ class X11BackEnd final : public BackEnd {
         std::uint32_t modifiers;  // service mask
         HotKeyIdentifier identifier;
         States states;  // those that are grabbed; empty while the keyboard or another program leaves none
+        std::string reasonAway = {};  // why there are none
+        bool isReportedAway = false;
     };
     struct HeldKey {
         VkHotKeyRef ref;
@@ -142,35 +112,6 @@ class X11BackEnd final : public BackEnd {
         });
     }
 
-    /// Grabs the key in all the states, or in none and says why.
-    std::string grab(xcb_keycode_t keycode, const States &states) {
-        std::vector<xcb_void_cookie_t> requests;
-        for (const std::uint16_t state : states)
-            requests.push_back(xcb_grab_key_checked(connection_.get(), false, root_, state, keycode,
-                                                    XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC));
-        States granted;
-        std::string failure;
-        for (std::size_t i = 0; i < states.size(); ++i) {
-            const auto error = owned(xcb_request_check(connection_.get(), requests[i]));
-            if (!error)
-                granted.push_back(states[i]);
-            else if (error->error_code == XCB_ACCESS)
-                failure = "another program has taken the combination";
-            else
-                failure =
-                    "the X server refused the combination with error " + std::to_string(error->error_code);
-        }
-        if (!failure.empty()) ungrab(keycode, granted);
-        return failure;
-    }
-
-    void ungrab(xcb_keycode_t keycode, const States &states) {
-        std::vector<xcb_void_cookie_t> requests;
-        for (const std::uint16_t state : states)
-            requests.push_back(xcb_ungrab_key_checked(connection_.get(), keycode, root_, state));
-        for (const xcb_void_cookie_t request : requests) owned(xcb_request_check(connection_.get(), request));
-    }
-
     /// Handles all events that are there. To be called after everything that waits for a reply, too: the
     /// events that arrived with the reply are no longer in the socket, where the notifier would see them.
     void readEvents() {
@@ -185,7 +126,8 @@ class X11BackEnd final : public BackEnd {
         if (isLost() && notifier_.isEnabled()) {
             notifier_.setEnabled(false);  // its socket stays readable for ever
             held_.clear();
-            logLine(std::string("hot key: ") + kConnectionLost);
+            for (const auto &[ref, hotKey] : hotKeys_) report({ref, kConnectionLost, false});
+            hotKeys_.clear();
         }
         if (held_.empty()) heldKeysCheck_.stop();
     }
@@ -247,73 +189,75 @@ class X11BackEnd final : public BackEnd {
     /// instance for an alert, and neither the events read together with this one nor later ones should wait
     /// for its end.
     void fire(VkHotKeyRef ref, QPoint location, std::uint16_t state, xcb_timestamp_t time) {
-        const bool isAwaited = !released_.empty();
-        released_.push_back({hotKeys_.at(ref).identifier, location, modifiers_.serviceMaskFor(state),
-                             std::chrono::milliseconds(time)});
-        if (!isAwaited) deliverSoon();
+        const ReleasedEvent event{hotKeys_.at(ref).identifier, location, modifiers_.serviceMaskFor(state),
+                                  std::chrono::milliseconds(time)};
+        deliveries_.post([event, handler = releasedHandler_] {
+            if (handler) handler(event);
+        });
     }
 
-    void deliverSoon() {
-        QMetaObject::invokeMethod(
-            &context_, [this] { deliverOne(); }, Qt::QueuedConnection);
+    void report(LossNotice notice) {
+        deliveries_.post([notice = std::move(notice), handler = lostHandler_] {
+            if (handler) handler(notice);
+        });
     }
 
-    void deliverOne() {
-        const ReleasedEvent event = released_.front();
-        released_.pop_front();
-        // Asked for anew each time: GLib's event loop, when it runs inside another, leaves out what was
-        // queued before.
-        if (!released_.empty()) deliverSoon();
-        const ReleasedHandler handler = handler_;  // may end this object
-        if (handler) handler(event);
-    }
-
-    /// Follows modifiers that moved: takes the new states of every hot key, then gives back the old ones.
+    /// Follows modifiers that moved, and tries again what is away.
     void adaptToKeyboard() {
         const std::optional<X11Modifiers> current = readX11Modifiers(connection_.get());
-        if (!current || *current == modifiers_) return;
+        if (!current) return;
+        const bool haveModifiersMoved = *current != modifiers_;
         modifiers_ = *current;
-        for (auto &[ref, hotKey] : hotKeys_) {
-            const States wanted = modifiers_.statesFor(hotKey.modifiers);
-            const std::string failure = grab(hotKey.keycode, without(wanted, hotKey.states));
-            ungrab(hotKey.keycode, failure.empty() ? without(hotKey.states, wanted) : hotKey.states);
-            hotKey.states = failure.empty() ? wanted : States{};
-            if (!hotKey.states.empty()) continue;
-            logLine("hot key: a change of the keyboard took a combination away" +
-                    (failure.empty() ? std::string() : ": " + failure));
-        }
+        for (auto &[ref, hotKey] : hotKeys_)
+            if (haveModifiersMoved || hotKey.states.empty()) adapt(hotKey);
+        if (std::ranges::any_of(hotKeys_, [](const auto &entry) { return entry.second.states.empty(); }))
+            awayCheck_.start();
     }
 
-    static States without(const States &states, const States &removed) {
-        States left;
-        for (const std::uint16_t state : states)
-            if (std::ranges::find(removed, state) == removed.end()) left.push_back(state);
-        return left;
+    /// Takes the states that stand for the combination now, then gives back those that did before.
+    void adapt(HotKey &hotKey) {
+        const States wanted = modifiers_.statesFor(hotKey.modifiers);
+        hotKey.reasonAway = wanted.empty() ? kModifierMissing
+                                           : grabKey(connection_.get(), root_, hotKey.keycode,
+                                                     without(wanted, hotKey.states));
+        const bool isTaken = hotKey.reasonAway.empty();
+        ungrabKey(connection_.get(), root_, hotKey.keycode,
+                  isTaken ? without(hotKey.states, wanted) : hotKey.states);
+        hotKey.states = isTaken ? wanted : States{};
+        if (isTaken) hotKey.isReportedAway = false;
+    }
+
+    void reportAway() {
+        for (auto &[ref, hotKey] : hotKeys_) {
+            if (hotKey.states.empty()) adapt(hotKey);  // another program may have let go of it
+            if (!hotKey.states.empty() || hotKey.isReportedAway) continue;
+            hotKey.isReportedAway = true;
+            report({ref, "a change of the keyboard took the combination away: " + hotKey.reasonAway, true});
+        }
+        readEvents();
     }
 
     Connection connection_;
     xcb_window_t root_;
     std::uint8_t xkbFirstEvent_;
     X11Modifiers modifiers_;
-    ReleasedHandler handler_;
+    ReleasedHandler releasedHandler_;
+    LostHandler lostHandler_;
     std::map<VkHotKeyRef, HotKey> hotKeys_;
     VkHotKeyRef lastRef_ = 0;
     std::map<xcb_keycode_t, HeldKey> held_;
-    std::deque<ReleasedEvent> released_;  // not delivered yet
+    Deliveries deliveries_;
     xcb_timestamp_t lastEventTime_ = 0;
     QObject context_;
     QSocketNotifier notifier_;
     QTimer heldKeysCheck_;
+    QTimer awayCheck_;
 };
 
 }  // namespace
 
 OpenedBackEnd openX11BackEnd(const std::string &display) {
     const auto failed = [](std::string reason) { return OpenedBackEnd{nullptr, std::move(reason)}; };
-    const QCoreApplication *application = QCoreApplication::instance();
-    if (!application || application->thread() != QThread::currentThread())
-        return failed("hot keys need the main thread of a running application");
-
     const char *environment = std::getenv("DISPLAY");
     const std::string name = !display.empty() ? display : environment ? environment : "";
     if (name.empty())
@@ -326,7 +270,8 @@ OpenedBackEnd openX11BackEnd(const std::string &display) {
     xcb_screen_iterator_t screens = xcb_setup_roots_iterator(xcb_get_setup(connection.get()));
     while (screenNumber-- > 0 && screens.rem > 1) xcb_screen_next(&screens);
     const std::uint8_t xkbFirstEvent = startXkb(connection.get());
-    if (xkbFirstEvent == 0) return failed("the X server " + name + " lacks the keyboard extension XKB");
+    if (xkbFirstEvent == 0 || !detectAutoRepeat(connection.get()))
+        return failed("the X server " + name + " lacks the keyboard extension XKB");
     const std::optional<X11Modifiers> modifiers = readX11Modifiers(connection.get());
     if (!modifiers) return failed(kConnectionLost);
     return {

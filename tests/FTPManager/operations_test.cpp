@@ -11,6 +11,7 @@
 #include "FTPManager/FTPManager.h"
 #include "LogCapture.h"
 #include "support/ScriptedFtpServer.h"
+#include "support/StorageServer.h"
 #include "support/TemporaryFolder.h"
 
 namespace {
@@ -194,6 +195,33 @@ TEST(DownloadSize, ThatTheServerGetsWrongNeitherCutsNorDeceives) {
     }
 }
 
+TEST(DataAddress, ThatTheServerGetsWrongIsNotBelieved) {
+    LogCapture log;
+    // Without EPSV, the scripted server tells an address where nobody answers.
+    for (const std::string refusal : {"500 What?", "522 Network protocol not supported."}) {
+        ScriptedFtpServer scripted(Faults{{.at = "EPSV", .reply = refusal}});
+        FMServer server = FMServer::serverWithDestination("127.0.0.1/htdocs", "u", "p");
+        server.port = scripted.port();
+        FTPManager manager;
+        EXPECT_TRUE(manager.uploadData("x", "n", &server));
+        EXPECT_THAT(manager.contentsOfServer(&server), Optional(testing::SizeIs(1)));
+    }
+    for (const std::string reply :
+         {"227 Passive (1,2,3).", "227 Passive.", "227 Passive (999,999,999,999,999,999).",
+          "227 Passive (127,0,0,1,0,1).", "229 Passive (|||1|)", "200 Yes."}) {
+        ScriptedFtpServer scripted(Faults{{.at = "EPSV", .reply = "500 What?", .times = 1},
+                                          {.at = "PASV", .reply = reply, .times = 1}});
+        FMServer server = FMServer::serverWithDestination("127.0.0.1/htdocs", "u", "p");
+        server.port = scripted.port();
+        FTPManager manager(std::make_shared<FTPTransport>(
+            TransportOptions{.limits = kQuickLimits, .tls = TlsMode::kOff, .caFile = {}}));
+        const Clock::time_point start = Clock::now();
+        EXPECT_FALSE(manager.uploadData("x", "n", &server)) << reply;
+        EXPECT_LT(Clock::now() - start, 5s) << reply;
+        EXPECT_TRUE(manager.uploadData("x", "n", &server)) << reply;
+    }
+}
+
 TEST_F(Operations, AbortEndsEachTransferAsIfItHadSucceeded) {
     scripted.setFile("htdocs/n", std::string(200'000, 'x'));
     scripted.setFile("htdocs/m", "");
@@ -310,6 +338,17 @@ TEST_F(Operations, SendTheirCommandsAtOnceInTheirOrder) {
     server.port = 1;
     EXPECT_FALSE(manager.checkLogin(&server));
     EXPECT_THAT(log.take(), ElementsAre("error connecting."));
+}
+
+TEST_F(Operations, AreShownByTheExample) {
+    scripted.setFile("htdocs/old", "1");
+    ChildProcess example(
+        {FTP_EXAMPLE, "127.0.0.1/htdocs", std::to_string(scripted.port()), "u", "p", localFile("file")}, {});
+    EXPECT_EQ(example.readLine(), "100 %");
+    EXPECT_EQ(example.readLine(), "         7  file");
+    EXPECT_EQ(example.readLine(), "         1  old");
+    EXPECT_EQ(example.waitForEnd(), 0);
+    EXPECT_EQ(scripted.file("htdocs/file"), "content");
 }
 
 TEST(Answers, AreJudgedByTheFirstCharacterOfEachPiece) {

@@ -12,6 +12,8 @@
 inline constexpr std::uint8_t kC = 54, kV = 55, kA = 38, kSuper = 133, kShift = 50, kControl = 37, kAlt = 64;
 inline constexpr std::uint8_t kCapsLock = 66, kNumLock = 77;
 
+inline constexpr std::uint8_t kRightSuper = 134, kVirtualSuper = 206;  // of Debian's keyboards
+
 inline constexpr std::uint16_t kScrollLockMask = XCB_MOD_MASK_3;
 
 /// Turns the event loop until the condition holds; false if it does not within ten seconds.

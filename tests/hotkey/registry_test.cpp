@@ -27,6 +27,8 @@ struct Service {
     std::map<VkHotKeyRef, Held> held;
     std::string refusal;
     hotkey::BackEnd::ReleasedHandler handler;
+    hotkey::BackEnd::LostHandler lost;
+    std::string purpose;
     int openings = 0;
     VkHotKeyRef lastRef = 100;
 
@@ -38,9 +40,14 @@ struct Service {
 class FakeBackEnd : public hotkey::BackEnd {
   public:
     explicit FakeBackEnd(Service &service) : service_(service) {}
-    void installEventHandler(ReleasedHandler handler) override { service_.handler = std::move(handler); }
+    void installEventHandler(ReleasedHandler released, LostHandler lost) override {
+        service_.handler = std::move(released);
+        service_.lost = std::move(lost);
+    }
     hotkey::Registration registerEventHotKey(std::uint16_t keyCode, std::uint32_t modifiers,
-                                             hotkey::HotKeyIdentifier identifier) override {
+                                             hotkey::HotKeyIdentifier identifier,
+                                             const std::string &purpose) override {
+        service_.purpose = purpose;
         if (!service_.refusal.empty()) return {std::nullopt, service_.refusal};
         service_.held[++service_.lastRef] = {keyCode, modifiers, identifier};
         return {service_.lastRef, {}};
@@ -212,6 +219,35 @@ TEST_F(Registry, LogsDoubtfulAndFailedDeliveries) {
     hotkey::setLogSink(nullptr);
     EXPECT_EQ(events.size(), 1u);
     EXPECT_THAT(lines, ElementsAre("ERROR!", testing::HasSubstr("no paper")));
+}
+
+TEST_F(Registry, TellsOfALostRegistration) {
+    hotkey::setLogSink([](std::string_view) {});
+    std::vector<std::string> losses;
+    center.setRegistrationLostHandler(
+        [&](const std::shared_ptr<VkHotKey> &hotKey, const std::string &reason) {
+            losses.push_back(std::to_string(hotKey->keyCode()) + (hotKey->hotKeyRef() ? " kept: " : ": ") +
+                             reason);
+            throw std::runtime_error("nobody's business");
+        });
+    center.setPurpose("a test");
+    const auto kept = add(9), lost = add(8);
+    EXPECT_EQ(service.purpose, "a test");
+    const VkHotKeyRef ref = *lost->hotKeyRef();
+
+    service.lost({*kept->hotKeyRef(), "no such key now", true});
+    service.release(1);
+    EXPECT_EQ(events.size(), 1u);
+    service.held.erase(ref);
+    service.lost({ref, "refused", false});
+    EXPECT_EQ(center.lastFailure(), "refused");
+    EXPECT_FALSE(lost->hotKeyRef());
+    EXPECT_THAT(registeredKeyCodes(), ElementsAre(9));
+    service.lost({ref, "refused", false});  // of what is no longer registered
+    EXPECT_THAT(losses, ElementsAre("9 kept: no such key now", "8: refused"));
+    EXPECT_EQ(center.registerHotKey(lost), lost);
+    EXPECT_EQ(center.lastFailure(), std::nullopt);
+    hotkey::setLogSink(nullptr);
 }
 
 TEST_F(Registry, CallsTheActionItsTargetRespondsToOrElseTheTask) {

@@ -18,6 +18,11 @@ constexpr std::uint16_t kKeyCodeC = 8, kKeyCodeV = 9, kKeyCodeA = 0, kKeyCodeF19
 constexpr std::uint64_t kCommandShift = kVkCommandFlag | kVkShiftFlag;
 constexpr std::uint16_t kCommandShiftState = XCB_MOD_MASK_4 | XCB_MOD_MASK_SHIFT;
 
+/// Runs setxkbmap, which replaces the whole keyboard.
+bool setKeyboard(const QStringList &arguments) {
+    return QProcess::execute("setxkbmap", arguments) == 0;
+}
+
 class X11HotKey : public testing::Test {
   protected:
     static void SetUpTestSuite() {
@@ -45,9 +50,9 @@ class X11HotKey : public testing::Test {
     bool waitForCount(std::size_t wanted, std::uint16_t keyCode = kKeyCodeC) {
         return waitUntil([&] { return fired[keyCode].size() >= wanted; }) && count(keyCode) == wanted;
     }
-    void type(std::uint8_t key = kC) {
-        other.press({kSuper, kShift, key});
-        other.release({key, kShift, kSuper});
+    void type(std::uint8_t key = kC, std::uint8_t super = kSuper) {
+        other.press({super, kShift, key});
+        other.release({key, kShift, super});
     }
 
     X11Desktop other;
@@ -187,9 +192,9 @@ TEST_F(X11HotKey, GoesOnFiringWhileAnActionRunsAnEventLoop) {
 TEST_F(X11HotKey, FollowsTheKeyboard) {
     ASSERT_TRUE(add());
     other.putOnModifier(3, {kSuper});
-    const auto firesAfterAWhile = [&](std::size_t wanted) {
+    const auto firesAfterAWhile = [&](std::size_t wanted, std::uint8_t super = kSuper) {
         return waitUntil([&] {
-            type();
+            type(kC, super);
             return count() == wanted;
         });
     };
@@ -197,11 +202,73 @@ TEST_F(X11HotKey, FollowsTheKeyboard) {
     EXPECT_TRUE(other.grab(kCommandShiftState, kC)) << "the old combination is kept";
     other.ungrab(kCommandShiftState, kC);
 
-    ASSERT_EQ(QProcess::execute("setxkbmap", {"us,ru"}),
-              0);  // a whole new keyboard, with the second layout active
-    other.lockGroup(1);
+    ASSERT_TRUE(setKeyboard({"us,ru"}));
+    other.lockGroup(1);  // the place stays, whatever character it gives
     EXPECT_TRUE(firesAfterAWhile(2));
-    EXPECT_EQ(QProcess::execute("setxkbmap", {"us"}), 0);
+    ASSERT_TRUE(setKeyboard({"us", "-option", "altwin:swap_alt_win"}));
+    EXPECT_TRUE(firesAfterAWhile(3, kAlt));
+    type();
+    EXPECT_EQ(count(), 3u) << "Super is where Alt was";
+    ASSERT_TRUE(setKeyboard({"us", "-option", ""}));
+    EXPECT_TRUE(firesAfterAWhile(4));
+}
+
+TEST_F(X11HotKey, TakesACombinationAgainThatAKeyboardHadTakenAway) {
+    hotkey::setLogSink([](std::string_view) {});
+    const auto hotKey = add();
+    ASSERT_TRUE(hotKey);
+    std::vector<std::string> losses;
+    center.setRegistrationLostHandler([&](const std::shared_ptr<VkHotKey> &lost, const std::string &reason) {
+        EXPECT_EQ(lost, hotKey);
+        losses.push_back(reason);
+    });
+    other.putOnModifier(3, {kSuper, kRightSuper, kVirtualSuper});
+    ASSERT_TRUE(other.grab(XCB_MOD_MASK_3 | XCB_MOD_MASK_SHIFT, kC));
+    type();
+    EXPECT_EQ(count(), 0u);
+    other.putOnModifier(4, {kSuper, kRightSuper, kVirtualSuper});
+    ASSERT_TRUE(waitUntil([&] {
+        type();
+        return count() == 1u;
+    }));
+    EXPECT_THAT(losses, testing::IsEmpty()) << "what is away for a moment only is not worth a word";
+
+    other.putOnModifier(3, {kSuper, kRightSuper, kVirtualSuper});
+    ASSERT_TRUE(waitUntil([&] { return !losses.empty(); }));
+    EXPECT_THAT(losses, testing::ElementsAre(testing::HasSubstr("another program")));
+    EXPECT_EQ(center.lastFailure(), losses.front());
+    EXPECT_TRUE(hotKey->hotKeyRef());
+    other.ungrab(XCB_MOD_MASK_3 | XCB_MOD_MASK_SHIFT, kC);
+    other.putOnModifier(4, {kSuper, kRightSuper, kVirtualSuper});
+    EXPECT_TRUE(waitUntil([&] {
+        type();
+        return count() == 2u;
+    }));
+    hotkey::setLogSink(nullptr);
+}
+
+TEST_F(X11HotKey, SharesACombinationWithAnotherProgramByTurns) {
+    QProcess program;
+    program.start(HOT_KEY_EXAMPLE, {QString::number(kKeyCodeC)});
+    const auto prints = [&](const QByteArray &line) {
+        return waitUntil([&] { return program.canReadLine(); }) && program.readLine() == line + '\n';
+    };
+    ASSERT_TRUE(prints("Press ⇧⌘c; Ctrl+C in this terminal ends it"));
+    EXPECT_FALSE(add());
+    EXPECT_THAT(*center.lastFailure(), testing::HasSubstr("another program"));
+    type();
+    EXPECT_TRUE(prints("⇧⌘c was pressed"));
+    EXPECT_EQ(other.pressesSeen(kC), 0);
+
+    program.terminate();
+    ASSERT_TRUE(waitUntil([&] { return program.state() == QProcess::NotRunning; }));
+    EXPECT_TRUE(waitUntil([&] { return add() != nullptr; }));
+    type();
+    EXPECT_TRUE(waitForCount(1));
+    program.start(HOT_KEY_EXAMPLE, {QString::number(kKeyCodeC)});
+    EXPECT_TRUE(prints("⇧⌘c is not to be had: another program has taken the combination"));
+    ASSERT_TRUE(waitUntil([&] { return program.state() == QProcess::NotRunning; }));
+    EXPECT_EQ(program.exitCode(), 1);
 }
 
 TEST_F(X11HotKey, OutlivesTheServer) {
@@ -220,9 +287,11 @@ TEST_F(X11HotKey, OutlivesTheServer) {
     };
     const auto hotKey = add(kKeyCodeC);
     ASSERT_TRUE(hotKey);
-    X11Desktop(display).press({kSuper, kShift, kC});
+    X11Desktop hands(display);
+    hands.press({kSuper, kShift, kC});
     server.kill();
     EXPECT_TRUE(waitUntil([&] { return !lines.empty(); }));
+    EXPECT_FALSE(hotKey->hotKeyRef());
     EXPECT_FALSE(add(kKeyCodeV));
     EXPECT_THAT(*remote.lastFailure(), testing::HasSubstr("was lost"));
     remote.unregisterHotKey(hotKey);
