@@ -223,10 +223,10 @@ bool FTPManager::Operations::_uploadFile(const std::filesystem::path &file, cons
 
 bool FTPManager::Operations::upload(std::unique_ptr<fm::ByteReader> reader, std::string_view withFileName,
                                     const FMServer &toServer, const std::stop_token &cancelled) {
-    std::optional<fm::FTPAddress> address = addressOfFile(withFileName, toServer);
+    const std::optional<fm::FTPAddress> address = addressOfFile(withFileName, toServer);
     if (!address || !reader) return false;
     fileReader = std::move(reader);
-    FTPWriteStream writeStream(*transport_, std::move(*address), FTPWriteStream::Target::kFile, *this);
+    FTPWriteStream writeStream(*transport_, *address, FTPWriteStream::Target::kFile, *this);
     serverStream = &writeStream;
     return runStream(writeStream, cancelled);
 }
@@ -234,9 +234,9 @@ bool FTPManager::Operations::upload(std::unique_ptr<fm::ByteReader> reader, std:
 bool FTPManager::Operations::_createNewFolder(std::string_view name, const FMServer &atServer,
                                               const std::stop_token &cancelled) {
     begin(FTPManagerAction::kCreateFolder, 0);
-    std::optional<fm::FTPAddress> address = addressOfFile(name, atServer);
+    const std::optional<fm::FTPAddress> address = addressOfFile(name, atServer);
     if (!address) return false;
-    FTPWriteStream writeStream(*transport_, std::move(*address), FTPWriteStream::Target::kFolder, *this);
+    FTPWriteStream writeStream(*transport_, *address, FTPWriteStream::Target::kFolder, *this);
     serverStream = &writeStream;
     return runStream(writeStream, cancelled);
 }

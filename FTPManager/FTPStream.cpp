@@ -30,7 +30,7 @@ bool FTPStream::turn() {
     return false;
 }
 
-FTPWriteStream::FTPWriteStream(const FTPTransport &transport, fm::FTPAddress address, Target target,
+FTPWriteStream::FTPWriteStream(const FTPTransport &transport, const fm::FTPAddress &address, Target target,
                                FTPStreamDelegate &delegate)
     : FTPStream(transport,
                 target == Target::kFolder

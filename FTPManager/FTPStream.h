@@ -65,7 +65,7 @@ class FTPStream {
 class FTPWriteStream : public FTPStream {
   public:
     enum class Target { kFile, kFolder };
-    FTPWriteStream(const FTPTransport &transport, fm::FTPAddress address, Target target,
+    FTPWriteStream(const FTPTransport &transport, const fm::FTPAddress &address, Target target,
                    FTPStreamDelegate &delegate);
 
     /// Only while the delegate handles kSpaceAvailable. Takes some of the bytes or all and returns how many;
