@@ -24,12 +24,10 @@ void log(const std::string &line) {
 }  // namespace
 
 AppDelegate::AppDelegate(Shell shell)
-    : Saveing_menu_item(*interface.Saveing_menu_item, shell.gate),
-      Clipboard_saves_menu_item(*interface.Clipboard_saves_menu_item, shell.gate),
-      Add_contact_menu_item(*interface.Add_contact_menu_item, shell.gate),
-      Remove_a_friend_item(*interface.Remove_a_friend_item, shell.gate),
-      Log_in_menu_item(*interface.Log_in_menu_item, shell.gate),
-      Unlock_passcode_item(*interface.Unlock_passcode_item, shell.gate),
+    : menu{{*interface.Saveing_menu_item, shell.gate},     {*interface.Clipboard_saves_menu_item, shell.gate},
+           {*interface.Add_contact_menu_item, shell.gate}, {*interface.Remove_a_friend_item, shell.gate},
+           {*interface.Log_in_menu_item, shell.gate},      {*interface.Unlock_passcode_item, shell.gate},
+           {*interface.Change_password_item, shell.gate}},
       shell_(std::move(shell)) {
     wireInterface();
     bannerTime_.setSingleShot(true);
@@ -62,7 +60,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     }
     log("Is not first use");
     RemoveContact_enabled = false;
-    Unlock_passcode_item.clearAction();
+    menu.Unlock_passcode_item.clearAction();
 
     setFloatingWindowLevel(*interface.Quillery_window);
     interface.Checking_for_connection_spinner->setUsesThreadedAnimation(true);
@@ -129,8 +127,8 @@ void AppDelegate::Varibles_values() {
 }
 
 void AppDelegate::Other_pre_proccesses() {
-    Log_in_menu_item.setSubmenu(&interface.Log_in_menu);
-    Log_in_menu_item.setImage(QStringLiteral("lock.png"));
+    menu.Log_in_menu_item.setSubmenu(&interface.Log_in_menu);
+    menu.Log_in_menu_item.setImage(QStringLiteral("lock.png"));
     interface.Instructions_image_view->setPixmap(QPixmap(QStringLiteral(":/images/Instructions-1.png")));
     interface.Inst_Back->setEnabled(false);
     interface.Auto_Login_Check_box->setEnabled(false);
@@ -162,7 +160,7 @@ bool AppDelegate::Check_if_internet_connection_is_found() {
 }
 
 void AppDelegate::applyOfflineState() {
-    Remove_a_friend_item.clearAction();
+    menu.Remove_a_friend_item.clearAction();
     Username.reset();
     Password.reset();
     isSigned_in = false;
@@ -178,20 +176,21 @@ void AppDelegate::applySignedInPresentation() {
     interface.Add_friend_windowed_mode->setEnabled(true);
     interface.Remove_contact_windowed_mode->setEnabled(true);
     interface.Share_switch->setEnabled(true);
-    Log_in_menu_item.setTitle(tr("Log out"));
-    Log_in_menu_item.setImage(QStringLiteral("unlock.png"));
-    Log_in_menu_item.setSubmenu(nullptr);
+    menu.Log_in_menu_item.setTitle(tr("Log out"));
+    menu.Log_in_menu_item.setImage(QStringLiteral("unlock.png"));
+    menu.Log_in_menu_item.setSubmenu(nullptr);
     Status_Item->setImage(QStringLiteral("online.png"));
     interface.Auto_Login_Check_box->setEnabled(true);
-    Log_in_menu_item.setAction([this] { Log_out_Action(); });
+    menu.Log_in_menu_item.setAction([this] { Log_out_Action(); });
     interface.Change_done_button->setEnabled(true);
+    menu.Change_password_item.setAction([this] { openChangePasswordView(nullptr); });
     interface.Read_local_button->setEnabled(true);
 }
 
 void AppDelegate::applySignedOutState() {
     interface.Share_switch->setEnabled(false);
     Username.reset();
-    Remove_a_friend_item.clearAction();
+    menu.Remove_a_friend_item.clearAction();
     Password.reset();
     isSigned_in = false;
     interface.State_label->setText(tr("Offline"));
@@ -199,15 +198,15 @@ void AppDelegate::applySignedOutState() {
     interface.Remove_contact_windowed_mode->setEnabled(false);
     interface.Change_done_button->setEnabled(false);
     interface.Read_local_button->setEnabled(false);
-    Add_contact_menu_item.clearAction();
+    menu.Add_contact_menu_item.clearAction();
 }
 
 void AppDelegate::lockIfPasscodeIsSet() {
     if (!settingIs("kHasPasscode", "YES")) return;
-    Clipboard_saves_menu_item.clearAction();
-    Remove_a_friend_item.clearAction();
-    Saveing_menu_item.clearAction();
-    Unlock_passcode_item.setAction([this] { Unlock_passcode(nullptr); });
+    menu.Clipboard_saves_menu_item.clearAction();
+    menu.Remove_a_friend_item.clearAction();
+    menu.Saveing_menu_item.clearAction();
+    menu.Unlock_passcode_item.setAction([this] { Unlock_passcode(nullptr); });
     interface.Quillery_Box->setContentView(interface.Insert_passcode_view);
     orderFront(*interface.Quillery_window);
 }
@@ -251,10 +250,24 @@ void AppDelegate::showPreferences() {
     const bool autoLogin = settingIs("kAutoLogin", "Yes");
     interface.Auto_Login_Check_box->setChecked(autoLogin);
     interface.Auto_login_label->setText(autoLogin ? tr("Auto-Login:enabled") : tr("Auto-Login:disabled"));
+    showPasscodeSettings();
+}
+
+void AppDelegate::showPasscodeSettings() {
     const bool hasPasscode = settingIs("kHasPasscode", "YES");
     log(hasPasscode ? "Old passcode" : "New passcode");
     interface.Passcode_box->setContentView(hasPasscode ? interface.change_passcode_view
                                                        : interface.new_passcode_view);
+}
+
+void AppDelegate::armSavingAndLoading() {
+    menu.Saveing_menu_item.setAction([this] { Save_bar_item(static_cast<QObject *>(nullptr)); });
+    menu.Clipboard_saves_menu_item.setAction([this] { Clipboard_saves(nullptr); });
+}
+
+void AppDelegate::armContacts() {
+    menu.Add_contact_menu_item.setAction([this] { Add_contact_menu_item(nullptr); });
+    menu.Remove_a_friend_item.setAction([this] { Remove_contact_item(nullptr); });
 }
 
 void AppDelegate::Quit(QObject *) {
@@ -330,6 +343,11 @@ bool AppDelegate::Server::upload(std::optional<std::string_view> data, const std
     return find(found, stop) && manager->uploadData(data, name, &found, stop);
 }
 
+std::optional<std::vector<FTPResource>> AppDelegate::Server::contents(const std::stop_token &stop) const {
+    FMServer found;
+    return find(found, stop) ? manager->contentsOfServer(&found, stop) : std::nullopt;
+}
+
 std::optional<std::string> AppDelegate::serverText(const std::string &name, const QString &whatFor) {
     return shell_.waiting.run(
         whatFor, [server = server(), name](const std::stop_token &stop) { return server.text(name, stop); });
@@ -341,15 +359,19 @@ int AppDelegate::alert(const QString &title, const QString &message, const QStri
     return shell_.alerts.run(title, message, buttons);
 }
 
-void AppDelegate::alertFromBackground(const QString &title, const QString &message) {
-    std::promise<void> answered;
+void AppDelegate::actFromBackground(const std::function<void()> &action) {
+    std::promise<void> done;
     shell_.ui.post([&] {
         shell_.gate.enter([&] {
-            alert(title, message);
-            answered.set_value();
+            action();
+            done.set_value();
         });
     });
-    answered.get_future().wait();
+    done.get_future().wait();
+}
+
+void AppDelegate::alertFromBackground(const QString &title, const QString &message) {
+    actFromBackground([&] { alert(title, message); });
 }
 
 std::optional<QString> AppDelegate::setting(const char *key) const {
@@ -389,8 +411,12 @@ void AppDelegate::wireInterface() {
     i.Quillery_window->installEventFilter(this);
     i.Intro_window->installEventFilter(this);
     i.Windowed_mode->installEventFilter(this);
-    Saveing_menu_item.setAction([this] { Save_bar_item(static_cast<QObject *>(nullptr)); });
-    Clipboard_saves_menu_item.setAction([this] { Clipboard_saves(nullptr); });
+    armSavingAndLoading();
+    armContacts();
+    menu.Change_password_item.clearAction();
+    enterFromMenu(i.Open_sign_in_window, &AppDelegate::Open_sign_in_window);
+    enterFromMenu(i.Open_sign_up_view, &AppDelegate::Open_sign_up_view);
+    enterFromMenu(i.Contacts_item, &AppDelegate::Contacts_item);
     enterFromMenu(i.Quit, &AppDelegate::Quit);
 
     connect(i.Clipboard_saved_string_combobox, &ListControl::picked, this,
@@ -406,6 +432,22 @@ void AppDelegate::wireInterface() {
     enterFromToggle(i.RemoveItem_button, &AppDelegate::Remove_item_switch);
     enterFromToggle(i.Share_switch, &AppDelegate::Share_mode_switch);
     enterFromToggle(i.Read_local_button, &AppDelegate::Read_local_button);
+
+    enterFromButton(i.Clear_list_button, &AppDelegate::Clean_list);
+
+    enterFromButton(i.Sign_up_done, &AppDelegate::Done_Sign_up);
+    enterFromButton(i.Sign_in_done, &AppDelegate::Sing_in_done);
+    enterFromButton(i.Change_done_button, &AppDelegate::Done_Edit);
+
+    enterFromButton(i.Add_contact_done_button, &AppDelegate::Add_contact_done_button);
+    enterFromButton(i.Add_friend_windowed_mode, &AppDelegate::Add_contact_menu_item);
+    enterFromButton(i.Remove_contact_windowed_mode, &AppDelegate::Remove_contact_item);
+    enterFromButton(i.Remove_contact, &AppDelegate::Remove_contact);
+    enterFromButton(i.startFriends_button, &AppDelegate::startFriendsList);
+    enterFromButton(i.startFriendsToAdd_button, &AppDelegate::startFriendsList);
+    i.Contacts_table->setDataSource(this);
+    connect(i.Contacts_table, &TableView::action, this,
+            [this] { shell_.gate.enter([this] { Selected_friend_from_table(interface.Contacts_table); }); });
 
     enterFromButton(i.Done_insert_passcode, &AppDelegate::Done_insert_passcode_action);
     connect(i.Insert_passcode_field, &QLineEdit::returnPressed, i.Done_insert_passcode, &QPushButton::click);

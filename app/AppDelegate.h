@@ -18,6 +18,7 @@
 #include "hotkey/VkHotKeyCenter.h"
 #include "platform/MenuItem.h"
 #include "platform/StatusBar.h"
+#include "platform/TableView.h"
 
 // The one controller: it owns every interface element and all of the program's state, and its operations are
 // what the user can do. The sections below follow the sources, in their order.
@@ -26,7 +27,7 @@
 // own, take copies, and reach the fields and the interface through Shell::ui alone.
 //
 // Actions of the user enter through Shell::gate; the operations themselves expect to be inside it.
-class AppDelegate : public QObject {
+class AppDelegate : public QObject, public TableViewDataSource {
     Q_OBJECT
 
   public:
@@ -78,10 +79,49 @@ class AppDelegate : public QObject {
     void Share_mode_switch(QObject *sender);
     void Read_local_button(QObject *sender);
 
+    // Asks, and on "Yes" empties the list: the one on this machine, and the signed-in user's on the server.
+    void Clean_list(QObject *sender);
+
     // ---- Accounts (AppDelegate_Accounts.cpp) ----
+
+    void Open_sign_up_view(QObject *sender);
+    // Checks the form and the name, and has the account written in the background.
+    void Done_Sign_up(QObject *sender);
+
+    void Open_sign_in_window(QObject *sender);
+    // Switches to the user's list on the server if the form is right.
+    void Sing_in_done(QObject *sender);
+
+    void openChangePasswordView(QObject *sender);
+    // Checks the form, and has the new password written in the background.
+    void Done_Edit(QObject *sender);
 
     // Switches from the user's list on the server to the one on this machine. Touches no file and no setting.
     void Log_out_Action();
+
+    // ---- Contacts and sharing (AppDelegate_Contacts.cpp) ----
+
+    // The rows of Contacts_table: the elements of Contacts_array.
+    int numberOfRowsInTableView(const TableView &table) const override;
+    QString tableView(const TableView &table, int viewForTableColumn, int row) const override;
+
+    // Shows the friends as they were read last.
+    void Contacts_item(QObject *sender);
+    // Writes an empty friends list for a user who has none, so that friends can be added to it.
+    void startFriendsList(QObject *sender);
+
+    void Add_contact_menu_item(QObject *sender);
+    void Add_contact_done_button(QObject *sender);
+
+    void Remove_contact_item(QObject *sender);
+    // Turns the removal of friends by a click on and off.
+    void Remove_contact(QObject *sender);
+    // A click on a friend: removes the friend, or sends the list control's text.
+    void Selected_friend_from_table(QObject *sender);
+
+    // Puts the list control's text into the file of shared texts of the friend picked last. No interface
+    // element sends it.
+    void Share_action();
 
     // ---- Passcode (AppDelegate_Passcode.cpp) ----
 
@@ -129,12 +169,16 @@ class AppDelegate : public QObject {
     Interface interface;
     std::unique_ptr<StatusItem> Status_Item;
 
-    MenuItem Saveing_menu_item;
-    MenuItem Clipboard_saves_menu_item;
-    MenuItem Add_contact_menu_item;
-    MenuItem Remove_a_friend_item;
-    MenuItem Log_in_menu_item;
-    MenuItem Unlock_passcode_item;
+    // The items of the status menu that change while the program runs.
+    struct StatusMenuItems {
+        MenuItem Saveing_menu_item;
+        MenuItem Clipboard_saves_menu_item;
+        MenuItem Add_contact_menu_item;
+        MenuItem Remove_a_friend_item;
+        MenuItem Log_in_menu_item;
+        MenuItem Unlock_passcode_item;
+        MenuItem Change_password_item;
+    } menu;
 
   protected:
     // What a window does beyond its controls: Escape closes the panel, and whoever closes the intro without
@@ -153,6 +197,9 @@ class AppDelegate : public QObject {
     void applyOfflineState();
     void applySignedOutState();
     void lockIfPasscodeIsSet();
+    void armSavingAndLoading();
+    void armContacts();
+    void showPasscodeSettings();
     void fillSavedListAtStart();
     void showPreferences();
     void showWaiting(const QString &whatFor);
@@ -180,6 +227,8 @@ class AppDelegate : public QObject {
         std::optional<std::string> text(const std::string &name, const std::stop_token &stop = {}) const;
         bool upload(std::optional<std::string_view> data, const std::string &name,
                     const std::stop_token &stop = {}) const;
+        // What lies in the remote directory, or nothing.
+        std::optional<std::vector<FTPResource>> contents(const std::stop_token &stop = {}) const;
 
       private:
         friend class AppDelegate;
@@ -189,7 +238,25 @@ class AppDelegate : public QObject {
     // The same read from the UI thread, with the event loop turning.
     std::optional<std::string> serverText(const std::string &name, const QString &whatFor);
 
+    // Accounts. Both run in the background.
+    void Sign_up_upload_data(const Server &server);
+    void upload_new_password_edit(const Server &server, const std::string &user);
+
+    // Contacts and sharing. All but the first run in the background.
+    void Add_contact_function();
+    void Add_friend_action(const Server &server, const std::string &user);
+    void Remove_contact_from_server_action(const Server &server, const std::string &user);
+    void Send_text_action_sharing(const Server &server, const std::string &user);
+    void Overwrite_shared_file(const Server &server, const std::string &user, const std::string &contact);
+    void Create_Shared_file(const Server &server, const std::string &user, const std::string &contact);
+    void lookForFriendsList();
+    std::optional<std::string> contactAtRow(int row) const;
+    void setContacts(const std::optional<std::string> &text);
+    void offerToStartFriendsList(bool offers);
+    void showWhatAFriendIsPickedFor();
+
     // Saved list.
+    void Clean_server_file(const Server &server, const std::string &name);
     void Save_Clipboard_string_cloud(const std::string &announced, const Server &server,
                                      const std::string &name);
     void Save_Clipboard_string_local(const std::string &announced, std::promise<void> &hasText);
@@ -210,12 +277,14 @@ class AppDelegate : public QObject {
     std::filesystem::path localListPath() const;
     std::string clipListName() const;
     void showModes();
+    void showModeHint();
 
     // Alerts. The second is for background operations: it takes its turn at the gate and returns when it was
-    // answered.
+    // answered. The third runs whatever takes its turn there in the same way.
     int alert(const QString &title, const QString &message,
               const QStringList &buttons = {QStringLiteral("OK")});
     void alertFromBackground(const QString &title, const QString &message);
+    void actFromBackground(const std::function<void()> &action);
 
     void openLink(const char *name);
 

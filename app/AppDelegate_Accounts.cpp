@@ -1,12 +1,131 @@
 #include "app/AppDelegate.h"
 
-#include <cstdio>
+#include <utility>
+
+#include "app/AccountForms.h"
+#include "app/StorageNames.h"
+#include "platform/Text.h"
+
+namespace {
+
+// Whoever changed a field while the form's texts are being written would mix two accounts.
+void setEditable(std::initializer_list<QLineEdit *> fields, bool isEditable) {
+    for (QLineEdit *field : fields) field->setReadOnly(!isEditable);
+}
+
+void empty(std::initializer_list<QLineEdit *> fields) {
+    for (QLineEdit *field : fields) field->clear();
+}
+
+}  // namespace
+
+// ---- Sign-up ----
+
+void AppDelegate::Open_sign_up_view(QObject *) {
+    orderFront(*interface.Quillery_window);
+    interface.Quillery_Box->setContentView(interface.Sign_up_view);
+}
+
+void AppDelegate::Done_Sign_up(QObject *) {
+    const Interface &i = interface;
+    const auto usernameFile = serverText(StorageNames::username(toUtf8(i.Sign_up_username->text())),
+                                         tr("Looking whether the user name is free…"));
+    const SignUpForm form{i.Sign_up_Fullname->text(), i.Sign_up_username->text(), i.Sign_up_email->text(),
+                          i.Sign_up_password->text(), i.Sign_up_re_password->text()};
+    if (!form.isAcceptable()) {
+        i.Sign_up_done->setText(tr("Check your entries."));
+        return;
+    }
+    if (usernameFile) {
+        i.Sign_up_done->setText(tr("Username exist."));
+        return;
+    }
+    i.Sign_up_done->setEnabled(false);
+    i.Sign_up_done->setText(tr("Wait..."));
+    setEditable(
+        {i.Sign_up_Fullname, i.Sign_up_username, i.Sign_up_email, i.Sign_up_password, i.Sign_up_re_password},
+        false);
+    shell_.background.performSelectorInBackground([this, server = server()] { Sign_up_upload_data(server); });
+}
+
+void AppDelegate::Sign_up_upload_data(const Server &server) {
+    Interface &i = interface;
+    const auto upload = [&](QLineEdit *field, std::string (*nameFor)(std::string_view)) {
+        const auto [text, name] = shell_.ui.run(
+            [&] { return std::pair(toUtf8(field->text()), nameFor(toUtf8(i.Sign_up_username->text()))); });
+        const bool uploaded = server.upload(text, name);
+        shell_.ui.run([&] { UploadDidFinish = uploaded; });
+        return uploaded;
+    };
+    upload(i.Sign_up_Fullname, StorageNames::fullname);
+    upload(i.Sign_up_username, StorageNames::username);
+    upload(i.Sign_up_email, StorageNames::email);
+    const bool isRegistered = upload(i.Sign_up_password, StorageNames::password);  // this one alone decides
+
+    actFromBackground([&] {
+        i.Sign_up_done->setEnabled(true);
+        i.Sign_up_done->setText(tr("Done"));
+        const auto fields = {i.Sign_up_Fullname, i.Sign_up_username, i.Sign_up_email, i.Sign_up_password,
+                             i.Sign_up_re_password};
+        empty(fields);
+        setEditable(fields, true);
+        if (isRegistered) {
+            i.Quillery_Box->setContentView(i.Sign_in_view);
+            alert(tr("Success!"), tr("You have successfully been registred as Quillery member."));
+        } else {
+            i.Quillery_window->close();
+            alert(tr("Faild!"), tr("You haven't been registred as Quillery member,duo to Error or internet "
+                                   "connection problem."));
+        }
+    });
+}
+
+// ---- Sign-in and log-out ----
+
+void AppDelegate::Open_sign_in_window(QObject *) {
+    orderFront(*interface.Quillery_window);
+    interface.Quillery_Box->setContentView(interface.Sign_in_view);
+}
+
+void AppDelegate::Sing_in_done(QObject *) {
+    Interface &i = interface;
+    const std::string user = toUtf8(i.Sign_in_username->text());
+    const QString reading = tr("Asking the storage server for the account…");
+    const auto usernameFile = serverText(StorageNames::username(user), reading);
+    const auto passwordFile = serverText(StorageNames::password(user), reading);
+    const bool isConnected = Check_if_internet_connection_is_found();
+    const SignInForm form{i.Sign_in_username->text(), i.Sign_in_password->text()};
+    if (!isConnected) {
+        alert(tr("Error!"), tr("Please check your connection."));
+        orderFront(*i.Quillery_window);
+        return;
+    }
+    if (!form.isRight(usernameFile, passwordFile)) {
+        i.Sign_in_done->setText(tr("Wrong entries/Network error!"));
+        // The check of the connection has closed the window that says so.
+        orderFront(*i.Quillery_window);
+        return;
+    }
+    Username = toUtf8(form.username);
+    Password = toUtf8(form.password);
+    Content_file_path = StorageNames::localClipListOf(*Username, shell_.home);
+    isSigned_in = true;
+    i.Quillery_window->close();
+    i.Sign_in_done->setText(tr("Sign in"));
+    empty({i.Sign_in_username, i.Sign_in_password});
+    applySignedInPresentation();
+    menu.Unlock_passcode_item.clearAction();
+    armSavingAndLoading();
+    armContacts();
+    showPasscodeSettings();
+    if (!settingIs("kHasPasscode", "YES")) menu.Unlock_passcode_item.clearAction();
+}
 
 void AppDelegate::Log_out_Action() {
-    Log_in_menu_item.setTitle(tr("Log in"));
-    Log_in_menu_item.clearAction();
-    Log_in_menu_item.setSubmenu(&interface.Log_in_menu);
-    Log_in_menu_item.setImage(QStringLiteral("lock.png"));
+    menu.Log_in_menu_item.setTitle(tr("Log in"));
+    menu.Log_in_menu_item.clearAction();
+    menu.Log_in_menu_item.setSubmenu(&interface.Log_in_menu);
+    menu.Log_in_menu_item.setImage(QStringLiteral("lock.png"));
     isSigned_in = false;
     interface.State_label->setText(tr("Offline"));
     interface.Add_friend_windowed_mode->setEnabled(false);
@@ -19,9 +138,9 @@ void AppDelegate::Log_out_Action() {
     Status_Item->setImage(QStringLiteral("offline.png"));
     interface.Change_done_button->setEnabled(false);
     interface.Read_local_button->setEnabled(false);
-    Add_contact_menu_item.clearAction();
-    Unlock_passcode_item.setAction([this] { Unlock_passcode(nullptr); });
-    Remove_a_friend_item.clearAction();
+    menu.Add_contact_menu_item.clearAction();
+    menu.Unlock_passcode_item.setAction([this] { Unlock_passcode(nullptr); });
+    menu.Remove_a_friend_item.clearAction();
     Read_Local_mode = false;
     ShareMode_enabled = false;
     interface.Make_available_offline_label->setText(tr("Make available offline"));
@@ -29,14 +148,58 @@ void AppDelegate::Log_out_Action() {
     interface.Remove_contact->setText(tr("Remove a friend"));
     RemoveContact_enabled = false;
     showModes();
-    const bool hasPasscode = settingIs("kHasPasscode", "YES");
-    interface.Passcode_box->setContentView(hasPasscode ? interface.change_passcode_view
-                                                       : interface.new_passcode_view);
-    std::fputs(hasPasscode ? "Quillery: Old passcode\n" : "Quillery: New passcode\n", stderr);
-    if (hasPasscode) {
-        Saveing_menu_item.clearAction();
-        Clipboard_saves_menu_item.clearAction();
+    menu.Change_password_item.clearAction();
+    showPasscodeSettings();
+    if (settingIs("kHasPasscode", "YES")) {
+        menu.Saveing_menu_item.clearAction();
+        menu.Clipboard_saves_menu_item.clearAction();
     } else {
-        Unlock_passcode_item.clearAction();
+        menu.Unlock_passcode_item.clearAction();
     }
+}
+
+// ---- Password change ----
+
+void AppDelegate::openChangePasswordView(QObject *) {
+    orderFront(*interface.Quillery_window);
+    interface.Quillery_Box->setContentView(interface.Change_password_view);
+}
+
+void AppDelegate::Done_Edit(QObject *) {
+    Interface &i = interface;
+    const std::string user = Username.value_or("");
+    const auto passwordFile =
+        serverText(StorageNames::password(user), tr("Asking the storage server for the old password…"));
+    const PasswordForm form{i.Change_old_password->text(), i.Change_new_password->text(),
+                            i.Change_retype_password->text()};
+    if (!form.isAcceptable(passwordFile, toQString(user))) {
+        i.Change_done_button->setText(tr("Check your entries."));
+        return;
+    }
+    i.Change_done_button->setText(tr("Done"));
+    i.Change_done_button->setEnabled(false);
+    setEditable({i.Change_old_password, i.Change_new_password, i.Change_retype_password}, false);
+    shell_.background.performSelectorInBackground(
+        [this, server = server(), user] { upload_new_password_edit(server, user); });
+}
+
+void AppDelegate::upload_new_password_edit(const Server &server, const std::string &user) {
+    Interface &i = interface;
+    const QString password = shell_.ui.run([&] { return i.Change_new_password->text(); });
+    const bool uploaded = server.upload(toUtf8(password), StorageNames::password(user));
+    actFromBackground([&] {
+        UploadDidFinish = uploaded;
+        const auto fields = {i.Change_old_password, i.Change_new_password, i.Change_retype_password};
+        empty(fields);
+        setEditable(fields, true);
+        i.Change_done_button->setEnabled(true);
+        i.Quillery_window->close();
+        if (!uploaded) {
+            alert(tr("Faild!"), tr("Your password hasn't been changed duo to network/server error."));
+            return;
+        }
+        alert(tr("Success!"), tr("You've successfully changed your password!"));
+        shell_.standardUserDefaults.setObject(password, QStringLiteral("kPassword"));
+        shell_.standardUserDefaults.synchronize();
+    });
 }

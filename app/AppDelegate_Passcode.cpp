@@ -10,10 +10,9 @@ void AppDelegate::Done_insert_passcode_action(QObject *) {
         alert(tr("Error!"), tr("Wrong passcode."));
         return;
     }
-    Saveing_menu_item.setAction([this] { Save_bar_item(static_cast<QObject *>(nullptr)); });
-    Clipboard_saves_menu_item.setAction([this] { Clipboard_saves(nullptr); });
+    armSavingAndLoading();
     interface.Quillery_window->close();
-    Unlock_passcode_item.clearAction();
+    menu.Unlock_passcode_item.clearAction();
     interface.Insert_passcode_field->clear();
     alert(tr("Success!"), tr("Correct passcode"));
 }

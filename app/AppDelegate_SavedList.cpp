@@ -251,17 +251,8 @@ void AppDelegate::sharePickedItem() {
         alert(tr("Alert!"), tr("You have no firends in the list"));
         return;
     }
-    const auto text = serverText(name, reading);
-    Contacts_array.clear();
-    QStringList rows;
-    if (text) {
-        for (const std::string_view contact : ClipList::componentsSeparatedByTerminator(*text)) {
-            Contacts_array.emplace_back(contact);
-            rows << toQString(contact);
-        }
-    }
-    interface.contacts.setStringList(rows);
-    interface.Quillery_Box->setContentView(interface.Contacts_view);
+    setContacts(serverText(name, reading));
+    interface.showContactsToPick();
 }
 
 void AppDelegate::makePickedItemAvailableOffline() {
@@ -358,7 +349,33 @@ void AppDelegate::Read_local_button(QObject *) {
     showModes();
 }
 
-// A toggle looks on exactly while its mode is on.
+// ---- Cleaning ----
+
+void AppDelegate::Clean_list(QObject *) {
+    if (alert(tr("Sure?"), tr("Are you sure,you want to clean your list?"), {tr("Yes"), tr("No")}) != 0)
+        return;
+    finishSaves();
+    Content_file_path = localListPath();
+    interface.Clipboard_saved_string_combobox->removeAllItems();
+    const std::string problem = localList_.empty(Content_file_path);
+    if (isSigned_in) {
+        shell_.background.performSelectorInBackground(
+            [this, server = server(), name = clipListName()] { Clean_server_file(server, name); });
+    }
+    Content_of_quillery_file_Local = nullptr;
+    if (FileText local = GenFileManager.textAtPath(Content_file_path); local.text)
+        Content_of_quillery_file_Local = std::make_shared<const std::string>(std::move(*local.text));
+    fillSavedList(Content_of_quillery_file_Local);
+    tellUnlessWritten(Content_file_path, problem);
+    alert(tr("Success!"), tr("You've successfully cleaned your list."));
+}
+
+void AppDelegate::Clean_server_file(const Server &server, const std::string &name) {
+    const bool uploaded = server.upload("", name);
+    shell_.ui.run([&] { UploadDidFinish = uploaded; });
+}
+
+// A toggle looks on exactly while its mode is on, and the line above it says what a pick will do.
 void AppDelegate::showModes() {
     const auto show = [](QAbstractButton &toggle, bool isOn) {
         const QSignalBlocker notTheUser(toggle);
@@ -367,4 +384,20 @@ void AppDelegate::showModes() {
     show(*interface.RemoveItem_button, RemoveMode_enabled);
     show(*interface.Share_switch, ShareMode_enabled);
     show(*interface.Read_local_button, Read_Local_mode);
+    showModeHint();
+}
+
+// What a pick will do has to be seen before it is done.
+void AppDelegate::showModeHint() {
+    const auto [text, colour] = [this]() -> std::pair<QString, const char *> {
+        if (RemoveMode_enabled) return {tr("A pick removes the text from the list."), "#c0392b"};
+        if (ShareMode_enabled) return {tr("A pick sends the text to a friend."), "#2471a3"};
+        if (Read_Local_mode) return {tr("A pick copies the text into the list on this machine."), "#1e8449"};
+        return {tr("A pick puts the text on the clipboard."), nullptr};
+    }();
+    interface.Mode_hint->setText(text);
+    interface.Mode_hint->setStyleSheet(
+        colour ? QStringLiteral("background: %1; color: white; font-weight: bold; border-radius: 3px;")
+                     .arg(QLatin1String(colour))
+               : QString());
 }

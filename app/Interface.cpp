@@ -12,6 +12,7 @@ constexpr int kQuickViewWidth = 428;  // the width of the list it belongs to
 constexpr int kQuickViewHeight = 150;
 constexpr int kTitleBar = 28;  // what a window manager commonly adds on top
 constexpr int kBannerWidth = 360;
+constexpr double kTitleScale = 1.3;
 constexpr int kMargin = 16;  // between a window and the edge of the screen
 
 // A view of its own, filled from one interface file.
@@ -32,6 +33,18 @@ std::unique_ptr<QWidget> window(File &file) {
     return widget;
 }
 
+// The button's title is the form's message line: nothing of it may be cut off.
+void makeWideEnoughFor(QPushButton &button, std::initializer_list<QString> titles) {
+    const QString title = button.text();
+    int width = button.sizeHint().width();
+    for (const QString &other : titles) {
+        button.setText(other);
+        width = std::max(width, button.sizeHint().width());
+    }
+    button.setText(title);
+    button.setMinimumWidth(width);
+}
+
 // Buttons below fields are pressed by Enter while they have the focus.
 void makeEnterPress(QWidget &root) {
     for (QPushButton *button : root.findChildren<QPushButton *>()) button->setAutoDefault(true);
@@ -49,13 +62,17 @@ Interface::Interface() {
     Checking_for_connection_view = view<Ui::CheckingView>(*this, windows_);
     List_View = view<Ui::ListView>(*this, windows_);
     Insert_passcode_view = view<Ui::InsertPasscodeView>(*this, windows_);
+    Sign_in_view = view<Ui::SignInView>(*this, windows_);
+    Sign_up_view = view<Ui::SignUpView>(*this, windows_);
+    Add_contact_view = view<Ui::AddContactView>(*this, windows_);
     Contacts_view = view<Ui::ContactsView>(*this, windows_);
+    Contacts_View = view<Ui::FriendsView>(*this, windows_);
     Preference_View = view<Ui::PreferenceView>(*this, windows_);
     Instructions_view = view<Ui::InstructionsView>(*this, windows_);
     Change_password_view = view<Ui::ChangePasswordView>(*this, windows_);
     new_passcode_view = new QWidget(&windows_);
     change_passcode_view = new QWidget(&windows_);
-    Contacts_table->setModel(&contacts);
+    makeForms();
 
     QFont title = Intro_title->font();
     title.setPointSizeF(title.pointSizeF() * 1.6);
@@ -114,9 +131,10 @@ Interface::~Interface() {
     // The views go with windows_, wherever they are shown now.
     Quillery_Box->setContentView(nullptr);
     Passcode_box->setContentView(nullptr);
-    for (QWidget *shown :
-         {Checking_for_connection_view, List_View, Insert_passcode_view, Contacts_view, Preference_View,
-          Instructions_view, Change_password_view, new_passcode_view, change_passcode_view}) {
+    for (QWidget *shown : {Checking_for_connection_view, List_View, Insert_passcode_view, Sign_in_view,
+                           Sign_up_view, Add_contact_view, Contacts_view, Contacts_View,
+                           static_cast<QWidget *>(Contacts_table), Preference_View, Instructions_view,
+                           Change_password_view, new_passcode_view, change_passcode_view}) {
         shown->setParent(&windows_);
     }
     QuickView_popover.reset();
@@ -134,8 +152,10 @@ void Interface::makeMenu() {
     Quillery_Menu.addSeparator();
     Add_contact_menu_item = item(Quillery_Menu, "Add_contact_menu_item", QObject::tr("Add a Friend"));
     Remove_a_friend_item = item(Quillery_Menu, "Remove_a_friend_item", QObject::tr("Remove a Friend"));
+    Contacts_item = item(Quillery_Menu, "Contacts_item", QObject::tr("Friends"));
     Quillery_Menu.addSeparator();
     Log_in_menu_item = item(Quillery_Menu, "Log_in_menu_item", QObject::tr("Log in"));
+    Change_password_item = item(Quillery_Menu, "Change_password_item", QObject::tr("Change Password"));
     Unlock_passcode_item = item(Quillery_Menu, "Unlock_passcode_item", QObject::tr("Unlock with Passcode"));
     Quillery_Menu.addSeparator();
     How_to_use = item(Quillery_Menu, "How_to_use", QObject::tr("Tutorials"));
@@ -151,10 +171,58 @@ void Interface::makeMenu() {
     Quit = item(Quillery_Menu, "Quit", QObject::tr("Quit"));
 
     Log_in_menu.setObjectName(QStringLiteral("Log_in_menu"));
-    for (QAction *notYet : {item(Log_in_menu, "Open_sign_in_window", QObject::tr("Sign in")),
-                            item(Log_in_menu, "Open_sign_up_view", QObject::tr("Sign up"))}) {
-        notYet->setEnabled(false);
+    Open_sign_in_window = item(Log_in_menu, "Open_sign_in_window", QObject::tr("Sign in"));
+    Open_sign_up_view = item(Log_in_menu, "Open_sign_up_view", QObject::tr("Sign up"));
+}
+
+void Interface::makeForms() {
+    const auto submit = [](std::initializer_list<QLineEdit *> fields, QPushButton *button,
+                           std::initializer_list<QString> titles) {
+        for (QLineEdit *field : fields)
+            QObject::connect(field, &QLineEdit::returnPressed, button, &QPushButton::click);
+        makeWideEnoughFor(*button, titles);
+    };
+    const auto showWith = [](QCheckBox *box, std::initializer_list<QLineEdit *> passwords) {
+        for (QLineEdit *field : passwords) {
+            QObject::connect(box, &QCheckBox::toggled, field, [field](bool shows) {
+                field->setEchoMode(shows ? QLineEdit::Normal : QLineEdit::Password);
+            });
+        }
+    };
+    const QString refused = QObject::tr("Check your entries.");
+    submit({Sign_up_Fullname, Sign_up_username, Sign_up_email, Sign_up_password, Sign_up_re_password},
+           Sign_up_done, {refused, QObject::tr("Username exist."), QObject::tr("Wait...")});
+    submit({Sign_in_username, Sign_in_password}, Sign_in_done, {QObject::tr("Wrong entries/Network error!")});
+    submit({Change_old_password, Change_new_password, Change_retype_password}, Change_done_button, {refused});
+    submit({Add_contact_textfield}, Add_contact_done_button, {});
+    showWith(Sign_up_show_passwords, {Sign_up_password, Sign_up_re_password});
+    showWith(Sign_in_show_password, {Sign_in_password});
+    showWith(Change_show_passwords, {Change_old_password, Change_new_password, Change_retype_password});
+    for (QLabel *title :
+         {Sign_up_title, Sign_in_title, Change_password_title, Add_contact_title, Friends_label}) {
+        QFont font = title->font();
+        font.setPointSizeF(font.pointSizeF() * kTitleScale);
+        font.setBold(true);
+        title->setFont(font);
     }
+}
+
+void Interface::showContactsToPick() {
+    Quillery_Box->setContentView(Contacts_view);  // which hides what it showed before: perhaps the table
+    Contacts_layout->addWidget(Contacts_table);
+    Contacts_table->show();
+    Contacts_table->setFocus(Qt::OtherFocusReason);
+}
+
+void Interface::showContacts() {
+    Quillery_Box->setContentView(Contacts_View);
+    Friends_layout->insertWidget(Friends_layout->indexOf(startFriends), Contacts_table);
+    Contacts_table->show();
+    Contacts_table->setFocus(Qt::OtherFocusReason);
+}
+
+void Interface::showContactsTable() {
+    Quillery_Box->setContentView(Contacts_table);
 }
 
 void orderFront(QWidget &window, ScreenPlace place) {

@@ -1,16 +1,17 @@
 #pragma once
 
 #include <QMenu>
-#include <QStringListModel>
 #include <QWidget>
 #include <memory>
 
 #include "platform/Popover.h"
 #include "platform/TextView.h"
 #include "platform/WaitingWindow.h"
+#include "ui_Add_contact_view.h"
 #include "ui_Change_password_view.h"
 #include "ui_Checking_for_connection_view.h"
 #include "ui_Contacts_view.h"
+#include "ui_Friends_view.h"
 #include "ui_Insert_passcode_view.h"
 #include "ui_Instructions_view.h"
 #include "ui_Intro_popover.h"
@@ -18,6 +19,8 @@
 #include "ui_List_View.h"
 #include "ui_Preference_View.h"
 #include "ui_Quillery_window.h"
+#include "ui_Sign_in_view.h"
+#include "ui_Sign_up_view.h"
 #include "ui_Windowed_mode.h"
 
 // The windows, views and menus of the program, as the interface files describe them. Every element that the
@@ -29,6 +32,10 @@ struct Interface : Ui::QuilleryWindow,
                    Ui::ListView,
                    Ui::InsertPasscodeView,
                    Ui::ContactsView,
+                   Ui::FriendsView,
+                   Ui::AddContactView,
+                   Ui::SignInView,
+                   Ui::SignUpView,
                    Ui::PreferenceView,
                    Ui::InstructionsView,
                    Ui::ChangePasswordView,
@@ -49,7 +56,11 @@ struct Interface : Ui::QuilleryWindow,
     QWidget *Checking_for_connection_view;
     QWidget *List_View;
     QWidget *Insert_passcode_view;
-    QWidget *Contacts_view;
+    QWidget *Sign_in_view;
+    QWidget *Sign_up_view;
+    QWidget *Add_contact_view;
+    QWidget *Contacts_view;  // to send a text: what a friend is picked from
+    QWidget *Contacts_View;  // to look at the friends
     QWidget *Preference_View;
     QWidget *Instructions_view;
     QWidget *Change_password_view;
@@ -67,8 +78,6 @@ struct Interface : Ui::QuilleryWindow,
     std::unique_ptr<Popover> notificationBanner;  // stands in for a notification service
     QLabel *notificationLabel;
 
-    QStringListModel contacts;  // the rows of Contacts_table
-
     // The status menu. An action's object name is the name of its item.
     QMenu Quillery_Menu;
     QMenu Log_in_menu;
@@ -78,6 +87,10 @@ struct Interface : Ui::QuilleryWindow,
     QAction *Remove_a_friend_item;
     QAction *Log_in_menu_item;
     QAction *Unlock_passcode_item;
+    QAction *Open_sign_in_window;
+    QAction *Open_sign_up_view;
+    QAction *Contacts_item;
+    QAction *Change_password_item;
     QAction *How_to_use;
     QAction *Facebook;
     QAction *Twitter;
@@ -88,8 +101,15 @@ struct Interface : Ui::QuilleryWindow,
     QAction *EMail;
     QAction *Quit;
 
+    // Contacts_table is shown in three places: in Contacts_view, in Contacts_View, and by itself. Each of
+    // these moves it there and makes it, or the view, the content of the panel's box.
+    void showContactsToPick();
+    void showContacts();
+    void showContactsTable();
+
   private:
     void makeMenu();
+    void makeForms();
 };
 
 // Where a window stands the first time; afterwards it is where the user left it.

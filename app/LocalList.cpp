@@ -26,6 +26,11 @@ LocalList::Change LocalList::addUnlessThere(const std::filesystem::path &path, s
     return {std::move(old.text), problem.empty(), std::move(problem)};
 }
 
+std::string LocalList::empty(const std::filesystem::path &path) {
+    const std::lock_guard lock(mutex_);
+    return replace(path, files_.textAtPath(path), "");
+}
+
 std::string LocalList::replace(const std::filesystem::path &path, const FileText &old,
                                const std::string &text) {
     if (old.mustBeSetAside()) {

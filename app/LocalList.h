@@ -31,6 +31,9 @@ class LocalList {
     // Puts `entry` in front unless it occurs already. Writes nothing where there is no list that can be read.
     Change addUnlessThere(const std::filesystem::path &path, std::string_view entry);
 
+    // Makes it an empty list, whatever it was. Returns why that failed, in words; nothing if it did not.
+    std::string empty(const std::filesystem::path &path);
+
   private:
     std::string replace(const std::filesystem::path &path, const FileText &old, const std::string &text);
 

@@ -37,3 +37,8 @@ std::string StorageNames::shared(std::string_view user) {
 std::filesystem::path StorageNames::localClipList(const std::filesystem::path &home) {
     return home / "Documents" / ".Quillery.txt";
 }
+
+std::filesystem::path StorageNames::localClipListOf(std::string_view user,
+                                                    const std::filesystem::path &home) {
+    return home / "Documents" / clipList(user);
+}

@@ -25,4 +25,7 @@ std::string shared(std::string_view user);  // texts shared with the user
 // The list on this machine.
 std::filesystem::path localClipList(const std::filesystem::path &home);
 
+// A list of the user's own on this machine. No operation reads or writes it.
+std::filesystem::path localClipListOf(std::string_view user, const std::filesystem::path &home);
+
 }  // namespace StorageNames

@@ -1,0 +1,61 @@
+#include "platform/TableView.h"
+
+#include <QAbstractListModel>
+#include <QKeyEvent>
+
+class TableView::Rows : public QAbstractListModel {
+  public:
+    explicit Rows(const TableView &table) : table_(table) {}
+
+    void setSource(const TableViewDataSource *source) {
+        source_ = source;
+        reload();
+    }
+    void reload() {
+        beginResetModel();
+        endResetModel();
+    }
+    int rowCount(const QModelIndex &parent) const override {
+        return source_ && !parent.isValid() ? source_->numberOfRowsInTableView(table_) : 0;
+    }
+    QVariant data(const QModelIndex &index, int role) const override {
+        if (!source_ || !index.isValid() || role != Qt::DisplayRole) return {};
+        return source_->tableView(table_, index.column(), index.row());
+    }
+
+  private:
+    const TableView &table_;
+    const TableViewDataSource *source_ = nullptr;
+};
+
+TableView::TableView(QWidget *parent) : QListView(parent), rows_(std::make_unique<Rows>(*this)) {
+    setModel(rows_.get());
+    setEditTriggers(QAbstractItemView::NoEditTriggers);
+    setSelectionMode(QAbstractItemView::SingleSelection);
+    setUniformItemSizes(true);
+    setAlternatingRowColors(true);
+    connect(this, &QListView::clicked, this, &TableView::action);
+}
+
+TableView::~TableView() {
+    setModel(nullptr);
+}
+
+void TableView::setDataSource(const TableViewDataSource *source) {
+    rows_->setSource(source);
+}
+
+void TableView::reloadData() {
+    rows_->reload();
+}
+
+int TableView::selectedRow() const {
+    const QModelIndexList selected = selectionModel()->selectedIndexes();
+    return selected.isEmpty() ? -1 : selected.first().row();
+}
+
+void TableView::keyPressEvent(QKeyEvent *event) {
+    const bool isPick = event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter;
+    if (!isPick) return QListView::keyPressEvent(event);
+    if (selectedRow() >= 0) Q_EMIT action();
+}

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <QListView>
+#include <memory>
+
+class TableView;
+
+// Gives a table view its rows. Asked on the UI thread whenever the view needs them.
+class TableViewDataSource {
+  public:
+    virtual ~TableViewDataSource() = default;
+    virtual int numberOfRowsInTableView(const TableView &table) const = 0;
+    // The text of the cell in a column (there is one) and row.
+    virtual QString tableView(const TableView &table, int viewForTableColumn, int row) const = 0;
+};
+
+// A table of one column whose rows come from a data source and are picked one at a time: by a click, or with
+// the arrow keys and Enter. UI thread only.
+class TableView : public QListView {
+    Q_OBJECT
+
+  public:
+    explicit TableView(QWidget *parent = nullptr);
+    ~TableView() override;
+
+    // Not owned; must outlive the view or be replaced.
+    void setDataSource(const TableViewDataSource *source);
+    // Asks the data source anew. No row is selected afterwards.
+    void reloadData();
+    // The selected row, or -1.
+    int selectedRow() const;
+
+  Q_SIGNALS:
+    // The user picked the selected row.
+    void action();
+
+  protected:
+    void keyPressEvent(QKeyEvent *event) override;
+
+  private:
+    class Rows;
+    std::unique_ptr<Rows> rows_;
+};
