@@ -27,7 +27,7 @@ AppDelegate::AppDelegate(Shell shell)
     : menu{{*interface.Saveing_menu_item, shell.gate},     {*interface.Clipboard_saves_menu_item, shell.gate},
            {*interface.Add_contact_menu_item, shell.gate}, {*interface.Remove_a_friend_item, shell.gate},
            {*interface.Log_in_menu_item, shell.gate},      {*interface.Unlock_passcode_item, shell.gate},
-           {*interface.Change_password_item, shell.gate}},
+           {*interface.changePasswordItem, shell.gate}},
       shell_(std::move(shell)) {
     wireInterface();
     bannerTime_.setSingleShot(true);
@@ -183,7 +183,7 @@ void AppDelegate::applySignedInPresentation() {
     interface.Auto_Login_Check_box->setEnabled(true);
     menu.Log_in_menu_item.setAction([this] { Log_out_Action(); });
     interface.Change_done_button->setEnabled(true);
-    menu.Change_password_item.setAction([this] { openChangePasswordView(nullptr); });
+    menu.changePasswordItem.setAction([this] { openChangePasswordView(nullptr); });
     interface.Read_local_button->setEnabled(true);
 }
 
@@ -413,7 +413,7 @@ void AppDelegate::wireInterface() {
     i.Windowed_mode->installEventFilter(this);
     armSavingAndLoading();
     armContacts();
-    menu.Change_password_item.clearAction();
+    menu.changePasswordItem.clearAction();
     enterFromMenu(i.Open_sign_in_window, &AppDelegate::Open_sign_in_window);
     enterFromMenu(i.Open_sign_up_view, &AppDelegate::Open_sign_up_view);
     enterFromMenu(i.Contacts_item, &AppDelegate::Contacts_item);

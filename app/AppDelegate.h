@@ -177,7 +177,7 @@ class AppDelegate : public QObject, public TableViewDataSource {
         MenuItem Remove_a_friend_item;
         MenuItem Log_in_menu_item;
         MenuItem Unlock_passcode_item;
-        MenuItem Change_password_item;
+        MenuItem changePasswordItem;
     } menu;
 
   protected:

@@ -148,7 +148,7 @@ void AppDelegate::Log_out_Action() {
     interface.Remove_contact->setText(tr("Remove a friend"));
     RemoveContact_enabled = false;
     showModes();
-    menu.Change_password_item.clearAction();
+    menu.changePasswordItem.clearAction();
     showPasscodeSettings();
     if (settingIs("kHasPasscode", "YES")) {
         menu.Saveing_menu_item.clearAction();

@@ -155,7 +155,7 @@ void Interface::makeMenu() {
     Contacts_item = item(Quillery_Menu, "Contacts_item", QObject::tr("Friends"));
     Quillery_Menu.addSeparator();
     Log_in_menu_item = item(Quillery_Menu, "Log_in_menu_item", QObject::tr("Log in"));
-    Change_password_item = item(Quillery_Menu, "Change_password_item", QObject::tr("Change Password"));
+    changePasswordItem = item(Quillery_Menu, "changePasswordItem", QObject::tr("Change Password"));
     Unlock_passcode_item = item(Quillery_Menu, "Unlock_passcode_item", QObject::tr("Unlock with Passcode"));
     Quillery_Menu.addSeparator();
     How_to_use = item(Quillery_Menu, "How_to_use", QObject::tr("Tutorials"));

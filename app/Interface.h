@@ -90,7 +90,7 @@ struct Interface : Ui::QuilleryWindow,
     QAction *Open_sign_in_window;
     QAction *Open_sign_up_view;
     QAction *Contacts_item;
-    QAction *Change_password_item;
+    QAction *changePasswordItem;
     QAction *How_to_use;
     QAction *Facebook;
     QAction *Twitter;

@@ -159,7 +159,7 @@ TEST_F(Accounts, PasswordChangeWritesTheServersFileAndTheSetting) {
     putAccount("alice1", "secret");
     setAutoLogin(QStringLiteral("alice1"));
     start();
-    i().Change_password_item->trigger();
+    i().changePasswordItem->trigger();
     const auto change = [this](const char *old, const char *next, const char *again) {
         i().Change_old_password->setText(QLatin1String(old));
         i().Change_new_password->setText(QLatin1String(next));
