@@ -10,10 +10,11 @@ import json
 import os
 import subprocess
 import sys
-import time
 
 import dbus
-import dbus.bus
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.realpath(__file__)), "..", "tests", "support"))
+from screen import Failure, Screen, session, wait, xdotool  # noqa: E402
 
 PROGRAM, PICTURES = sys.argv[1:]
 HOME = os.environ["HOME"]
@@ -47,22 +48,6 @@ PANEL = """<?xml version="1.0" encoding="UTF-8"?>
 """
 
 
-class Failure(Exception):
-    """What a step found instead of what it waited for."""
-
-
-def wait(what, look, seconds=20):
-    """Looks until there is something true to see, and returns it."""
-    end = time.monotonic() + seconds
-    while True:
-        with contextlib.suppress(dbus.DBusException):  # a window may go while it is looked at
-            if seen := look():
-                return seen
-        if time.monotonic() > end:
-            raise Failure(f"no {what} within {seconds} s")
-        time.sleep(0.05)
-
-
 pictures = 0
 
 
@@ -87,65 +72,9 @@ def step(text, name):
 
 # ---------------------------------------------------------------- eyes
 
-ACCESSIBLE, COMPONENT = "org.a11y.atspi.Accessible", "org.a11y.atspi.Component"
-SHOWING = 1 << 25
-session = dbus.SessionBus()
-
-
-def accessibility_bus():
-    launcher = session.get_object("org.a11y.Bus", "/org/a11y/bus", introspect=False)
-    launcher.Set("org.a11y.Status", "IsEnabled", dbus.Boolean(True, variant_level=1), dbus_interface=dbus.PROPERTIES_IFACE)
-    return dbus.bus.BusConnection(str(launcher.GetAddress(dbus_interface="org.a11y.Bus")))
-
-
-class Part:
-    """A window, a control, an item of a list."""
-
-    def __init__(self, bus, reference):
-        self.bus, self.object = bus, bus.get_object(*reference, introspect=False)
-
-    def children(self):
-        return [Part(self.bus, (str(owner), str(path))) for owner, path in self.object.GetChildren(dbus_interface=ACCESSIBLE)
-                if not path.endswith("/null")]
-
-    def name(self):
-        return str(self.object.Get(ACCESSIBLE, "Name", dbus_interface=dbus.PROPERTIES_IFACE))
-
-    def role(self):
-        return str(self.object.GetRoleName(dbus_interface=ACCESSIBLE))
-
-    def is_showing(self):
-        return int(self.object.GetState(dbus_interface=ACCESSIBLE)[0]) & SHOWING
-
-    def click(self, from_left=None):
-        x, y, width, height = (int(n) for n in self.object.GetExtents(dbus.UInt32(0), dbus_interface=COMPONENT))
-        if width <= 0 or height <= 0:
-            raise Failure(f"“{self.name()}” has no place on the screen")
-        xdotool("mousemove", x + (from_left or width // 2), y + height // 2, "click", 1)
-
-    def walk(self):
-        for child in self.children():
-            with contextlib.suppress(dbus.DBusException):
-                if child.is_showing():
-                    yield child
-                    yield from child.walk()
-
 
 def find(program, role, name=None, last=False):
-    """The first part of the program's windows with that role and name (or the last one), once it is there."""
-    desktop = Part(a11y, ("org.a11y.atspi.Registry", "/org/a11y/atspi/accessible/root"))
-
-    def look():
-        for application in desktop.children():
-            with contextlib.suppress(dbus.DBusException):
-                if application.name().lower() != program.lower():
-                    continue
-                fitting = [part for part in application.walk() if part.role() == role and name in (None, part.name())]
-                if fitting:
-                    return fitting[-1 if last else 0]
-        return None
-
-    return wait(f"{role} “{name or ''}” of {program}", look)
+    return screen.find(program, role, name, last)
 
 
 def status_items():
@@ -178,10 +107,6 @@ def last_notification():
 
 
 # ---------------------------------------------------------------- hands
-
-
-def xdotool(*words):
-    subprocess.run(["xdotool", *map(str, words)], check=True, timeout=60)
 
 
 def start(*command, **options):
@@ -221,7 +146,7 @@ def choose(name, *keys):
 
 # ---------------------------------------------------------------- the demonstration
 
-a11y = accessibility_bus()
+screen = Screen()
 os.makedirs(f"{HOME}/.config/xfce4/xfconf/xfce-perchannel-xml")
 with open(f"{HOME}/.config/xfce4/xfconf/xfce-perchannel-xml/xfce4-panel.xml", "w", encoding="utf-8") as file:
     file.write(PANEL)
