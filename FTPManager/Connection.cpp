@@ -65,7 +65,10 @@ curl_socket_t Connection::openSocket(void *self, curlsocktype, curl_sockaddr *ad
     if (descriptor < 0) return CURL_SOCKET_BAD;
     const bool isControl = portOf(*address) == connection.serverPort_;
     connection.sockets_.push_back({descriptor, isControl});
-    if (isControl) ++connection.controlConnectionsOpened_;
+    if (isControl) {
+        ++connection.controlConnectionsOpened_;
+        connection.replyBytes_ = 0;
+    }
     return descriptor;
 }
 
@@ -125,6 +128,21 @@ SocketActivity Connection::activity() const {
 unsigned Connection::controlConnectionsOpened() const {
     const std::scoped_lock lock(socketsMutex_);
     return controlConnectionsOpened_;
+}
+
+void Connection::countReply(std::size_t bytes) noexcept {
+    const std::scoped_lock lock(socketsMutex_);
+    replyBytes_ += bytes;
+}
+
+bool Connection::hasUnreadReply() const {
+    const std::scoped_lock lock(socketsMutex_);
+    return std::any_of(sockets_.begin(), sockets_.end(), [this](const Socket &socket) {
+        tcp_info info{};
+        socklen_t size = sizeof info;
+        return socket.isControl && getsockopt(socket.descriptor, IPPROTO_TCP, TCP_INFO, &info, &size) == 0 &&
+               info.tcpi_bytes_received > replyBytes_;
+    });
 }
 
 bool Connection::hasUnexpectedInput() const {

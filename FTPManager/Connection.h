@@ -2,6 +2,7 @@
 
 #include <curl/curl.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -47,6 +48,10 @@ class Connection {
     SocketActivity activity() const;
     /// How many control connections were opened so far: 0 or more than 1 tell of re-use and of a reopening.
     unsigned controlConnectionsOpened() const;
+    /// Counts bytes of replies that libcurl has read and passed on.
+    void countReply(std::size_t bytes) noexcept;
+    /// Whether more has arrived on the control connection than libcurl has passed on. Plain text only.
+    bool hasUnreadReply() const;
     /// Whether the server has said something that nobody asked for, or has hung up.
     bool hasUnexpectedInput() const;
 
@@ -69,6 +74,7 @@ class Connection {
     mutable std::mutex socketsMutex_;
     std::vector<Socket> sockets_;
     unsigned controlConnectionsOpened_ = 0;
+    std::uint64_t replyBytes_ = 0;  ///< on the latest control connection
     bool dataIsWhole_ = true;
     bool interrupted_ = false;
 };

@@ -132,6 +132,10 @@ bool hasGoodbye(std::string_view answers) {
 
 }  // namespace
 
+bool isSendableLine(std::string_view line) {
+    return !hasUnsendableByte(line) && line.size() + kLineEnd.size() < kBufferSizeBytes;
+}
+
 std::optional<std::vector<std::string>> controlLines(const std::string &user, const std::string &password,
                                                      const std::optional<std::string> &folder,
                                                      const std::optional<std::string> &command) {
@@ -141,10 +145,7 @@ std::optional<std::vector<std::string>> controlLines(const std::string &user, co
         lines.push_back(*command);
     }
     lines.emplace_back("QUIT");
-    const bool areSendable = std::ranges::all_of(lines, [](const std::string &line) {
-        return !hasUnsendableByte(line) && line.size() + kLineEnd.size() < kBufferSizeBytes;
-    });
-    if (!areSendable) return std::nullopt;
+    if (!std::ranges::all_of(lines, isSendableLine)) return std::nullopt;
     return lines;
 }
 
@@ -153,7 +154,9 @@ bool _checkAnswers(std::string_view answers) {
                      [](std::string_view piece) { return piece.starts_with('4') || piece.starts_with('5'); });
 }
 
-std::optional<std::string> _listenLoopForSocket(int socket, milliseconds idleTimeout) {
+std::optional<std::string> _listenLoopForSocket(int socket, milliseconds idleTimeout,
+                                                milliseconds wholeTimeout) {
+    const Clock::time_point end = Clock::now() + wholeTimeout;
     std::string answers;
     const auto endedEarly = [&answers]() -> std::optional<std::string> {
         log("Error reading from socket!");
@@ -175,7 +178,7 @@ std::optional<std::string> _listenLoopForSocket(int socket, milliseconds idleTim
         }
         const std::string_view text(piece.data());  // up to the first zero byte
         (answers += '\n') += isValidUtf8(text) ? text : "(null)";
-        if (answers.size() > kMostAnswerBytes) return endedEarly();
+        if (answers.size() > kMostAnswerBytes || (last > 0 && Clock::now() > end)) return endedEarly();
     }
     return answers;
 }
@@ -203,7 +206,9 @@ std::optional<bool> runControlLines(const std::string &host, std::uint16_t port,
         if (!sendWhole(socket.descriptor(), line + std::string(kLineEnd), limits.idleTimeout))
             return std::nullopt;
     }
-    const std::optional<std::string> answers = _listenLoopForSocket(socket.descriptor(), limits.idleTimeout);
+    // As long as it would take to answer each line by itself.
+    const std::optional<std::string> answers = _listenLoopForSocket(
+        socket.descriptor(), limits.idleTimeout, limits.idleTimeout * static_cast<int>(lines.size()));
     return answers && _checkAnswers(*answers);
 }
 

@@ -11,9 +11,11 @@
 
 namespace fm {
 
+/// Whether a line, without its end, has at most 253 bytes, no control character and no byte 0xFF.
+bool isSendableLine(std::string_view line);
+
 /// The lines, each without its end, that do one command after a login; without a command they log in and
-/// out. Nothing if a line cannot be sent: it holds a control character or a byte 0xFF, or is longer than 253
-/// bytes.
+/// out. Nothing if a line cannot be sent.
 std::optional<std::vector<std::string>> controlLines(const std::string &user, const std::string &password,
                                                      const std::optional<std::string> &folder,
                                                      const std::optional<std::string> &command);
@@ -23,9 +25,10 @@ bool _checkAnswers(std::string_view answers);
 
 /// Everything that the other side says until it closes, each piece as it came behind a line break. A piece
 /// that is not UTF-8 counts as "(null)". Logs a line when reading fails; what was read before that is
-/// returned. Nothing if the other side fell silent for longer than `idleTimeout`, or never stops talking,
-/// and has not said goodbye.
-std::optional<std::string> _listenLoopForSocket(int socket, std::chrono::milliseconds idleTimeout);
+/// returned. Nothing if the other side fell silent for longer than `idleTimeout`, or talks for longer than
+/// `wholeTimeout` or without measure, and has not said goodbye.
+std::optional<std::string> _listenLoopForSocket(int socket, std::chrono::milliseconds idleTimeout,
+                                                std::chrono::milliseconds wholeTimeout);
 
 /// Connects to the host over IPv4, sends all lines at once and judges the answers. Nothing if the lines could
 /// not be sent, with a log line if there was no connection. Blocks the calling thread, within the limits.

@@ -59,7 +59,10 @@ std::optional<std::string> fmdir(std::string_view destination) {
 }
 
 std::optional<std::string> ftpURLForPort(std::string_view destination, std::int32_t port) {
-    std::string url = "ftp://" + fmhost(destination);
+    const std::string host = fmhost(destination);
+    // Behind these the port would be no port.
+    if (host.find_first_of("?#") != std::string::npos) return std::nullopt;
+    std::string url = "ftp://" + host;
     if (port != kDefaultPort) url += ":" + std::to_string(port);
     const std::optional<std::string> dir = fmdir(destination);
     if (dir && !dir->empty()) url += "/" + fm::percentEscaped(*dir, kPlainPathMarks);

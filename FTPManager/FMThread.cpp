@@ -15,6 +15,8 @@ bool FMThread::runInSeparateThread(const std::function<void()> &block) {
                 finished = true;
             } catch (const std::exception &error) {
                 fm::log(std::string("FTPManager: an operation ended early: ") + error.what());
+            } catch (...) {
+                fm::log("FTPManager: an operation ended early");
             }
         });
         // The end of the thread is the hand-over: nothing that the caller could miss.

@@ -55,7 +55,7 @@ std::optional<std::string> stringWithContentsOfURL(std::string_view url, const F
         std::optional<std::string> content = wholeFile(*address, transport, std::move(cancelled));
         if (!content || !fm::isValidUtf8(*content)) return std::nullopt;
         return content;
-    } catch (const std::exception &) {
+    } catch (...) {
         return std::nullopt;  // a file too large for the memory
     }
 }

@@ -186,7 +186,7 @@ bool FTPManager::Operations::run(const std::stop_token &cancelled, const std::fu
         });
         worker_ = std::thread::id();
         return finished && result;
-    } catch (const std::exception &) {
+    } catch (...) {
         return false;  // out of memory
     }
 }
@@ -291,7 +291,7 @@ bool FTPManager::Operations::runStream(FTPStream &ftpStream, const std::stop_tok
         ftpStream.open(cancelled);
         runLoop.schedule(ftpStream);
         runLoop.run();
-    } catch (const std::exception &) {
+    } catch (...) {
         _streamDidEndWithSuccess(false, FailureReason::kStream);
     }
     return streamSuccess();
@@ -332,7 +332,7 @@ std::optional<bool> FTPManager::Operations::runEncrypted(const FMServer &server,
     if (command) {
         const bool isRelative = !command->name.starts_with('/');
         line = command->verb + " " + (isRelative ? folder->path : "") + command->name;
-        if (fm::hasUnsendableByte(line)) return std::nullopt;
+        if (!fm::isSendableLine(line)) return std::nullopt;
     }
     fm::Transfer transfer(*transport_, {.kind = fm::TransferTask::Kind::kCommand,
                                         .address = std::move(*folder),

@@ -18,27 +18,29 @@
 /// How far a transfer has come. All sizes are in bytes.
 struct FTPProgress {
     std::uint64_t fileSize = 0;           ///< of the whole transfer
-    std::uint64_t bytesProcessed = 0;     ///< moved by the latest single step
+    std::uint64_t bytesProcessed = 0;     ///< moved by the latest single step, be it of the transfer before
     std::uint64_t fileSizeProcessed = 0;  ///< moved so far
     float progress = 0;                   ///< fileSizeProcessed ÷ fileSize
 };
 
-/// Told how a transfer goes on, on the transfer's worker thread, which waits for the return.
+/// Told how a transfer goes on, on the transfer's worker thread, which waits for the return. It may call
+/// abort(), progress() and action(); an operation of the same manager, which would wait for itself, is
+/// refused with a log line. It should not throw: the transfer fails then.
 class FTPManagerDelegate {
   public:
     virtual ~FTPManagerDelegate() = default;
-    /// After each piece handed to the server. It must not start an operation of the same manager.
+    /// After each piece handed to the server.
     virtual void ftpManagerUploadProgressDidChange(const std::optional<FTPProgress> &progress) {
         static_cast<void>(progress);
     }
     /// When the server begins to send, and after each piece received from it; nothing if it has not told the
-    /// file's size. The same holds for it.
+    /// file's size.
     virtual void ftpManagerDownloadProgressDidChange(const std::optional<FTPProgress> &progress) {
         static_cast<void>(progress);
     }
 };
 
-/// What a manager is doing.
+/// What a manager is doing or last did: kFinished follows only if the server was reached.
 enum class FTPManagerAction : std::int32_t {
     kUpload = 0,
     kCreateFolder = 1,
@@ -61,13 +63,14 @@ enum class FTPManagerAction : std::int32_t {
 ///
 /// Every operation first checks the descriptor with _checkFMServer, and gives false, or nothing, if it cannot
 /// be used. So does a text that no FTP command can carry: user name, password, destination or name with a
-/// control character or a byte 0xFF. Names of files and folders are single: not empty, not "." or "..",
-/// without "/". In all these cases nothing is sent and nothing is left behind.
+/// control character or a byte 0xFF; and a port above 65535. Names of files and folders to transfer are
+/// single: not empty, not "." or "..", without "/". In all these cases nothing is sent and nothing is left
+/// behind.
 ///
 /// An operation ends when it is done, when the server refuses, and when the line is dead by the transport's
-/// limits. A transfer that fails for such a reason logs one line. `cancelled`, where there is one, gives the
-/// operation up at once, while it waits for its turn as well as while it runs: false, or nothing, and no
-/// line.
+/// limits. A transfer that fails for such a reason logs one line, for most reasons the same. `cancelled`,
+/// where there is one, gives the operation up at once, while it waits for its turn as well as while it runs:
+/// false, or nothing, and no line.
 class FTPManager {
   public:
     /// With a transport of its own and default limits.
@@ -103,28 +106,35 @@ class FTPManager {
                                                              const std::stop_token &cancelled = {});
 
     /// Fetches the file of that name from the destination's folder into a local folder, under the same name.
-    /// What was there under that name is replaced, and gone even if the download fails: no part of a file is
-    /// left. If the local file cannot be written, nothing is asked of the server and nothing is touched.
-    ///
-    /// True once the server has confirmed that it has sent all, and no fewer bytes have come than it
-    /// announced.
+    /// What was there under that name is replaced, and gone as soon as the download has had its turn,
+    /// whatever becomes of it: no part of a file is left. If the local file cannot be written, nothing is
+    /// asked of the server and nothing is touched. True once the server has confirmed that it has sent all,
+    /// and no fewer bytes have come than it said that the file has when it was asked for its size.
     bool downloadFile(std::optional<std::string_view> name,
                       const std::optional<std::filesystem::path> &toDirectory, const FMServer *fromServer,
                       const std::stop_token &cancelled = {});
 
-    // Commands. Each has a connection of its own, on which all its lines are sent at once; it is judged when
-    // the server has closed it, and succeeds if no line of the answers begins with "4" or "5". Lines of more
-    // than 253 bytes are not sent. With a transport that encrypts, the command goes over a connection like a
-    // transfer's instead, and succeeds if the server has not refused it. A failure to connect logs a line.
+    // Commands. Each has a connection of its own, over IPv4, on which all its lines are sent at once: login,
+    // the destination's folder, the command, goodbye. It is judged when the server has closed it, and
+    // succeeds if no line of the answers begins with "4" or "5", where each 255 bytes received at once begin
+    // a line, too, and a piece that is not UTF-8 counts for nothing. Mind what follows from it: if the folder
+    // is not there the result is false, but the server has run the command in the login folder; and a server
+    // whose answers are odd enough is misunderstood. Names are not checked, but lines of more than 253 bytes
+    // are not sent. A failure to connect logs a line.
+    //
+    // With a transport that encrypts, a command goes over a connection like a transfer's instead, with the
+    // folder and the name in one, and succeeds if the server has not refused it.
 
     /// Deletes a file, or an empty folder: a name without "." is taken for a folder, any other for a file.
+    /// The wrong one of the two is refused by the server.
     bool deleteFileNamed(std::optional<std::string_view> name, const FMServer *fromServer);
-    /// The same.
+    /// Another name for deleteFileNamed.
     bool deleteFile(std::optional<std::string_view> name, const FMServer *fromServer);
     /// Changes permissions. `to` shows the octal digits as a decimal number: 755 for rwxr-xr-x. False if it
     /// is not in 0...777, or if the server has no such command.
     bool chmodFileNamed(std::optional<std::string_view> name, std::int32_t to, const FMServer *atServer);
-    /// Whether the server lets that user in with that password now.
+    /// Whether the server lets that user in with that password now. True unless the server has refused: some
+    /// (pyftpdlib) do not say a refusal where the connection is not encrypted.
     bool checkLogin(const FMServer *server);
 
     /// Whether the descriptor can be used: it is there, no text is absent, the port is positive. Logs a line
@@ -184,7 +194,7 @@ std::optional<std::string> stringWithContentsOfURL(std::string_view url, const F
 std::optional<std::string> stringWithContentsOfURL(std::string_view url);
 
 /// Receives the library's diagnostic lines, each without a line end, one at a time, on whatever thread they
-/// arise. It must not call the library.
+/// arise. It must not call the library. If it throws, the line is lost.
 using FTPManagerLogSink = std::function<void(std::string_view line)>;
 /// Replaces the sink, for the whole process; an empty one restores the default, which is standard error. The
 /// former sink is not called any more once this returns.

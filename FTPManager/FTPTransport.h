@@ -33,8 +33,8 @@ class ConnectionPool;
 
 /// The way to the servers: limits, encryption, and connections that stay open between operations, so that the
 /// next upload or read needs no new login. Every operation takes a connection for itself and gives it back
-/// when it ends; operations on several threads never share one. May be used from any thread; the options are
-/// fixed.
+/// when it ends (commands without encryption open their own); operations on several threads never share one.
+/// May be used from any thread; the options are fixed.
 ///
 /// The connections are closed when the last owner (whoever made it, and each manager) lets go.
 class FTPTransport {

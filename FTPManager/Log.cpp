@@ -29,7 +29,7 @@ void log(std::string_view line) noexcept {
         } else {
             std::fprintf(stderr, "%.*s\n", static_cast<int>(line.size()), line.data());
         }
-    } catch (const std::exception &) {
+    } catch (...) {
         // A sink that fails has lost its line; the operation that logged goes on.
     }
 }

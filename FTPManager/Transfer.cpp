@@ -79,6 +79,7 @@ bool Transfer::begin() {
     setTask(connection->easy());
     connection->setDataIsWhole(task_.kind != TransferTask::Kind::kStore);
     announcedSize_.reset();
+    hasDataAddress_ = false;
     bytesReceived_ = 0;
     controlConnectionsBefore_ = connection->controlConnectionsOpened();
     const SocketActivity activity = connection->activity();
@@ -302,9 +303,12 @@ std::size_t Transfer::onRead(char *room, std::size_t size, std::size_t count, vo
         transfer.hasBegun_ = true;
         const std::optional<std::size_t> filled = transfer.task_.source({room, size * count});
         if (!filled || transfer.isInterrupted()) return CURL_READFUNC_ABORT;
+        // A server that has already answered, before it has the whole file, means something else.
+        const bool mayCompare = transfer.transport_.options().tls == TlsMode::kOff;
+        if (*filled == 0 && mayCompare && transfer.connection_->hasUnreadReply()) return CURL_READFUNC_ABORT;
         transfer.connection_->setDataIsWhole(*filled == 0);
         return *filled;
-    } catch (const std::exception &) {
+    } catch (...) {
         return CURL_READFUNC_ABORT;
     }
 }
@@ -315,21 +319,26 @@ std::size_t Transfer::onWrite(char *bytes, std::size_t size, std::size_t count, 
         transfer.hasBegun_ = true;
         transfer.bytesReceived_ += size * count;
         return transfer.task_.sink({bytes, size * count}) ? size * count : 0;
-    } catch (const std::exception &) {
+    } catch (...) {
         return 0;
     }
 }
 
 std::size_t Transfer::onReply(char *line, std::size_t size, std::size_t count, void *self) {
     try {
-        static_cast<Transfer *>(self)->noteReply({line, size * count});
+        auto &transfer = *static_cast<Transfer *>(self);
+        transfer.connection_->countReply(size * count);
+        transfer.noteReply({line, size * count});
         return size * count;
-    } catch (const std::exception &) {
+    } catch (...) {
         return 0;
     }
 }
 
 void Transfer::noteReply(std::string_view line) {
+    // What a server says before that answers something else, if anything.
+    hasDataAddress_ |= line.starts_with("229 ") || line.starts_with("227 ");
+    if (!hasDataAddress_) return;
     if (task_.asksSize && line.starts_with("213 ")) {
         const std::string_view digits = line.substr(line.find(' ') + 1);
         std::uint64_t size = 0;

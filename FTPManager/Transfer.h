@@ -96,6 +96,7 @@ class Transfer {
     Status status_ = Status::kRunning;
     bool hasBegun_ = false;  ///< the server has taken up the request, so it is not repeated
     bool listsPlainly_ = false;
+    bool hasDataAddress_ = false;  ///< the server has said where the data connection goes
     std::optional<std::uint64_t> announcedSize_;
     std::uint64_t bytesReceived_ = 0;
     bool hadRetry_ = false;

@@ -1,14 +1,11 @@
-// What benchmarks/ftp.py times: the FTP library as a program.
+// What benchmarks/ftp.py times: the FTP library as a program, ftp_client HOST PORT FOLDER TASK..., for the
+// user u with the password p. It prints the seconds of each thing that it times; failing ends it with
+// status 1.
 //
-//     ftp_client HOST PORT FOLDER upload FILE           each of these prints the seconds that it took
-//     ftp_client HOST PORT FOLDER download NAME TO
-//     ftp_client HOST PORT FOLDER save                  a read and an upload of 10 kB over fresh connections,
-//     and once more ftp_client HOST PORT FOLDER sign-up               a read and four uploads over a warm
-//     connection ftp_client HOST PORT FOLDER small COUNT           uploads and reads of 10 kB, over a warm
-//     connection
-//
-// The user is u with the password p. With QUILLERY_CA_FILE set, connections are encrypted. Failing ends it
-// with status 1.
+// - upload FILE, download NAME TO: that file
+// - save: a read and an upload of 10 kB over a fresh connection, then the same over the warm one
+// - sign-up: a read and four uploads over a warm connection
+// - small COUNT: as many uploads and reads of 10 kB over a warm connection
 
 #include <chrono>
 #include <cstdio>
@@ -55,15 +52,9 @@ class Client {
         std::cerr << "the operation failed\n";
         std::exit(1);
     }
-    static TransportOptions options() {
-        const char *const caFile = std::getenv("QUILLERY_CA_FILE");
-        if (!caFile) return {};
-        return {.limits = {}, .tls = TlsMode::kRequired, .caFile = caFile};
-    }
-
     const FTPFileLocation location_;
     FMServer server_;
-    const std::shared_ptr<FTPTransport> transport_ = std::make_shared<FTPTransport>(options());
+    const std::shared_ptr<FTPTransport> transport_ = std::make_shared<FTPTransport>();
     FTPManager manager_{transport_};
 };
 

@@ -31,6 +31,11 @@ OpenedBackEnd openOnWayland() {
 
 }  // namespace
 
+VkHotKeyRef BackEnd::newRef() {
+    static VkHotKeyRef last = 0;
+    return ++last;
+}
+
 OpenedBackEnd openBackEndOfSession() {
     const QCoreApplication *application = QCoreApplication::instance();
     if (!application || application->thread() != QThread::currentThread())

@@ -72,6 +72,13 @@ class BackEnd {
 
     /// Gives a combination back; on return others can take it. An unknown handle is ignored.
     virtual void unregisterEventHotKey(VkHotKeyRef ref) = 0;
+
+    /// Whether the service is gone for good: every registration with it fails from now on.
+    virtual bool isLost() const { return false; }
+
+  protected:
+    /// A handle that no back end of this process has given yet.
+    static VkHotKeyRef newRef();
 };
 
 /// A back end, or the reason in words why there is none.

@@ -42,6 +42,8 @@ class Keyboard {
     }
 
     const std::string &display() const { return display_; }
+    /// Whether there is an X server to ask that is not asked.
+    bool isCutOff() const { return !display_.empty() && !isConnected(); }
 
     /// Brings keymap and layout in force up to date.
     void refresh() {
@@ -125,7 +127,8 @@ const Keyboard &currentKeyboard() {
     static std::unique_ptr<Keyboard> keyboard;
     const char *environment = std::getenv("DISPLAY");
     const std::string display = environment ? environment : "";
-    if (!keyboard || keyboard->display() != display) keyboard = std::make_unique<Keyboard>(display);
+    if (!keyboard || keyboard->display() != display || keyboard->isCutOff())
+        keyboard = std::make_unique<Keyboard>(display);
     keyboard->refresh();
     return *keyboard;
 }

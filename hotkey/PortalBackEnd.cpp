@@ -73,11 +73,14 @@ class PortalBackEnd final : public BackEnd {
             if (std::string failure = portal_->whyUnusable(); !failure.empty())
                 return {std::nullopt, std::move(failure)};
 
-        hotKeys_[++lastRef_] = {identifier, modifiers, id, QString::fromStdString(trigger),
-                                QString::fromStdString(purpose.empty() ? "Hot key " + trigger : purpose)};
-        if (!isAway_) askFor(lastRef_);  // otherwise that comes with the notice that the portal is back
-        return {lastRef_, {}};
+        const VkHotKeyRef ref = newRef();
+        hotKeys_[ref] = {identifier, modifiers, id, QString::fromStdString(trigger),
+                         QString::fromStdString(purpose.empty() ? "Hot key " + trigger : purpose)};
+        if (!isAway_) askFor(ref);  // otherwise that comes with the notice that the portal is back
+        return {ref, {}};
     }
+
+    bool isLost() const override { return !portal_->isConnected(); }
 
     void unregisterEventHotKey(VkHotKeyRef ref) override {
         if (const auto node = hotKeys_.extract(ref)) portal_->closeSession(node.mapped().session);
@@ -180,7 +183,6 @@ class PortalBackEnd final : public BackEnd {
     ReleasedHandler releasedHandler_;
     LostHandler lostHandler_;
     std::map<VkHotKeyRef, HotKey> hotKeys_;
-    VkHotKeyRef lastRef_ = 0;
     std::map<QString, int> timesAsked_;  // by the id of a hot key
     bool isAway_ = false;
     Deliveries deliveries_;

@@ -131,6 +131,8 @@ std::shared_ptr<VkHotKey> VkHotKeyCenter::_registerHotKey(const std::shared_ptr<
 }
 
 bool VkHotKeyCenter::openBackEnd() {
+    // A lost service is looked for anew once everyone has heard of the loss.
+    if (backEnd_ && backEnd_->isLost() && registeredHotKeys().empty()) backEnd_.reset();
     if (backEnd_) return true;
     hotkey::OpenedBackEnd opened = opener_();
     if (!opened.backEnd) {

@@ -71,8 +71,9 @@ class VkHotKeyCenter {
 
     /// Registers a combination that calls `action` of `target` with the event and `object`; see
     /// VkHotKey::invokeWithEvent for the members that count as an action. The target is not owned and may be
-    /// destroyed at any time: the hot key then does nothing. Returns the registered hot key. Returns null,
-    /// with nothing kept, if the combination is registered already or the service refuses it.
+    /// destroyed at any time: the hot key then does nothing. Whether it responds to the action is looked at
+    /// when the hot key fires. What an action or a task throws is logged. Returns the registered hot key.
+    /// Returns null, with nothing kept, if the combination is registered already or the service refuses it.
     std::shared_ptr<VkHotKey> registerHotKeyWithKeyCode(std::uint16_t keyCode, std::uint64_t modifierFlags,
                                                         QObject *target, std::optional<std::string> action,
                                                         QVariant object = {});

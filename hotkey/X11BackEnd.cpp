@@ -75,9 +75,12 @@ class X11BackEnd final : public BackEnd {
         readEvents();
         if (isLost()) return {std::nullopt, kConnectionLost};
         if (!failure.empty()) return {std::nullopt, std::move(failure)};
-        hotKeys_.emplace(++lastRef_, std::move(hotKey));
-        return {lastRef_, {}};
+        const VkHotKeyRef ref = newRef();
+        hotKeys_.emplace(ref, std::move(hotKey));
+        return {ref, {}};
     }
+
+    bool isLost() const override { return xcb_connection_has_error(connection_.get()) != 0; }
 
     void unregisterEventHotKey(VkHotKeyRef ref) override {
         const auto hotKey = hotKeys_.find(ref);
@@ -101,8 +104,6 @@ class X11BackEnd final : public BackEnd {
         VkHotKeyRef ref;
         bool wasPressedAgain;  // by auto-repeat, since the last look at the keys
     };
-
-    bool isLost() const { return xcb_connection_has_error(connection_.get()) != 0; }
 
     bool isTakenByOurselves(const HotKey &wanted) const {
         return std::ranges::any_of(hotKeys_, [&](const auto &entry) {
@@ -244,7 +245,6 @@ class X11BackEnd final : public BackEnd {
     ReleasedHandler releasedHandler_;
     LostHandler lostHandler_;
     std::map<VkHotKeyRef, HotKey> hotKeys_;
-    VkHotKeyRef lastRef_ = 0;
     std::map<xcb_keycode_t, HeldKey> held_;
     Deliveries deliveries_;
     xcb_timestamp_t lastEventTime_ = 0;

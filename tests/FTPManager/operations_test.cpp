@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -26,7 +27,7 @@ constexpr TransportLimits kQuickLimits{.connectTimeout = 2s, .idleTimeout = 400m
 
 class Operations : public testing::Test {
   protected:
-    explicit Operations(Faults faults = {}) : scripted(std::move(faults)) {
+    Operations() {
         server.port = scripted.port();
         std::ofstream(local.path() / "file") << "content";
     }
@@ -85,7 +86,11 @@ TEST_F(Operations, SendNothingAndLeaveNothingForBadInput) {
             EXPECT_FALSE(call.run(name, &server)) << name;
     }
     for (const std::int32_t mode : {-1, 778, 1000}) EXPECT_FALSE(manager.chmodFileNamed("n", mode, &server));
-    EXPECT_FALSE(manager.deleteFileNamed(std::string(300, 'x'), &server)) << "longer than the line buffer";
+    EXPECT_FALSE(manager.deleteFileNamed(std::string(249, '.'), &server)) << "longer than the line buffer";
+    EXPECT_TRUE(fm::controlLines("u", "p", {}, "DELE " + std::string(248, 'x')));
+    server.destination = "127.0.0.1?x";
+    EXPECT_FALSE(manager.uploadFile(localFile("file"), &server)) << "the port would be none";
+    server.destination = "127.0.0.1/htdocs";
 
     EXPECT_FALSE(manager.uploadFile(std::nullopt, &server));
     ASSERT_EQ(mkfifo(localFile("pipe").c_str(), 0600), 0);
@@ -95,6 +100,7 @@ TEST_F(Operations, SendNothingAndLeaveNothingForBadInput) {
     EXPECT_FALSE(manager.downloadFile("n", localFile("absent"), &server));
     EXPECT_FALSE(manager.downloadFile("n", localFile("file"), &server)) << "no folder";
     EXPECT_FALSE(manager.downloadFile("in", local.path(), &server)) << "a folder is in the way";
+    EXPECT_FALSE(manager.downloadFile("n", "/proc", &server)) << "nobody may write there";
 
     EXPECT_EQ(scripted.connectionCount(), 0);
     EXPECT_TRUE(std::filesystem::is_empty(local.path() / "in"));
@@ -223,8 +229,6 @@ TEST(DataAddress, ThatTheServerGetsWrongIsNotBelieved) {
 }
 
 TEST_F(Operations, AbortEndsEachTransferAsIfItHadSucceeded) {
-    scripted.setFile("htdocs/n", std::string(200'000, 'x'));
-    scripted.setFile("htdocs/m", "");
     struct Aborted {
         std::string at;
         std::function<bool(FTPManager &, const FMServer &)> run;
@@ -351,6 +355,36 @@ TEST_F(Operations, AreShownByTheExample) {
     EXPECT_EQ(scripted.file("htdocs/file"), "content");
 }
 
+TEST(Commands, WaitForNoAnswerBeforeTheLastLineIsSent) {
+    // A server that says nothing, not even who it is, until the client has said goodbye.
+    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    auto *const generic = reinterpret_cast<sockaddr *>(&address);
+    ASSERT_EQ(bind(listener, generic, size), 0);
+    ASSERT_EQ(listen(listener, 1), 0);
+    ASSERT_EQ(getsockname(listener, generic, &size), 0);
+    std::string heard;
+    std::jthread patient([&] {
+        const int client = accept(listener, nullptr, nullptr);
+        char c = 0;
+        while (!heard.ends_with("QUIT\r\n") && recv(client, &c, 1, 0) == 1) heard += c;
+        const std::string_view answers = "220 Hello.\r\n331 Password?\r\n230 Welcome.\r\n221 Bye.\r\n";
+        send(client, answers.data(), answers.size(), MSG_NOSIGNAL);
+        close(client);
+    });
+    FMServer server = FMServer::serverWithDestination("127.0.0.1", "u", "p");
+    server.port = ntohs(address.sin_port);
+    FTPManager manager(std::make_shared<FTPTransport>(
+        TransportOptions{.limits = kQuickLimits, .tls = TlsMode::kOff, .caFile = {}}));
+    EXPECT_TRUE(manager.checkLogin(&server));
+    patient.join();
+    EXPECT_EQ(heard, "USER u\r\nPASS p\r\nQUIT\r\n");
+    close(listener);
+}
+
 TEST(Answers, AreJudgedByTheFirstCharacterOfEachPiece) {
     for (const std::string fine : {"", "\n", "\n220 Ready.\r\n331 Password?\n", "x5\n 5", "150"})
         EXPECT_TRUE(fm::_checkAnswers(fine)) << fine;
@@ -364,7 +398,7 @@ TEST(Answers, AreReadPieceByPieceUntilTheServerCloses) {
         EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK, 0, ends), 0);
         for (const std::string &piece : pieces) EXPECT_GT(send(ends[1], piece.data(), piece.size(), 0), 0);
         if (closes) close(ends[1]);
-        auto answers = fm::_listenLoopForSocket(ends[0], 100ms);
+        auto answers = fm::_listenLoopForSocket(ends[0], 100ms, 5s);
         close(ends[0]);
         if (!closes) close(ends[1]);
         return answers;
@@ -378,6 +412,34 @@ TEST(Answers, AreReadPieceByPieceUntilTheServerCloses) {
         << "it does not close";
     EXPECT_EQ(heard({"220 a\r\n"}, false), std::nullopt) << "it fell silent";
     EXPECT_THAT(log.take(), ElementsAre("Error reading from socket!", "Error reading from socket!"));
+
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends), 0);
+    const std::string longLine(300, 'x');
+    EXPECT_EQ(send(ends[1], longLine.data(), longLine.size(), 0), 300);
+    close(ends[1]);
+    EXPECT_EQ(fm::_listenLoopForSocket(ends[0], 100ms, 5s),
+              "\n" + longLine.substr(0, 255) + "\n" + longLine.substr(255) + "\n");
+    close(ends[0]);
+}
+
+TEST(Answers, ThatNeverEndAreGivenUp) {
+    LogCapture log;
+    for (const std::string word : {"2", "200 Still here.\r\n"}) {
+        int ends[2];
+        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+        std::jthread talker([&](const std::stop_token &stop) {
+            while (!stop.stop_requested() && send(ends[1], word.data(), word.size(), MSG_NOSIGNAL) > 0)
+                std::this_thread::yield();
+        });
+        const Clock::time_point start = Clock::now();
+        EXPECT_EQ(fm::_listenLoopForSocket(ends[0], 10s, 200ms), std::nullopt);
+        EXPECT_LT(Clock::now() - start, 5s);
+        close(ends[0]);
+        talker.request_stop();
+        talker.join();
+        close(ends[1]);
+    }
 }
 
 }  // namespace

@@ -62,6 +62,8 @@ TEST(StringAdditions, MakeURLs) {
     };
     const std::vector<Case> cases = {
         {"example.org/htdocs", 21, "ftp://example.org/htdocs"},
+        {"/htdocs", 21, std::nullopt},
+        {"example.org?x", 2121, std::nullopt},
         {"ftp://example.org/htdocs", 2121, "ftp://example.org:2121/htdocs"},
         {"example.org", 21, "ftp://example.org"},
         {"example.org/", 21, "ftp://example.org"},

@@ -128,7 +128,9 @@ class CountingDelegate : public FTPManagerDelegate {
         latest = progress;
         thread = std::this_thread::get_id();
         wasUploading &= manager.action() == FTPManagerAction::kUpload && manager.progress().has_value();
-        if (tryAgain) startedFromWithin |= manager.uploadData("x", "again", tryAgain);
+        if (!tryAgain) return;
+        startedFromWithin |= manager.uploadData("x", "again", tryAgain);
+        startedFromWithin |= manager.deleteFile("n", tryAgain);
     }
 
     FTPManager &manager;

@@ -31,7 +31,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     }
     expected += "\n";
     close(ends[1]);
-    const auto answers = fm::_listenLoopForSocket(ends[0], std::chrono::milliseconds(100));
+    const auto answers =
+        fm::_listenLoopForSocket(ends[0], std::chrono::milliseconds(100), std::chrono::seconds(10));
     close(ends[0]);
     REQUIRE(answers == expected);
 
