@@ -16,6 +16,11 @@ constexpr mode_t kNewFileMode = 0666;  // less the user's mask
 
 }  // namespace
 
+std::uint64_t sizeOfFile(const std::filesystem::path &file) {
+    struct stat status {};
+    return stat(file.c_str(), &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
+}
+
 std::optional<std::size_t> DataReader::read(std::span<char> room) {
     const std::size_t count = std::min(room.size(), rest_.size());
     std::copy_n(rest_.begin(), count, room.begin());

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -8,6 +9,9 @@
 #include <string_view>
 
 namespace fm {
+
+/// In bytes; 0 if it cannot be had.
+std::uint64_t sizeOfFile(const std::filesystem::path &file);
 
 /// Bytes to be read piece by piece.
 class ByteReader {

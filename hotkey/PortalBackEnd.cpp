@@ -18,7 +18,7 @@ namespace {
 // A portal that is restarted is back within this time; only what stays away longer is reported.
 constexpr std::chrono::seconds kAwayLimit{5};
 
-/// The combination in the form of the shortcuts specification, CTRL+LOGO+c; empty if no key gives anything
+/// The combination in the form that desktops agree on, CTRL+LOGO+c; empty if no key gives anything
 /// there.
 std::string triggerFor(std::uint16_t keyCode, std::uint32_t modifiers) {
     const std::optional<std::uint16_t> inputCode = inputCodeFromKeyCode(keyCode);
