@@ -91,6 +91,45 @@ TEST_F(Accounts, NamesThatAreNoFileNamesAreNeverWritten) {
         EXPECT_EQ(file.path().string().find("evil"), std::string::npos) << file.path();
 }
 
+TEST_F(Accounts, OddNamesAreNamesLikeAnyOther) {
+    start();
+    for (const QString &user :
+         {QStringLiteral(".hidden"), QStringLiteral("_Username.txt"), QStringLiteral(" blanks "),
+          QStringLiteral("100%#;x?"), QStringLiteral("Gr\u00FC\u00DFe\u4F60")}) {
+        SCOPED_TRACE(user.toStdString());
+        alerts.expect("Success!", "You have successfully been registred as Quillery member.");
+        signUp(user, QStringLiteral("secret"));
+        signIn(user, QStringLiteral("secret"));
+        ASSERT_TRUE(delegate->isSigned_in);
+        save("of " + user.toStdString());
+        EXPECT_EQ(remote("." + user.toStdString() + "_Quillery.txt"), "of " + user.toStdString() + kEnd);
+        i().Log_in_menu_item->trigger();
+    }
+}
+
+TEST_F(Accounts, FormsAreGoneThroughByTabFromTopToBottom) {
+    start();
+    const auto order = [this](QWidget *first) {
+        QApplication::setActiveWindow(i().Quillery_window.get());
+        first->setFocus();
+        QStringList names;
+        for (int k = 0; k < 8; ++k) {
+            QWidget *focused = QApplication::focusWidget();
+            if (!focused || names.contains(focused->objectName())) break;
+            names << focused->objectName();
+            QTest::keyClick(focused, Qt::Key_Tab);
+        }
+        return names.join(u' ').toStdString();
+    };
+    i().Open_sign_up_view->trigger();
+    EXPECT_EQ(order(i().Sign_up_Fullname),
+              "Sign_up_Fullname Sign_up_username Sign_up_email Sign_up_password "
+              "Sign_up_re_password Sign_up_show_passwords Sign_up_done");
+    i().Open_sign_in_window->trigger();
+    EXPECT_EQ(order(i().Sign_in_username),
+              "Sign_in_username Sign_in_password Sign_in_show_password Sign_in_done");
+}
+
 TEST_F(Accounts, SignInSwitchesToTheUsersListAndLogOutBack) {
     putAccount("alice1", "secret");
     putRemote(".alice1_Quillery.txt", "theirs" + kEnd);
