@@ -1,7 +1,7 @@
-"""Measures the FTP library and prints a table.
+"""Measures the FTP library, and what a user with an account waits for, and prints a table.
 
-Usage: ftp.py FTP-CLIENT FOLDER. FTP-CLIENT is the program made of ftp_client.cpp. FOLDER is to hold 5 GB, better in memory
-than on a disk. curl, lftp and ncftp are the rivals, on the same servers in the same run, in turns whose order changes. The
+Usage: ftp.py FTP-CLIENT ACCOUNTS-BENCHMARK FOLDER. The first two are made of ftp_client.cpp and accounts_benchmark.cpp.
+FOLDER is to hold 5 GB, better in memory than on a disk. curl, lftp and ncftp are the rivals, on the same servers in the same run, in turns whose order changes. The
 exit status is 0 when every limit is met.
 """
 
@@ -33,6 +33,14 @@ TRIPS_NAMES = {"warm-save": "A save (read and upload), warm", "fresh-save": "A s
                "warm-sign-up": "A sign-up (read and four uploads), warm"}
 TRIPS_KINDS = ("pyftpdlib", "pureftpd")  # those that the limits are for; the others are shown
 SLOW_LIMIT_MS = 10
+# 4 round trips for each read and upload, and the probe of a sign-in is an upload.
+STEP_LIMITS = {"sign-up": 5 * 4, "sign-in": 3 * 4, "open-list": 2 * 4, "share": 4 * 4}
+STEP_NAMES = {"sign-up": "Signing up (a read, four uploads)", "sign-in": "Signing in (two reads, a probe)",
+              "open-list": "Opening the list (two reads)", "share": "Sending a text (three reads, an upload)"}
+STEP_KIND = "pyftpdlib"
+ACCOUNT = {"FTP_SERVER_USER": "qz7m_50281946", "FTP_SERVER_PASSWORD": "w5rt9x2h"}
+HOLD_ROUNDS = 5
+HOLD_LIMIT_MS = 100
 MEMORY_LIMIT = 1.1
 
 
@@ -169,8 +177,31 @@ def measure_trips(program, folder, kind):
     return trips
 
 
+def measure_accounts(program, folder):
+    """Round trips by step, and the milliseconds for which the interface was held while a list of 20 MB was read."""
+    desktop = os.path.join(HERE, "../tests/support/private-desktop")
+    trips, held = {}, []
+    client = f'exec {desktop} "$0" "$SERVER_ADDRESS" "$(sed -n "s/^port //p" "$SERVER_OUTPUT")" $1'
+    for number in range(TRIPS_ROUNDS + HOLD_ROUNDS):
+        task, rtt = ("steps", ROUND_TRIP_MS) if number < TRIPS_ROUNDS else ("hold", 0)
+        store = new_folder(folder, f"accounts-{number}")
+        new_folder(store, "htdocs")
+        run = subprocess.run([DELAYED_NETWORK, "--rtt-ms", str(rtt), "--server",
+                              f"{SERVER} {STEP_KIND} {store} --address $SERVER_ADDRESS", "--", "sh", "-c", client, program, task],
+                             check=True, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True,
+                             env={**os.environ, **ACCOUNT})
+        for line in run.stdout.splitlines():
+            name, taken = line.split()
+            if task == "steps":
+                trips.setdefault(name, []).append(float(taken) * 1000 / ROUND_TRIP_MS)
+            elif name == "held":
+                held.append(float(taken) * 1000)
+        shutil.rmtree(store)
+    return trips, held
+
+
 def main():
-    program, parent = os.path.realpath(sys.argv[1]), sys.argv[2]
+    program, accounts, parent = os.path.realpath(sys.argv[1]), os.path.realpath(sys.argv[2]), sys.argv[3]
     table = Table()
     folder = tempfile.mkdtemp(prefix="quillery-ftp-benchmark.", dir=parent)
     os.chmod(folder, 0o755)
@@ -199,6 +230,13 @@ def main():
                 series = Series(values, "round trips")
                 table.row(f"{TRIPS_NAMES[name]}, {kind}", series, "", "", f"≤ {limit}" if limit else "–",
                           series.median <= limit if limit else None)
+        trips, held = measure_accounts(accounts, folder)
+        for name, values in trips.items():
+            series = Series(values, "round trips")
+            table.row(STEP_NAMES[name], series, "", "", f"≤ {STEP_LIMITS[name]}", series.median <= STEP_LIMITS[name])
+        series = Series(held, "ms")
+        table.row("Interface held while a list of 20 MB is opened, the fill included", series, "", "", f"≤ {HOLD_LIMIT_MS} ms",
+                  series.median <= HOLD_LIMIT_MS)
     finally:
         shutil.rmtree(folder)
     return table.print_all()

@@ -6,7 +6,7 @@ import socket
 from private_machine import ACCOUNT
 
 HERE = os.path.dirname(os.path.realpath(__file__))
-USER, PASSWORD = "u", "p"
+USER, PASSWORD = os.environ.get("FTP_SERVER_USER", "u"), os.environ.get("FTP_SERVER_PASSWORD", "p")
 # As the private machine has them.
 STORE, UNPACKED, CERTIFICATE = "/srv/ftp", "/opt", "/etc/ssl/private/ftp.pem"
 
