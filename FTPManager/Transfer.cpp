@@ -19,9 +19,10 @@ constexpr milliseconds kShortestWait{1};
 constexpr milliseconds kLongestWait{100};
 /// How often the sockets are asked whether they have moved anything.
 constexpr milliseconds kCheckInterval{50};
-/// The most that libcurl takes; a large transfer is twice as fast as with its defaults.
+/// The most that libcurl takes; a large download is twice as fast as with its default.
 constexpr long kReceiveBufferBytes = 512 * 1024;
-constexpr long kSendBufferBytes = 2 * 1024 * 1024;
+/// Still in the processor's cache when it is sent; more is slower.
+constexpr long kSendBufferBytes = 64 * 1024;
 /// Once the server has accepted the connection, only silence counts.
 constexpr long kNoLimitMs = 24L * 60 * 60 * 1000;
 

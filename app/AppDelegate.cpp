@@ -345,7 +345,8 @@ bool AppDelegate::Server::upload(std::optional<std::string_view> data, const std
 
 std::optional<std::vector<FTPResource>> AppDelegate::Server::contents(const std::stop_token &stop) const {
     FMServer found;
-    return find(found, stop) ? manager->contentsOfServer(&found, stop) : std::nullopt;
+    // By a manager of its own: a save must not wait for a listing.
+    return find(found, stop) ? FTPManager(transport).contentsOfServer(&found, stop) : std::nullopt;
 }
 
 std::optional<std::string> AppDelegate::serverText(const std::string &name, const QString &whatFor) {
@@ -422,6 +423,7 @@ void AppDelegate::wireInterface() {
     connect(i.Clipboard_saved_string_combobox, &ListControl::picked, this,
             [this](int index, const std::string &text) {
                 shell_.gate.enter([this, index, text] {
+                    finishListUses();
                     interface.Clipboard_saved_string_combobox->selectPicked(index, text);
                     Clipboard_combox(interface.Clipboard_saved_string_combobox);
                 });

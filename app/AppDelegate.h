@@ -9,6 +9,7 @@
 #include <optional>
 #include <stop_token>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "FTPManager/FTPManager.h"
@@ -238,15 +239,47 @@ class AppDelegate : public QObject, public TableViewDataSource {
     // The same read from the UI thread, with the event loop turning.
     std::optional<std::string> serverText(const std::string &name, const QString &whatFor);
 
+    // A form with a button that sends it.
+    struct Form {
+        std::vector<QLineEdit *> fields;
+        QPushButton *button;
+    };
+    Form signUpForm() const;
+    Form signInForm() const;
+    Form passwordForm() const;
+    Form addContactForm() const {
+        return {{interface.Add_contact_textfield}, interface.Add_contact_done_button};
+    }
+    void setFormLocked(const Form &form, bool isLocked);
+    void hidePasswords();
+
     // Accounts. Both run in the background.
     void Sign_up_upload_data(const Server &server);
     void upload_new_password_edit(const Server &server, const std::string &user);
 
+    // A background operation's use of the list control's text, which it takes only when it gets there. Until
+    // it is done, no action changes that text.
+    class ListUse {
+      public:
+        explicit ListUse(AppDelegate &delegate) { delegate.listUses_.push_back(ended_.get_future().share()); }
+        ~ListUse() { done(); }
+        ListUse(const ListUse &) = delete;
+        ListUse &operator=(const ListUse &) = delete;
+        // Before the operation asks for an alert.
+        void done() {
+            if (!std::exchange(isDone_, true)) ended_.set_value();
+        }
+
+      private:
+        std::promise<void> ended_;
+        bool isDone_ = false;
+    };
+
     // Contacts and sharing. All but the first run in the background.
-    void Add_contact_function();
+    bool Add_contact_function();  // whether the friend is being added
     void Add_friend_action(const Server &server, const std::string &user);
     void Remove_contact_from_server_action(const Server &server, const std::string &user);
-    void Send_text_action_sharing(const Server &server, const std::string &user);
+    void Send_text_action_sharing(const Server &server, const std::string &user, ListUse &list);
     void Overwrite_shared_file(const Server &server, const std::string &user, const std::string &contact);
     void Create_Shared_file(const Server &server, const std::string &user, const std::string &contact);
     void lookForFriendsList();
@@ -256,11 +289,12 @@ class AppDelegate : public QObject, public TableViewDataSource {
     void showWhatAFriendIsPickedFor();
 
     // Saved list.
+    void finishListUses();
     void Clean_server_file(const Server &server, const std::string &name);
     void Save_Clipboard_string_cloud(const std::string &announced, const Server &server,
                                      const std::string &name);
     void Save_Clipboard_string_local(const std::string &announced, std::promise<void> &hasText);
-    void Upload_after_removing_action(const Server &server, const std::string &name);
+    void Upload_after_removing_action(const Server &server, const std::string &name, ListUse &list);
     bool isShownInList(const std::string &text);
     std::string clipboardTextForSaving(const std::string &announced);
     void removePickedItem();
@@ -292,6 +326,7 @@ class AppDelegate : public QObject, public TableViewDataSource {
     std::shared_ptr<FTPTransport> transport_;
     std::string storageHost_;
     std::shared_future<void> savesInProgress_;
+    std::vector<std::shared_future<void>> listUses_;
     LocalList localList_;
     std::vector<std::shared_ptr<VkHotKey>> hotKeys_;
     bool isQuitting_ = false;  // the user has decided to quit

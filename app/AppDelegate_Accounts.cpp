@@ -8,16 +8,40 @@
 
 namespace {
 
-// Whoever changed a field while the form's texts are being written would mix two accounts.
-void setEditable(std::initializer_list<QLineEdit *> fields, bool isEditable) {
-    for (QLineEdit *field : fields) field->setReadOnly(!isEditable);
-}
-
 void empty(std::initializer_list<QLineEdit *> fields) {
     for (QLineEdit *field : fields) field->clear();
 }
 
 }  // namespace
+
+// What a form is checked for has to be what is done with it: while that lasts it can neither be changed nor
+// sent again.
+void AppDelegate::setFormLocked(const Form &form, bool isLocked) {
+    for (QLineEdit *field : form.fields) field->setReadOnly(isLocked);
+    form.button->setEnabled(!isLocked);
+}
+
+AppDelegate::Form AppDelegate::signUpForm() const {
+    const Interface &i = interface;
+    return {
+        {i.Sign_up_Fullname, i.Sign_up_username, i.Sign_up_email, i.Sign_up_password, i.Sign_up_re_password},
+        i.Sign_up_done};
+}
+
+AppDelegate::Form AppDelegate::signInForm() const {
+    return {{interface.Sign_in_username, interface.Sign_in_password}, interface.Sign_in_done};
+}
+
+AppDelegate::Form AppDelegate::passwordForm() const {
+    const Interface &i = interface;
+    return {{i.Change_old_password, i.Change_new_password, i.Change_retype_password}, i.Change_done_button};
+}
+
+void AppDelegate::hidePasswords() {
+    for (QCheckBox *box :
+         {interface.Sign_up_show_passwords, interface.Sign_in_show_password, interface.Change_show_passwords})
+        box->setChecked(false);
+}
 
 // ---- Sign-up ----
 
@@ -28,23 +52,22 @@ void AppDelegate::Open_sign_up_view(QObject *) {
 
 void AppDelegate::Done_Sign_up(QObject *) {
     const Interface &i = interface;
+    setFormLocked(signUpForm(), true);
     const auto usernameFile = serverText(StorageNames::username(toUtf8(i.Sign_up_username->text())),
                                          tr("Looking whether the user name is free…"));
+    const bool isCancelled = shell_.waiting.wasCancelled();
     const SignUpForm form{i.Sign_up_Fullname->text(), i.Sign_up_username->text(), i.Sign_up_email->text(),
                           i.Sign_up_password->text(), i.Sign_up_re_password->text()};
-    if (!form.isAcceptable()) {
-        i.Sign_up_done->setText(tr("Check your entries."));
+    if (!form.isAcceptable() || usernameFile || isCancelled) {
+        setFormLocked(signUpForm(), false);
+        if (!form.isAcceptable()) {
+            i.Sign_up_done->setText(tr("Check your entries."));
+        } else if (usernameFile) {
+            i.Sign_up_done->setText(tr("Username exist."));
+        }
         return;
     }
-    if (usernameFile) {
-        i.Sign_up_done->setText(tr("Username exist."));
-        return;
-    }
-    i.Sign_up_done->setEnabled(false);
     i.Sign_up_done->setText(tr("Wait..."));
-    setEditable(
-        {i.Sign_up_Fullname, i.Sign_up_username, i.Sign_up_email, i.Sign_up_password, i.Sign_up_re_password},
-        false);
     shell_.background.performSelectorInBackground([this, server = server()] { Sign_up_upload_data(server); });
 }
 
@@ -63,12 +86,11 @@ void AppDelegate::Sign_up_upload_data(const Server &server) {
     const bool isRegistered = upload(i.Sign_up_password, StorageNames::password);  // this one alone decides
 
     actFromBackground([&] {
-        i.Sign_up_done->setEnabled(true);
+        setFormLocked(signUpForm(), false);
         i.Sign_up_done->setText(tr("Done"));
-        const auto fields = {i.Sign_up_Fullname, i.Sign_up_username, i.Sign_up_email, i.Sign_up_password,
-                             i.Sign_up_re_password};
-        empty(fields);
-        setEditable(fields, true);
+        empty({i.Sign_up_Fullname, i.Sign_up_username, i.Sign_up_email, i.Sign_up_password,
+               i.Sign_up_re_password});
+        hidePasswords();
         if (isRegistered) {
             i.Quillery_Box->setContentView(i.Sign_in_view);
             alert(tr("Success!"), tr("You have successfully been registred as Quillery member."));
@@ -89,12 +111,14 @@ void AppDelegate::Open_sign_in_window(QObject *) {
 
 void AppDelegate::Sing_in_done(QObject *) {
     Interface &i = interface;
+    setFormLocked(signInForm(), true);
     const std::string user = toUtf8(i.Sign_in_username->text());
     const QString reading = tr("Asking the storage server for the account…");
     const auto usernameFile = serverText(StorageNames::username(user), reading);
     const auto passwordFile = serverText(StorageNames::password(user), reading);
     const bool isConnected = Check_if_internet_connection_is_found();
     const SignInForm form{i.Sign_in_username->text(), i.Sign_in_password->text()};
+    setFormLocked(signInForm(), false);
     if (!isConnected) {
         alert(tr("Error!"), tr("Please check your connection."));
         orderFront(*i.Quillery_window);
@@ -113,6 +137,7 @@ void AppDelegate::Sing_in_done(QObject *) {
     i.Quillery_window->close();
     i.Sign_in_done->setText(tr("Sign in"));
     empty({i.Sign_in_username, i.Sign_in_password});
+    hidePasswords();
     applySignedInPresentation();
     menu.Unlock_passcode_item.clearAction();
     armSavingAndLoading();
@@ -149,6 +174,8 @@ void AppDelegate::Log_out_Action() {
     RemoveContact_enabled = false;
     showModes();
     menu.changePasswordItem.clearAction();
+    hidePasswords();
+    offerToStartFriendsList(false);
     showPasscodeSettings();
     if (settingIs("kHasPasscode", "YES")) {
         menu.Saveing_menu_item.clearAction();
@@ -168,17 +195,17 @@ void AppDelegate::openChangePasswordView(QObject *) {
 void AppDelegate::Done_Edit(QObject *) {
     Interface &i = interface;
     const std::string user = Username.value_or("");
+    setFormLocked(passwordForm(), true);
     const auto passwordFile =
         serverText(StorageNames::password(user), tr("Asking the storage server for the old password…"));
     const PasswordForm form{i.Change_old_password->text(), i.Change_new_password->text(),
                             i.Change_retype_password->text()};
     if (!form.isAcceptable(passwordFile, toQString(user))) {
+        setFormLocked(passwordForm(), false);
         i.Change_done_button->setText(tr("Check your entries."));
         return;
     }
     i.Change_done_button->setText(tr("Done"));
-    i.Change_done_button->setEnabled(false);
-    setEditable({i.Change_old_password, i.Change_new_password, i.Change_retype_password}, false);
     shell_.background.performSelectorInBackground(
         [this, server = server(), user] { upload_new_password_edit(server, user); });
 }
@@ -189,10 +216,9 @@ void AppDelegate::upload_new_password_edit(const Server &server, const std::stri
     const bool uploaded = server.upload(toUtf8(password), StorageNames::password(user));
     actFromBackground([&] {
         UploadDidFinish = uploaded;
-        const auto fields = {i.Change_old_password, i.Change_new_password, i.Change_retype_password};
-        empty(fields);
-        setEditable(fields, true);
-        i.Change_done_button->setEnabled(true);
+        setFormLocked(passwordForm(), false);
+        empty({i.Change_old_password, i.Change_new_password, i.Change_retype_password});
+        hidePasswords();
         i.Quillery_window->close();
         if (!uploaded) {
             alert(tr("Faild!"), tr("Your password hasn't been changed duo to network/server error."));

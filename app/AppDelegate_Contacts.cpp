@@ -52,6 +52,8 @@ void AppDelegate::Contacts_item(QObject *) {
 void AppDelegate::showWhatAFriendIsPickedFor() {
     constexpr std::size_t kLongestText = 60;
     const std::string &text = interface.Clipboard_saved_string_combobox->stringValue();
+    interface.Contacts_label->setText(RemoveContact_enabled ? tr("Remove from your friends:")
+                                                            : tr("Send the text to:"));
     interface.Friends_hint->setText(
         RemoveContact_enabled ? tr("A pick removes the friend from this list.")
         : text.empty()
@@ -91,9 +93,11 @@ void AppDelegate::startFriendsList(QObject *) {
     const std::string user = Username.value_or("");
     const auto isStarted = shell_.waiting.run(
         tr("Starting your friends list…"), [server = server(), user](const std::stop_token &stop) {
+            const std::string name = StorageNames::contacts(user);
             const std::optional<bool> isMissing = hasNoFriendsList(server.contents(stop), user);
-            if (!isMissing) return false;
-            return !*isMissing || server.upload("", StorageNames::contacts(user), stop);
+            if (!isMissing || !*isMissing) return isMissing.has_value();
+            if (server.text(name, stop)) return true;  // it has come meanwhile
+            return !stop.stop_requested() && server.upload("", name, stop);
         });
     if (!isStarted) {
         alert(tr("Error!"), tr("The storage server could not be asked, so nothing was changed."));
@@ -113,39 +117,45 @@ void AppDelegate::Add_contact_menu_item(QObject *) {
 }
 
 void AppDelegate::Add_contact_done_button(QObject *) {
+    setFormLocked(addContactForm(), true);
     setContacts(serverText(StorageNames::contacts(Username.value_or("")),
                            tr("Reading your friends from the storage server…")));
+    bool isAdding = false;
     while (Contact_index_number < static_cast<std::int32_t>(Contacts_array.size())) {
         const std::string contact = Contacts_array[static_cast<std::size_t>(Contact_index_number)];
         if (toUtf8(interface.Add_contact_textfield->text()) == contact) {
             alert(tr("Alert!"), tr("Contact does exist"));
             Contact_index_number = 0;
-            return;
+            break;
         }
         log("Not same");
-        if (contact.empty()) Add_contact_function();
+        if (contact.empty()) isAdding |= Add_contact_function();
         ++Contact_index_number;
     }
+    if (!isAdding) setFormLocked(addContactForm(), false);
 }
 
-void AppDelegate::Add_contact_function() {
+bool AppDelegate::Add_contact_function() {
     const QString name = interface.Add_contact_textfield->text();
     const auto usernameFile =
         serverText(StorageNames::username(toUtf8(name)), tr("Asking the storage server for this user…"));
     if (usernameFile && usernameFile == Username) {
         alert(tr("Error!"), tr("You can't add your self"));
-    } else if (usernameFile) {
+        return false;
+    }
+    if (usernameFile) {
         interface.Quillery_window->close();
         alert(tr("Success!"),
               QStringLiteral("You have successfully added \"%1\" to your friends list").arg(name));
         shell_.background.performSelectorInBackground(
             [this, server = server(), user = Username.value_or("")] { Add_friend_action(server, user); });
-    } else {
-        const bool isConnected = Check_if_internet_connection_is_found();
-        alert(tr("Error!"), isConnected ? tr("There is no user with this username")
-                                        : tr("There is an internet connection error"));
-        orderFront(*interface.Quillery_window);  // which the check has closed, with what was typed
+        return true;
     }
+    const bool isConnected = Check_if_internet_connection_is_found();
+    alert(tr("Error!"), isConnected ? tr("There is no user with this username")
+                                    : tr("There is an internet connection error"));
+    orderFront(*interface.Quillery_window);  // which the check has closed, with what was typed
+    return false;
 }
 
 void AppDelegate::Add_friend_action(const Server &server, const std::string &user) {
@@ -157,6 +167,7 @@ void AppDelegate::Add_friend_action(const Server &server, const std::string &use
     shell_.ui.run([&] {
         UploadDidFinish = uploaded;
         interface.Add_contact_textfield->clear();
+        setFormLocked(addContactForm(), false);
     });
 }
 
@@ -185,22 +196,22 @@ void AppDelegate::Selected_friend_from_table(QObject *) {
     const auto contact = contactAtRow(interface.Contacts_table->selectedRow());
     if (!contact) return;
     Contact_Username = contact;
-    const auto startInBackground =
-        [this](void (AppDelegate::*operation)(const Server &, const std::string &)) {
-            shell_.background.performSelectorInBackground(
-                [this, operation, server = server(), user = Username.value_or("")] {
-                    (this->*operation)(server, user);
-                });
-        };
     if (!RemoveContact_enabled) {
-        startInBackground(&AppDelegate::Send_text_action_sharing);
+        const auto list = std::make_shared<ListUse>(*this);
+        shell_.background.performSelectorInBackground(
+            [this, list, server = server(), user = Username.value_or("")] {
+                Send_text_action_sharing(server, user, *list);
+            });
         interface.Quillery_window->close();
         return;
     }
     const QString question =
         QStringLiteral("Are you sure you want to remove \"%1\"").arg(toQString(*contact));
     if (alert(tr("Alert!"), question, {tr("Yes"), tr("No")}) == 0) {
-        startInBackground(&AppDelegate::Remove_contact_from_server_action);
+        shell_.background.performSelectorInBackground(
+            [this, server = server(), user = Username.value_or("")] {
+                Remove_contact_from_server_action(server, user);
+            });
         interface.Quillery_window->close();
     } else {
         ShareMode_enabled = false;
@@ -232,23 +243,28 @@ void AppDelegate::Remove_contact_from_server_action(const Server &server, const 
     } else {
         log("Faild to delete");
     }
-    shell_.ui.run([&] { RemoveContact_enabled = false; });
+    shell_.ui.run([&] {
+        RemoveContact_enabled = false;
+        showWhatAFriendIsPickedFor();
+    });
     alertFromBackground(tr("Alert!"),
                         QStringLiteral("You have successfully removed\"%1\"").arg(toQString(contact)));
 }
 
 // ---- Sharing ----
 
-void AppDelegate::Send_text_action_sharing(const Server &server, const std::string &user) {
+void AppDelegate::Send_text_action_sharing(const Server &server, const std::string &user, ListUse &list) {
     const auto contact = shell_.ui.run([this] { return Contact_Username.value_or(""); });
     const std::string name = StorageNames::clipList(contact);
     const auto old = server.text(name);
     if (contact.empty() || !old) {
+        list.done();
         alertFromBackground(tr("Error!"), tr("Wrong contact username."));
         return;
     }
     const std::string text =
         shell_.ui.run([this] { return interface.Clipboard_saved_string_combobox->stringValue(); });
+    list.done();
     const bool uploaded =
         server.upload(ClipList::withEntryInFront(SharedText::inList(user, text), old), name);
     shell_.ui.run([&] { UploadDidFinish = uploaded; });

@@ -15,6 +15,7 @@ void AppDelegate::Save_bar_item(const VkKeyEvent &) {
 }
 
 void AppDelegate::Save_bar_item(QObject *) {
+    finishListUses();
     // One text at a time: a second one in this list is announced when the first is on the disk.
     if (!isSigned_in) finishSaves();
     const PasteboardText copied = shell_.generalPasteboard.stringForType();
@@ -125,6 +126,12 @@ void AppDelegate::startSave(std::function<void()> save) {
     });
 }
 
+// Waits until what was picked before has been taken from the list control.
+void AppDelegate::finishListUses() {
+    for (const auto &use : std::exchange(listUses_, {}))
+        waitFor(use, tr("Finishing what was picked before this…"));
+}
+
 // Waits until the list file holds what was announced, unless the user cannot wait for it.
 void AppDelegate::finishSaves() {
     if (savesInProgress_.valid()) waitFor(savesInProgress_, tr("Finishing the save before this one…"));
@@ -148,6 +155,7 @@ void AppDelegate::userNotificationCenter_didActivateNotification() {
 // ---- Loading ----
 
 void AppDelegate::Clipboard_saves(QObject *) {
+    finishListUses();
     finishSaves();
     if (isSigned_in) {
         ClipBoard_saves_Cloud();
@@ -217,8 +225,10 @@ void AppDelegate::removePickedItem() {
         return;
     }
     if (isSigned_in) {
-        shell_.background.performSelectorInBackground(
-            [this, server = server(), name = clipListName()] { Upload_after_removing_action(server, name); });
+        const auto use = std::make_shared<ListUse>(*this);
+        shell_.background.performSelectorInBackground([this, use, server = server(), name = clipListName()] {
+            Upload_after_removing_action(server, name, *use);
+        });
         return;
     }
     list.removeItemAtIndex(list.indexOfSelectedItem());
@@ -226,13 +236,14 @@ void AppDelegate::removePickedItem() {
     tellUnlessWritten(path, localList_.remove(path, list.stringValue()).problem);
 }
 
-void AppDelegate::Upload_after_removing_action(const Server &server, const std::string &name) {
+void AppDelegate::Upload_after_removing_action(const Server &server, const std::string &name, ListUse &list) {
     auto text = server.text(name);
     const std::string removed = shell_.ui.run([this] {
-        ListControl &list = *interface.Clipboard_saved_string_combobox;
-        list.removeItemAtIndex(list.indexOfSelectedItem());
-        return list.stringValue();
+        ListControl &control = *interface.Clipboard_saved_string_combobox;
+        control.removeItemAtIndex(control.indexOfSelectedItem());
+        return control.stringValue();
     });
+    list.done();
     if (text) text = ClipList::withoutEntry(*text, removed);
     const bool uploaded = server.upload(text, name);
     shell_.ui.run([&] { UploadDidFinish = uploaded; });
@@ -253,6 +264,7 @@ void AppDelegate::sharePickedItem() {
     }
     setContacts(serverText(name, reading));
     interface.showContactsToPick();
+    showWhatAFriendIsPickedFor();
 }
 
 void AppDelegate::makePickedItemAvailableOffline() {
@@ -354,6 +366,7 @@ void AppDelegate::Read_local_button(QObject *) {
 void AppDelegate::Clean_list(QObject *) {
     if (alert(tr("Sure?"), tr("Are you sure,you want to clean your list?"), {tr("Yes"), tr("No")}) != 0)
         return;
+    finishListUses();
     finishSaves();
     Content_file_path = localListPath();
     interface.Clipboard_saved_string_combobox->removeAllItems();
@@ -366,7 +379,9 @@ void AppDelegate::Clean_list(QObject *) {
     if (FileText local = GenFileManager.textAtPath(Content_file_path); local.text)
         Content_of_quillery_file_Local = std::make_shared<const std::string>(std::move(*local.text));
     fillSavedList(Content_of_quillery_file_Local);
-    tellUnlessWritten(Content_file_path, problem);
+    if (!problem.empty())
+        std::fprintf(stderr, "Quillery: %s could not be written: %s\n", Content_file_path.c_str(),
+                     problem.c_str());
     alert(tr("Success!"), tr("You've successfully cleaned your list."));
 }
 

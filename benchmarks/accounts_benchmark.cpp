@@ -100,8 +100,10 @@ class Desk {
     double signIn(const char *user) {
         i().Sign_in_username->setText(QLatin1String(user));
         i().Sign_in_password->setText(QStringLiteral("secret"));
-        return step(
+        const double seconds = step(
             "sign-in", [this] { i().Sign_in_done->click(); }, QString());
+        if (!delegate_->isSigned_in) giveUp("the user is not signed in");
+        return seconds;
     }
     bool put(const std::string &name, const std::string &text) {
         return delegate_->MyFTPManager->uploadData(text, name, &delegate_->Quillery_Server);
@@ -131,6 +133,7 @@ void runSteps(Desk &desk) {
         giveUp("the server takes no file");
     desk.step(
         "open-list", [&] { desk.i().Clipboard_saves_menu_item->trigger(); }, QString());
+    if (desk.i().Clipboard_saved_string_combobox->numberOfItems() != 2) giveUp("the list is not there");
     desk.i().Share_switch->click();
     desk.step(
         "share",

@@ -4,8 +4,9 @@
 
 namespace {
 
-// The first control of `view` in tab order that takes the keyboard.
+// The first control of `view` in tab order that takes the keyboard; it may be the view itself.
 QWidget *firstControl(QWidget *view) {
+    if (view->isEnabled() && (view->focusPolicy() & Qt::TabFocus)) return view;
     for (QWidget *w = view->nextInFocusChain(); w != view; w = w->nextInFocusChain()) {
         if (view->isAncestorOf(w) && w->isEnabledTo(view) && w->isVisibleTo(view) &&
             (w->focusPolicy() & Qt::TabFocus)) {

@@ -54,6 +54,12 @@ int TableView::selectedRow() const {
     return selected.isEmpty() ? -1 : selected.first().row();
 }
 
+void TableView::focusInEvent(QFocusEvent *event) {
+    QListView::focusInEvent(event);
+    // It makes the first row the current one without selecting it; an arrow key would then go past it.
+    if (selectedRow() < 0) selectionModel()->clearCurrentIndex();
+}
+
 void TableView::keyPressEvent(QKeyEvent *event) {
     const bool isPick = event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter;
     if (!isPick) return QListView::keyPressEvent(event);

@@ -36,6 +36,7 @@ class TableView : public QListView {
 
   protected:
     void keyPressEvent(QKeyEvent *event) override;
+    void focusInEvent(QFocusEvent *event) override;
 
   private:
     class Rows;

@@ -31,6 +31,7 @@ void Waiting::runUntilDone(const QString &whatFor, const std::function<void(std:
         });
     });
     loop.exec();
+    wasCancelled_ = current_->stop_requested();
     current_->request_stop();  // for a loop that ended because the program does
     worker.join();
     *waitingLoop = nullptr;

@@ -33,6 +33,8 @@ class Waiting : public QObject {
 
     // Gives up on the wait in progress, if there is one.
     void cancel();
+    // Whether the last wait that has ended was given up.
+    bool wasCancelled() const { return wasCancelled_; }
 
   Q_SIGNALS:
     // A wait has lasted longer than kPatience. finished() follows.
@@ -45,4 +47,5 @@ class Waiting : public QObject {
 
     UiThread &ui_;
     std::optional<std::stop_source> current_;
+    bool wasCancelled_ = false;
 };

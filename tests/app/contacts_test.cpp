@@ -174,6 +174,20 @@ TEST_F(Contacts, GetTheTextThatWasPickedInShareMode) {
     EXPECT_EQ(remote(".bobby1_Quillery.txt"), std::nullopt);
 }
 
+TEST_F(Contacts, ArePickedWithTheKeyboardWhereverTheyAreShown) {
+    putContacts("bobby1" + kEnd + "carol1" + kEnd);
+    start();
+    i().Add_contact_menu_item->trigger();
+    settle();
+    i().Add_contact_textfield->setText(QStringLiteral("carol1"));
+    i().Remove_a_friend_item->trigger();
+    QApplication::setActiveWindow(i().Quillery_window.get());
+    EXPECT_EQ(i().Quillery_window->focusWidget(), i().Contacts_table) << "not a field that is hidden";
+    alerts.expect("Alert!", "Are you sure you want to remove \"bobby1\"", 1);
+    QTest::keyClick(i().Contacts_table, Qt::Key_Down);
+    QTest::keyClick(i().Contacts_table, Qt::Key_Return);
+}
+
 TEST_F(Contacts, AClickWithNoRowDoesNothing) {
     putContacts("bobby1" + kEnd);
     start();

@@ -204,6 +204,57 @@ TEST_F(ServerFaults, AStallingServerIsWaitedForVisiblyAndCanBeGivenUp) {
     EXPECT_TRUE(delegate->isSigned_in);
 }
 
+TEST_F(ServerFaults, AFormThatIsBeingCheckedCannotBeChangedOrSentAgain) {
+    setNotFirstUse();
+    startWith({{.at = "RETR", .delay = 300ms}});
+    const auto isLocked = [](const QLineEdit *field, const QPushButton *button) {
+        return field->isReadOnly() && !button->isEnabled();
+    };
+    bool signUpIsLocked = false;
+    bool signInIsLocked = false;
+    QTimer::singleShot(100, [&] { signUpIsLocked = isLocked(i().Sign_up_username, i().Sign_up_done); });
+    alerts.expect("Success!", "You have successfully been registred as Quillery member.");
+    signUp();
+    QTimer::singleShot(100, [&] {
+        signInIsLocked = isLocked(i().Sign_in_username, i().Sign_in_done);
+        i().Sign_in_done->click();
+    });
+    signIn();
+    settle();
+    EXPECT_TRUE(signUpIsLocked && signInIsLocked);
+    EXPECT_TRUE(delegate->isSigned_in);
+    EXPECT_EQ(i().Sign_in_done->text(), QStringLiteral("Sign in")) << "the second click was none";
+    EXPECT_FALSE(isLocked(i().Sign_in_username, i().Sign_in_done));
+}
+
+TEST_F(ServerFaults, ASignUpWhoseLookAtTheNameIsCancelledWritesNothing) {
+    setNotFirstUse();
+    startWith({{.at = "RETR", .stalls = true, .times = 1}});
+    put("carol1_Username.txt", "carol1");
+    QTimer::singleShot(300, [&] { waiting.cancel(); });
+    signUp();
+    EXPECT_EQ(stored("carol1_Password.txt"), std::nullopt);
+    EXPECT_EQ(i().Sign_up_username->text(), QStringLiteral("carol1"));
+    EXPECT_TRUE(i().Sign_up_done->isEnabled());
+}
+
+TEST_F(ServerFaults, WhatWasPickedStaysPickedUntilItIsDone) {
+    setAutoLogin(QStringLiteral("alice1"));
+    putLocal("");
+    startWith({{.at = "RETR", .delay = 300ms, .skip = 3}});
+    put(".alice1_Quillery.txt", "one" + kEnd + "two" + kEnd + "three" + kEnd);
+    i().Clipboard_saves_menu_item->trigger();
+    ASSERT_EQ(items().size(), 4U);
+    i().RemoveItem_button->click();
+    pick(1);
+    // While the list is being read for the removal, a save looks for its text through the whole list.
+    copy("three");
+    alerts.expect("Error!", "Text does exist in the list.");
+    i().Saveing_menu_item->trigger();
+    settle();
+    EXPECT_EQ(stored(".alice1_Quillery.txt"), "one" + kEnd + "three" + kEnd);
+}
+
 TEST_F(ServerFaults, AServerThatGoesAwayLeavesEverythingUsable) {
     setAutoLogin(QStringLiteral("alice1"));
     startWith({});
