@@ -171,9 +171,10 @@ void Transfer::setTask(CURL *easy) {
 
 Transfer::Status Transfer::step() {
     if (status_ != Status::kRunning) return status_;
-    const SigpipeGuard guard;
+    if (!guard_) guard_.emplace();
     if (!isAttached_ && !begin()) {
         releaseConnection(false);
+        guard_.reset();
         return status_ = Status::kFailed;
     }
     int running = 0;
@@ -226,6 +227,7 @@ Transfer::Status Transfer::attemptEnded(CURLcode result) {
     const bool isFineLine = result == CURLE_OK || (isRefusal(result, reply) && !isInterrupted());
     const bool fulfilled = result == CURLE_OK && isFulfilled(reply);
     releaseConnection(isFineLine && mayStayOpen());
+    if (!retry && !listPlainly) guard_.reset();
     if (retry || listPlainly) {
         hadRetry_ |= retry;
         listsPlainly_ |= listPlainly;

@@ -93,6 +93,7 @@ class Transfer {
     using CommandList = std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)>;
     CommandList commands_{nullptr, curl_slist_free_all};
 
+    std::optional<SigpipeGuard> guard_;  ///< from the first step to the end: setting it up costs time
     Status status_ = Status::kRunning;
     bool hasBegun_ = false;  ///< the server has taken up the request, so it is not repeated
     bool listsPlainly_ = false;

@@ -286,7 +286,7 @@ void AppDelegate::terminate() {
         disconnect(interface.waitingWindow.get(), &WaitingWindow::cancelled, nullptr, nullptr);
         connect(interface.waitingWindow.get(), &WaitingWindow::cancelled, this, [] { std::_Exit(1); });
         interface.waitingWindow->showFor(tr("Finishing what is still being saved…"),
-                                         tr("Quit Without Saving"));
+                                         tr("Quit Without Saving"), false);
     });
     quitWhenDone();
 }
@@ -513,7 +513,7 @@ void AppDelegate::showWaiting(const QString &whatFor) {
         interface.Checking_label->setText(whatFor);
         interface.Checking_cancel->show();
     } else {
-        interface.waitingWindow->showFor(whatFor, tr("Cancel"));
+        interface.waitingWindow->showFor(whatFor, tr("Cancel"), true);
     }
 }
 

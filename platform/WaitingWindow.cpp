@@ -1,6 +1,7 @@
 #include "platform/WaitingWindow.h"
 
 #include <QCloseEvent>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
@@ -28,13 +29,22 @@ WaitingWindow::WaitingWindow(QWidget *parent) : QWidget(parent, Qt::Dialog | Qt:
     layout->addWidget(cancel_, 0, Qt::AlignRight);
 }
 
-void WaitingWindow::showFor(const QString &what, const QString &button) {
+void WaitingWindow::showFor(const QString &what, const QString &button, bool losesNothing) {
+    losesNothing_ = losesNothing;
     what_->setText(what);
     cancel_->setText(button);
     adjustSize();
     show();
     raise();
     activateWindow();
+}
+
+void WaitingWindow::keyPressEvent(QKeyEvent *event) {
+    if (event->key() == Qt::Key_Escape && losesNothing_) {
+        cancel_->click();
+    } else {
+        QWidget::keyPressEvent(event);
+    }
 }
 
 void WaitingWindow::closeEvent(QCloseEvent *event) {
