@@ -32,9 +32,8 @@ class Table:
         verdict = {True: "yes", False: "**no**", None: "–"}[is_met]
         self.rows.append([what, str(figure), str(against), ratio, limit, verdict])
 
-    def ratio_row(self, what, figure, against, name, limit, of_least=False):
-        """The ratio is that of the medians, or of the least."""
-        ratio = figure.values[0] / against.values[0] if of_least else figure.median / against.median
+    def ratio_row(self, what, figure, against, name, limit):
+        ratio = figure.median / against.median
         self.row(what, figure, f"{name}: {against}", f"{ratio:.2f}", f"≤ {limit}" if limit else "–",
                  ratio <= limit if limit else None)
 
