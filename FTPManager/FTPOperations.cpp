@@ -1,7 +1,9 @@
 #include "FTPManager/FTPOperations.h"
 
+#include <algorithm>
 #include <chrono>
 #include <exception>
+#include <span>
 #include <system_error>
 #include <utility>
 
@@ -282,56 +284,53 @@ void FTPManager::Operations::bytesAvailable() {
 }
 
 void FTPManager::Operations::listingBytesAvailable(FTPReadStream &readStream) {
-    const std::size_t count = readStream.read(buffer);
-    directoryListingData.append(buffer.data(), count);
-    if (count == 0) _streamDidEndWithSuccess(true, FTPFailureReason::kNone);
+    const std::string_view piece = readStream.unread().substr(0, kPieceBytes);
+    directoryListingData += piece;
+    readStream.drop(piece.size());
+    if (piece.empty()) _streamDidEndWithSuccess(true, FTPFailureReason::kNone);
 }
 
 void FTPManager::Operations::fileBytesAvailable(FTPReadStream &readStream) {
     if (bufferOffset == bufferLimit) {
-        const std::size_t count = readStream.read(buffer);
-        if (count == 0) {
+        buffer = readStream.unread().substr(0, kPieceBytes);
+        if (buffer.empty()) {
             const bool isKept = fileWriter->close();
             _streamDidEndWithSuccess(isKept, isKept ? FTPFailureReason::kNone : FTPFailureReason::kWrite);
             return;
         }
         bufferOffset = 0;
-        bufferLimit = count;
-        countBytes(count);
+        bufferLimit = buffer.size();
+        countBytes(bufferLimit);
         notifyDelegate();
     }
-    const std::ptrdiff_t written =
-        fileWriter->write({buffer.data() + bufferOffset, bufferLimit - bufferOffset});
-    if (written <= 0) {
-        _streamDidEndWithSuccess(false, FTPFailureReason::kWrite);
-    } else {
-        bufferOffset += static_cast<std::uint64_t>(written);
-    }
-}
-
-void FTPManager::Operations::spaceAvailable() {
-    if (bufferOffset == bufferLimit) {
-        const std::optional<std::size_t> count = fileReader->read(buffer);
-        if (!count) {
-            _streamDidEndWithSuccess(false, FTPFailureReason::kRead);
-            return;
-        }
-        if (*count == 0) {
-            // The upload ends well only with the server's confirmation, which comes as kEndEncountered.
-            serverStream->finish();
-            return;
-        }
-        bufferOffset = 0;
-        bufferLimit = *count;
-    }
-    const std::ptrdiff_t written =
-        serverStream->write({buffer.data() + bufferOffset, bufferLimit - bufferOffset});
+    const std::ptrdiff_t written = fileWriter->write(buffer.substr(bufferOffset));
     if (written <= 0) {
         _streamDidEndWithSuccess(false, FTPFailureReason::kWrite);
         return;
     }
-    bufferOffset += static_cast<std::uint64_t>(written);
-    countBytes(static_cast<std::uint64_t>(written));
+    bufferOffset += static_cast<std::size_t>(written);
+    readStream.drop(static_cast<std::size_t>(written));
+}
+
+void FTPManager::Operations::spaceAvailable() {
+    // Straight into the stream's room: another copy is what would make a large upload slower than others'.
+    const std::span<char> room = serverStream->room();
+    const std::optional<std::size_t> count =
+        fileReader->read(room.first(std::min(room.size(), kPieceBytes)));
+    if (!count) {
+        _streamDidEndWithSuccess(false, FTPFailureReason::kRead);
+        return;
+    }
+    if (*count == 0) {
+        // The upload ends well only with the server's confirmation, which comes as kEndEncountered.
+        serverStream->finish();
+        return;
+    }
+    if (serverStream->write({room.data(), *count}) <= 0) {
+        _streamDidEndWithSuccess(false, FTPFailureReason::kWrite);
+        return;
+    }
+    countBytes(*count);
     notifyDelegate();
 }
 

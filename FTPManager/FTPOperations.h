@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -91,10 +90,11 @@ class FTPManager::Operations : private FTPStreamDelegate {
     std::atomic<std::thread::id> worker_;
 
     // Used by the worker alone.
-    static constexpr std::size_t kBufferSizeBytes = 32768;
-    std::array<char, kBufferSizeBytes> buffer{};
-    std::uint64_t bufferOffset = 0;
-    std::uint64_t bufferLimit = 0;
+    static constexpr std::size_t kPieceBytes = 32768;
+    /// Of a download: the piece that is being written, in the stream's own memory, and how much of it is.
+    std::string_view buffer;
+    std::size_t bufferOffset = 0;
+    std::size_t bufferLimit = 0;
     FTPRunLoop *currentRunLoop = nullptr;
     std::stop_token cancelled_;
     std::unique_ptr<fm::ByteReader> fileReader;

@@ -45,7 +45,7 @@ FTPWriteStream::FTPWriteStream(const FTPTransport &transport, const fm::FTPAddre
 std::ptrdiff_t FTPWriteStream::write(std::string_view bytes) {
     if (!takesBytes_ || isFinished_ || isClosed()) return -1;
     const std::size_t taken = std::min(bytes.size(), room_.size());
-    std::copy_n(bytes.begin(), taken, room_.begin());
+    if (bytes.data() != room_.data()) std::copy_n(bytes.begin(), taken, room_.begin());
     room_ = room_.subspan(taken);
     return static_cast<std::ptrdiff_t>(taken);
 }
@@ -73,13 +73,6 @@ FTPReadStream::FTPReadStream(const FTPTransport &transport, fm::FTPAddress addre
                  .sink = [this](std::string_view bytes) { return take(bytes); },
                  .opened = [this](std::optional<std::uint64_t> size) { opened(size); }},
                 delegate) {}
-
-std::size_t FTPReadStream::read(std::span<char> room) {
-    const std::size_t count = std::min(room.size(), unread_.size());
-    std::copy_n(unread_.begin(), count, room.begin());
-    unread_.remove_prefix(count);
-    return count;
-}
 
 void FTPReadStream::opened(std::optional<std::uint64_t> size) {
     resourceSize_ = size;

@@ -100,6 +100,7 @@ class Transfer {
     bool hasDataAddress_ = false;  ///< the server has said where the data connection goes
     std::optional<std::uint64_t> announcedSize_;
     std::uint64_t bytesReceived_ = 0;
+    std::uint64_t bytesReceivedAtLastWait_ = 0;
     bool hadRetry_ = false;
     bool isAttached_ = false;
     unsigned controlConnectionsBefore_ = 0;

@@ -37,6 +37,13 @@ class Table:
         self.row(what, figure, f"{name}: {against}", f"{ratio:.2f}", f"≤ {limit}" if limit else "–",
                  ratio <= limit if limit else None)
 
+    def rival_rows(self, what, series, limit):
+        """`series` by client, "this library" among them. The limit is for the fastest rival."""
+        rivals = {name: values for name, values in series.items() if name != "this library"}
+        best = min(rivals, key=lambda name: rivals[name].median)
+        for name, rival in rivals.items():
+            self.ratio_row(what, series["this library"], rival, name, limit if name == best else None)
+
     def print_all(self):
         """Returns whether a limit is missed."""
         print("| What | Figure | Measured against | Ratio | Limit | Met |")
