@@ -51,7 +51,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     interface.Checking_for_connection_spinner->setUsesThreadedAnimation(true);
     interface.Checking_for_connection_spinner->startAnimation();
     if (!settingIs("kIsNotFirstUse", "YES")) {
-        interface.Intro_image->setPixmap(QPixmap(QStringLiteral(":/images/Intro.png")));
+        interface.Intro_image->setPixmap(sharpPixmap(QStringLiteral("Intro.png")));
         setFloatingWindowLevel(*interface.Intro_window);
         orderFront(*interface.Intro_window);
         interface.Start_intro_button->setFocus(Qt::OtherFocusReason);
@@ -100,11 +100,10 @@ void AppDelegate::CreatingStatus_item() {
     Status_Item->setImage(QStringLiteral("offline.png"));
     Status_Item->setToolTip(QStringLiteral("Quillery"));
     Status_Item->setMenu(&interface.Quillery_Menu);
-    if (Status_Item->isShown()) return;
-    // No status bar, or not yet: the commands have to be somewhere.
-    setFloatingWindowLevel(*interface.Windowed_mode);
-    orderFront(*interface.Windowed_mode, ScreenPlace::kCorner);
+    // Where there is no status bar, or not yet, the commands have to be somewhere.
     connect(Status_Item.get(), &StatusItem::shown, interface.Windowed_mode.get(), &QWidget::close);
+    connect(Status_Item.get(), &StatusItem::lost, this, [this] { showWindowedMode(ScreenPlace::kCorner); });
+    if (!Status_Item->isShown()) showWindowedMode(ScreenPlace::kCorner);
 }
 
 void AppDelegate::Varibles_values() {
@@ -129,7 +128,7 @@ void AppDelegate::Varibles_values() {
 void AppDelegate::Other_pre_proccesses() {
     menu.Log_in_menu_item.setSubmenu(&interface.Log_in_menu);
     menu.Log_in_menu_item.setImage(QStringLiteral("lock.png"));
-    interface.Instructions_image_view->setPixmap(QPixmap(QStringLiteral(":/images/Instructions-1.png")));
+    showInstructionPage(0);
     interface.Inst_Back->setEnabled(false);
     interface.Auto_Login_Check_box->setEnabled(false);
     RemoveMode_enabled = false;
@@ -141,10 +140,29 @@ void AppDelegate::Register_HotKeys() {
     constexpr std::uint16_t kKeyC = 8;
     VkHotKeyCenter &center = VkHotKeyCenter::sharedHotKeyCenter();
     center.setPurpose(toUtf8(tr("Save the clipboard")));
+    center.setRegistrationLostHandler(
+        [this](const auto &, const std::string &reason) { tellOfMissingHotKey(reason); });
     const auto hotKey =
         center.registerHotKeyWithKeyCode(kKeyC, kVkCommandFlag | kVkShiftFlag, this, "Save_bar_item");
-    if (hotKey) hotKeys_.push_back(hotKey);
-    // A combination that could not be had is no reason to bother the user: saving by the menu works.
+    if (hotKey) {
+        hotKeys_.push_back(hotKey);
+        interface.Hot_key_label->setText(tr("Hot key that saves the clipboard: Super+Shift+C"));
+    } else {
+        tellOfMissingHotKey(center.lastFailure().value_or(""));
+    }
+}
+
+// No alert, since saving by the menu works: once a note that goes away by itself, and a line in the preferences
+// for as long as it is so.
+void AppDelegate::tellOfMissingHotKey(const std::string &reason) {
+    const QString why = toQString(reason);
+    const QString wayOut =
+        tr("Have your desktop's keyboard settings run “quillery --save” for a combination of your choice.");
+    interface.Hot_key_label->setText(tr("Super+Shift+C cannot save the clipboard: %1\n%2").arg(why, wayOut));
+    if (settingIs("hotKeyFailureTold", toUtf8(why).c_str())) return;
+    storeSetting("hotKeyFailureTold", why);
+    // After the start, whose windows would take it away.
+    shell_.gate.enter([this] { showNote(tr("No hot key"), interface.Hot_key_label->text()); });
 }
 
 bool AppDelegate::Check_if_internet_connection_is_found() {
@@ -183,7 +201,7 @@ void AppDelegate::applySignedInPresentation() {
     interface.Auto_Login_Check_box->setEnabled(true);
     menu.Log_in_menu_item.setAction([this] { Log_out_Action(); });
     interface.Change_done_button->setEnabled(true);
-    menu.changePasswordItem.setAction([this] { openChangePasswordView(nullptr); });
+    armPasswordChange();
     interface.Read_local_button->setEnabled(true);
 }
 
@@ -243,6 +261,9 @@ void AppDelegate::fillSavedListAtStart() {
 }
 
 void AppDelegate::showPreferences() {
+    // To show a setting is not to change it.
+    const QSignalBlocker quietLaunch(interface.Open_at_launch_check_box);
+    const QSignalBlocker quietLogin(interface.Auto_Login_Check_box);
     const bool opensAtLaunch = settingIs("kOpenAtLaunch", "Yes");
     interface.Open_at_launch_check_box->setChecked(opensAtLaunch);
     interface.Open_at_launch_label->setText(opensAtLaunch ? tr("Open at launch:enabled")
@@ -270,8 +291,64 @@ void AppDelegate::armContacts() {
     menu.Remove_a_friend_item.setAction([this] { Remove_contact_item(nullptr); });
 }
 
+void AppDelegate::armPasswordChange() {
+    menu.changePasswordItem.setAction([this] { openChangePasswordView(nullptr); });
+    interface.Change_password_button->setEnabled(true);
+}
+
+void AppDelegate::disarmPasswordChange() {
+    menu.changePasswordItem.clearAction();
+    interface.Change_password_button->setEnabled(false);
+}
+
 void AppDelegate::Quit(QObject *) {
     if (alert(tr("Alert!"), tr("Are you sure you want to quit?"), {tr("Yes"), tr("No")}) == 0) terminate();
+}
+
+void AppDelegate::performRequest(const std::string &request, const SingleInstance::Reply &reply) {
+    const auto words = [](const QString &text) { return toUtf8(text); };
+    if (request == "quit") {
+        reply({});
+        endSession();  // whoever asks so cannot answer what is on the screen
+    } else if (request == "activate") {
+        reply({});
+        if (QWidget *asking = QApplication::activeModalWidget()) orderFront(*asking);
+        shell_.gate.enter([this] { bringToFront(); });
+    } else if (!Status_Item) {
+        orderFront(*interface.Intro_window);
+        reply({1, words(tr("Quillery has only just been started: finish its introduction first."))});
+    } else if (request == "save") {
+        shell_.gate.enter([this, reply, words] {
+            reply(saveClipboard() ? SingleInstance::Answer{}
+                                  : SingleInstance::Answer{1, words(tr("Nothing was saved."))});
+        });
+    } else if (request == "list") {
+        shell_.gate.enter([this, reply, words] {
+            if (!menu.Clipboard_saves_menu_item.hasAction()) {
+                reply({1, words(tr("The saved list is locked: unlock it with the passcode first."))});
+                return;
+            }
+            Clipboard_saves(nullptr);
+            reply({});
+        });
+    } else {
+        reply({1, words(tr("The Quillery that runs does not know that command."))});
+    }
+}
+
+// What a user who starts a program that runs already would look for.
+void AppDelegate::bringToFront() {
+    if (!Status_Item) {
+        orderFront(*interface.Intro_window);
+    } else if (!Status_Item->isShown()) {
+        showWindowedMode(ScreenPlace::kMiddle);
+    } else if (interface.Quillery_window->isVisible()) {
+        orderFront(*interface.Quillery_window);
+    } else if (menu.Clipboard_saves_menu_item.hasAction()) {
+        Clipboard_saves(nullptr);
+    } else {
+        Unlock_passcode(nullptr);
+    }
 }
 
 // Not by waiting here: this may run inside an alert or a wait, which has to return before a background
@@ -379,6 +456,11 @@ std::optional<QString> AppDelegate::setting(const char *key) const {
     return shell_.standardUserDefaults.objectForKey(QLatin1String(key));
 }
 
+void AppDelegate::storeSetting(const char *key, const QString &value) {
+    shell_.standardUserDefaults.setObject(value, QLatin1String(key));
+    shell_.standardUserDefaults.synchronize();
+}
+
 bool AppDelegate::settingIs(const char *key, const char *value) const {
     return setting(key) == QLatin1String(value);
 }
@@ -414,10 +496,14 @@ void AppDelegate::wireInterface() {
     i.Windowed_mode->installEventFilter(this);
     armSavingAndLoading();
     armContacts();
-    menu.changePasswordItem.clearAction();
+    disarmPasswordChange();
     enterFromMenu(i.Open_sign_in_window, &AppDelegate::Open_sign_in_window);
     enterFromMenu(i.Open_sign_up_view, &AppDelegate::Open_sign_up_view);
     enterFromMenu(i.Contacts_item, &AppDelegate::Contacts_item);
+    enterFromMenu(i.Preference_menu_item, &AppDelegate::Preference_menu_item);
+    enterFromMenu(i.Windowed_mode_item, &AppDelegate::Windowed_mode_item);
+    enterFromMenu(i.Instructions, &AppDelegate::Instructions);
+    enterFromMenu(i.Info_Action, &AppDelegate::Info_Action);
     enterFromMenu(i.Quit, &AppDelegate::Quit);
 
     connect(i.Clipboard_saved_string_combobox, &ListControl::picked, this,
@@ -442,8 +528,6 @@ void AppDelegate::wireInterface() {
     enterFromButton(i.Change_done_button, &AppDelegate::Done_Edit);
 
     enterFromButton(i.Add_contact_done_button, &AppDelegate::Add_contact_done_button);
-    enterFromButton(i.Add_friend_windowed_mode, &AppDelegate::Add_contact_menu_item);
-    enterFromButton(i.Remove_contact_windowed_mode, &AppDelegate::Remove_contact_item);
     enterFromButton(i.Remove_contact, &AppDelegate::Remove_contact);
     enterFromButton(i.startFriends_button, &AppDelegate::startFriendsList);
     enterFromButton(i.startFriendsToAdd_button, &AppDelegate::startFriendsList);
@@ -453,6 +537,26 @@ void AppDelegate::wireInterface() {
 
     enterFromButton(i.Done_insert_passcode, &AppDelegate::Done_insert_passcode_action);
     connect(i.Insert_passcode_field, &QLineEdit::returnPressed, i.Done_insert_passcode, &QPushButton::click);
+
+    enterFromButton(i.Done_create_passcode, &AppDelegate::Done_create_passcode);
+    enterFromButton(i.Done_change_passcode, &AppDelegate::Done_change_passcode);
+    enterFromButton(i.Remove_passcode_button, &AppDelegate::Remove_Passcode_action);
+
+    enterFromToggle(i.Open_at_launch_check_box, &AppDelegate::Open_at_launch_action);
+    enterFromToggle(i.Auto_Login_Check_box, &AppDelegate::Auto_Login_action);
+    enterFromButton(i.Change_password_button, &AppDelegate::openChangePasswordView);
+    enterFromButton(i.Inst_Next, &AppDelegate::Inst_Next);
+    enterFromButton(i.Inst_Back, &AppDelegate::Inst_Back);
+
+    enterFromButton(i.Close_windowed, &AppDelegate::Close_windowed);
+    enterFromButton(i.Mini_windowed, &AppDelegate::Mini_windowed);
+    enterFromButton(i.Preference_windowed_mode, &AppDelegate::Preference_WinMode);
+    enterFromButton(i.Tutorials_windowed_mode, &AppDelegate::Tutorials_WinMode);
+    enterFromButton(i.Add_friend_windowed_mode, &AppDelegate::Add_friend_WinMode);
+    enterFromButton(i.Remove_contact_windowed_mode, &AppDelegate::Remove_contact_WinMode);
+    connect(i.Contact_us_windowed_mode, &QPushButton::clicked, this, [this] {
+        shell_.gate.enter([this] { Contact_us_WinMode(interface.Contact_us_windowed_mode); });
+    });
 
     enterFromButton(i.Start_intro_button, &AppDelegate::Start_intro_button);
     enterFromButton(i.Mini_Intro, &AppDelegate::Mini_Intro);
@@ -495,6 +599,7 @@ bool AppDelegate::eventFilter(QObject *watched, QEvent *event) {
     }
     if (watched == interface.notificationBanner.get() && event->type() == QEvent::MouseButtonRelease) {
         interface.notificationBanner->hide();
+        if (!bannerIsNotification_) return QObject::eventFilter(watched, event);
         shell_.gate.enter([this] { userNotificationCenter_didActivateNotification(); });
     }
     return QObject::eventFilter(watched, event);
@@ -502,6 +607,13 @@ bool AppDelegate::eventFilter(QObject *watched, QEvent *event) {
 
 // For a desktop without a notification service.
 void AppDelegate::showBanner(const QString &title, const QString &text) {
+    showNote(title, text);
+    bannerIsNotification_ = true;
+}
+
+// A click only takes it away.
+void AppDelegate::showNote(const QString &title, const QString &text) {
+    bannerIsNotification_ = false;
     interface.notificationLabel->setText(title + QStringLiteral("\n") + text);
     interface.notificationBanner->adjustSize();
     interface.notificationBanner->showRelativeTo(nullptr, Popover::Edge::kMaxY);

@@ -18,6 +18,7 @@
 #include "app/Shell.h"
 #include "hotkey/VkHotKeyCenter.h"
 #include "platform/MenuItem.h"
+#include "platform/SingleInstance.h"
 #include "platform/StatusBar.h"
 #include "platform/TableView.h"
 
@@ -46,6 +47,10 @@ class AppDelegate : public QObject, public TableViewDataSource {
     // Asks, and on "Yes" ends the program.
     void Quit(QObject *sender);
 
+    // A request of another process of this user's: "activate" (shows the program), "save", "list" or "quit".
+    // Its reply comes when that is done, which may be after alerts were answered.
+    void performRequest(const std::string &request, const SingleInstance::Reply &reply);
+
     // Ends the program without a question, once background writes are done (or given up on by the user).
     // Returns at once; may be called at any time, inside an action or not.
     void terminate();
@@ -57,6 +62,8 @@ class AppDelegate : public QObject, public TableViewDataSource {
 
     // Saves the clipboard's text into the list.
     void Save_bar_item(QObject *sender);
+    // The same; whether it was announced as saved.
+    bool saveClipboard();
     // The same for the hot key, which arrives from outside the gate.
     Q_INVOKABLE void Save_bar_item(const VkKeyEvent &event);
 
@@ -126,10 +133,33 @@ class AppDelegate : public QObject, public TableViewDataSource {
 
     // ---- Passcode (AppDelegate_Passcode.cpp) ----
 
+    // Sets a first passcode. It locks from the next start or log-out on.
+    void Done_create_passcode(QObject *sender);
     void Unlock_passcode(QObject *sender);
     void Done_insert_passcode_action(QObject *sender);
+    void Done_change_passcode(QObject *sender);
+    // Switches the lock off; the passcode stays in the settings.
+    void Remove_Passcode_action(QObject *sender);
 
-    // ---- Intro and links (AppDelegate_Preferences.cpp) ----
+    // ---- Preferences, intro, instructions, windowed mode and links (AppDelegate_Preferences.cpp) ----
+
+    void Preference_menu_item(QObject *sender);
+    void Info_Action(QObject *sender);
+    void Open_at_launch_action(QObject *sender);
+    void Auto_Login_action(QObject *sender);
+
+    void Instructions(QObject *sender);
+    void Inst_Next(QObject *sender);
+    void Inst_Back(QObject *sender);
+
+    void Windowed_mode_item(QObject *sender);
+    void Close_windowed(QObject *sender);
+    void Mini_windowed(QObject *sender);
+    void Preference_WinMode(QObject *sender);
+    void Tutorials_WinMode(QObject *sender);
+    void Add_friend_WinMode(QObject *sender);
+    void Remove_contact_WinMode(QObject *sender);
+    void Contact_us_WinMode(QWidget *sender);
 
     void Start_intro_button(QObject *sender);
     void Mini_Intro(QObject *sender);
@@ -198,6 +228,7 @@ class AppDelegate : public QObject, public TableViewDataSource {
     void applyOfflineState();
     void applySignedOutState();
     void lockIfPasscodeIsSet();
+    void hideListFromSight();
     void armSavingAndLoading();
     void armContacts();
     void showPasscodeSettings();
@@ -205,7 +236,12 @@ class AppDelegate : public QObject, public TableViewDataSource {
     void showPreferences();
     void showWaiting(const QString &whatFor);
     void hideWaiting();
+    void armPasswordChange();
+    void disarmPasswordChange();
+    void tellOfMissingHotKey(const std::string &reason);
+    void bringToFront();
     void showBanner(const QString &title, const QString &text);
+    void showNote(const QString &title, const QString &text);
     void quitWhenDone();
     void enterFromButton(QAbstractButton *button, Operation operation);
     void enterFromToggle(QAbstractButton *toggle, Operation operation);
@@ -213,6 +249,7 @@ class AppDelegate : public QObject, public TableViewDataSource {
     void wireInterface();
     std::optional<QString> setting(const char *key) const;
     bool settingIs(const char *key, const char *value) const;
+    void storeSetting(const char *key, const QString &value);
     void giveLinkItemsTheirAddresses();
 
     // What a background operation needs to know about the storage server: copies, made on the UI thread.
@@ -320,6 +357,11 @@ class AppDelegate : public QObject, public TableViewDataSource {
     void alertFromBackground(const QString &title, const QString &message);
     void actFromBackground(const std::function<void()> &action);
 
+    // Preferences and guidance.
+    void setAuto();
+    void removeAuto();
+    void showInstructionPage(int page);
+    void showWindowedMode(ScreenPlace place);
     void openLink(const char *name);
 
     Shell shell_;
@@ -329,7 +371,9 @@ class AppDelegate : public QObject, public TableViewDataSource {
     std::vector<std::shared_future<void>> listUses_;
     LocalList localList_;
     std::vector<std::shared_ptr<VkHotKey>> hotKeys_;
+    int instructionPage_ = 0;  // the one shown, counted from 0
     bool isQuitting_ = false;  // the user has decided to quit
     bool isEnding_ = false;    // the session ends: there is nobody left to answer
     QTimer bannerTime_;
+    bool bannerIsNotification_ = false;  // or a note of the program's own
 };

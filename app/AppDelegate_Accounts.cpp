@@ -6,14 +6,6 @@
 #include "app/StorageNames.h"
 #include "platform/Text.h"
 
-namespace {
-
-void empty(std::initializer_list<QLineEdit *> fields) {
-    for (QLineEdit *field : fields) field->clear();
-}
-
-}  // namespace
-
 // What a form is checked for has to be what is done with it: while that lasts it can neither be changed nor
 // sent again.
 void AppDelegate::setFormLocked(const Form &form, bool isLocked) {
@@ -88,7 +80,7 @@ void AppDelegate::Sign_up_upload_data(const Server &server) {
     actFromBackground([&] {
         setFormLocked(signUpForm(), false);
         i.Sign_up_done->setText(tr("Done"));
-        empty({i.Sign_up_Fullname, i.Sign_up_username, i.Sign_up_email, i.Sign_up_password,
+        emptyFields({i.Sign_up_Fullname, i.Sign_up_username, i.Sign_up_email, i.Sign_up_password,
                i.Sign_up_re_password});
         hidePasswords();
         if (isRegistered) {
@@ -136,7 +128,7 @@ void AppDelegate::Sing_in_done(QObject *) {
     isSigned_in = true;
     i.Quillery_window->close();
     i.Sign_in_done->setText(tr("Sign in"));
-    empty({i.Sign_in_username, i.Sign_in_password});
+    emptyFields({i.Sign_in_username, i.Sign_in_password});
     hidePasswords();
     applySignedInPresentation();
     menu.Unlock_passcode_item.clearAction();
@@ -173,13 +165,14 @@ void AppDelegate::Log_out_Action() {
     interface.Remove_contact->setText(tr("Remove a friend"));
     RemoveContact_enabled = false;
     showModes();
-    menu.changePasswordItem.clearAction();
+    disarmPasswordChange();
     hidePasswords();
     offerToStartFriendsList(false);
     showPasscodeSettings();
     if (settingIs("kHasPasscode", "YES")) {
         menu.Saveing_menu_item.clearAction();
         menu.Clipboard_saves_menu_item.clearAction();
+        hideListFromSight();
     } else {
         menu.Unlock_passcode_item.clearAction();
     }
@@ -217,7 +210,7 @@ void AppDelegate::upload_new_password_edit(const Server &server, const std::stri
     actFromBackground([&] {
         UploadDidFinish = uploaded;
         setFormLocked(passwordForm(), false);
-        empty({i.Change_old_password, i.Change_new_password, i.Change_retype_password});
+        emptyFields({i.Change_old_password, i.Change_new_password, i.Change_retype_password});
         hidePasswords();
         i.Quillery_window->close();
         if (!uploaded) {
@@ -225,7 +218,6 @@ void AppDelegate::upload_new_password_edit(const Server &server, const std::stri
             return;
         }
         alert(tr("Success!"), tr("You've successfully changed your password!"));
-        shell_.standardUserDefaults.setObject(password, QStringLiteral("kPassword"));
-        shell_.standardUserDefaults.synchronize();
+        storeSetting("kPassword", password);
     });
 }

@@ -1,12 +1,71 @@
 #include <QUrl>
 
+
 #include "app/AppDelegate.h"
+#include "platform/Text.h"
+
+namespace {
+
+constexpr const char *kLoginItem = "TovanixDev.Quillery-Helper";
+
+const QStringList kInstructionPages{QStringLiteral("Instructions-1.png"), QStringLiteral("Instructions-2.png"),
+                                    QStringLiteral("Instructions-3.png")};
+
+}  // namespace
+
+// ---- Preferences and information ----
+
+void AppDelegate::Preference_menu_item(QObject *) {
+    interface.Quillery_Box->setContentView(interface.Preference_View);
+    orderFront(*interface.Quillery_window);
+}
+
+void AppDelegate::Info_Action(QObject *) {
+    orderFront(*interface.Quillery_window);
+    interface.Quillery_Box->setContentView(interface.Info_View);
+}
+
+void AppDelegate::Open_at_launch_action(QObject *) {
+    const bool isOn = interface.Open_at_launch_check_box->isChecked();
+    const std::string problem = shell_.loginItem.setEnabled(kLoginItem, isOn);
+    storeSetting("kOpenAtLaunch", isOn ? QStringLiteral("Yes") : QStringLiteral("No"));
+    interface.Open_at_launch_label->setText(isOn ? tr("Open at launch:enabled")
+                                                 : tr("Open at launch:disabled"));
+    // The setting stands all the same, but nobody is to rely on what will not happen.
+    interface.Open_at_launch_problem->setText(QString::fromStdString(problem));
+    interface.Open_at_launch_problem->setVisible(!problem.empty());
+}
+
+void AppDelegate::Auto_Login_action(QObject *) {
+    const bool isOn = interface.Auto_Login_Check_box->isChecked();
+    isOn ? setAuto() : removeAuto();
+    interface.Auto_login_label->setText(isOn ? tr("Auto-Login:enabled") : tr("Auto-Login:disabled"));
+}
+
+void AppDelegate::setAuto() {
+    const auto store = [this](const char *key, const std::optional<std::string> &value) {
+        shell_.standardUserDefaults.setObject(value ? std::optional(toQString(*value)) : std::nullopt,
+                                              QLatin1String(key));
+    };
+    store("kAutoLogin", "Yes");
+    store("kUsername", Username);
+    store("kPassword", Password);
+    shell_.standardUserDefaults.synchronize();
+}
+
+void AppDelegate::removeAuto() {
+    shell_.standardUserDefaults.setObject(QStringLiteral("No"), QStringLiteral("kAutoLogin"));
+    for (const char *key : {"kUsername", "kPassword"})
+        shell_.standardUserDefaults.setObject(std::nullopt, QLatin1String(key));
+    shell_.standardUserDefaults.synchronize();
+}
+
+// ---- Intro and instructions ----
 
 void AppDelegate::Start_intro_button(QObject *) {
     interface.Intro_window->close();
     interface.Intro_image->clear();
-    shell_.standardUserDefaults.setObject(QStringLiteral("YES"), QStringLiteral("kIsNotFirstUse"));
-    shell_.standardUserDefaults.synchronize();
+    storeSetting("kIsNotFirstUse", QStringLiteral("YES"));
     applicationDidFinishLaunching();
 }
 
@@ -17,6 +76,91 @@ void AppDelegate::Mini_Intro(QObject *) {
 void AppDelegate::Tovanix_intro(QWidget *sender) {
     interface.Intro_popover->showRelativeTo(sender, Popover::Edge::kMaxX);
 }
+
+void AppDelegate::Instructions(QObject *) {
+    interface.Quillery_Box->setContentView(interface.Instructions_view);
+    orderFront(*interface.Quillery_window);
+}
+
+void AppDelegate::Inst_Next(QObject *) {
+    if (instructionPage_ == 0) {
+        showInstructionPage(1);
+        interface.Inst_Back->setEnabled(true);
+    } else {
+        showInstructionPage(2);
+        interface.Inst_Back->setFocus(Qt::OtherFocusReason);  // the other one is about to lose it
+        interface.Inst_Next->setEnabled(false);
+    }
+}
+
+void AppDelegate::Inst_Back(QObject *) {
+    if (instructionPage_ == 2) {
+        showInstructionPage(1);
+        interface.Inst_Next->setEnabled(true);
+    } else {
+        showInstructionPage(0);
+        interface.Inst_Next->setFocus(Qt::OtherFocusReason);
+        interface.Inst_Back->setEnabled(false);
+    }
+}
+
+// `page` counts from 0.
+void AppDelegate::showInstructionPage(int page) {
+    const QStringList texts{
+        tr("Copy a text in any program, then press Super+Shift+C. Quillery puts it on top of your list and "
+           "says so."),
+        tr("Choose “Saved List” in the status menu and pick a text, by mouse or with the arrow keys and "
+           "Enter. It is on the clipboard again, ready to be pasted."),
+        tr("Sign in, and the list follows you to every computer. Switch “Share” on and pick a text to send it "
+           "to a friend: it is the first in the friend's list then.")};
+    instructionPage_ = page;
+    interface.Instructions_image_view->setPixmap(sharpPixmap(kInstructionPages[page]));
+    interface.Instructions_image_view->setAccessibleName(texts[page]);
+    interface.Instructions_text->setText(texts[page]);
+    interface.Instructions_page->setText(tr("%1 of %2").arg(page + 1).arg(kInstructionPages.size()));
+}
+
+// ---- Windowed mode ----
+
+void AppDelegate::Windowed_mode_item(QObject *) {
+    interface.Quillery_window->close();
+    showWindowedMode(ScreenPlace::kMiddle);
+}
+
+void AppDelegate::Close_windowed(QObject *) {
+    interface.Windowed_mode->close();
+}
+
+void AppDelegate::Mini_windowed(QObject *) {
+    interface.Windowed_mode->showMinimized();
+}
+
+void AppDelegate::Preference_WinMode(QObject *sender) {
+    Preference_menu_item(sender);
+}
+void AppDelegate::Tutorials_WinMode(QObject *sender) {
+    Instructions(sender);
+}
+void AppDelegate::Add_friend_WinMode(QObject *sender) {
+    Add_contact_menu_item(sender);
+}
+void AppDelegate::Remove_contact_WinMode(QObject *sender) {
+    Remove_contact_item(sender);
+}
+void AppDelegate::Contact_us_WinMode(QWidget *sender) {
+    Tovanix_intro(sender);
+}
+
+void AppDelegate::showWindowedMode(ScreenPlace place) {
+    Interface &i = interface;
+    const bool isAllThereIs = !Status_Item->isShown();
+    i.Windowed_text->setVisible(isAllThereIs);
+    i.Close_windowed->setVisible(!isAllThereIs);  // where it has gone, nothing brings it back
+    setFloatingWindowLevel(*i.Windowed_mode);
+    orderFront(*i.Windowed_mode, place);
+}
+
+// ---- Links ----
 
 void AppDelegate::How_to_use(QObject *) {
     openLink("tutorials");
@@ -77,6 +221,7 @@ void AppDelegate::giveLinkItemsTheirAddresses() {
     };
     i.aboutUs->setEnabled(!shell_.configuration.links.isEmpty());
     i.Tovanix_intro->setEnabled(!shell_.configuration.links.isEmpty());
+    i.Contact_us_windowed_mode->setEnabled(!shell_.configuration.links.isEmpty());
     for (const Link &link : links) {
         const bool isConfigured = shell_.configuration.links.contains(QLatin1String(link.name));
         link.item->setEnabled(isConfigured);

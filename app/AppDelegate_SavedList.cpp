@@ -15,6 +15,10 @@ void AppDelegate::Save_bar_item(const VkKeyEvent &) {
 }
 
 void AppDelegate::Save_bar_item(QObject *) {
+    saveClipboard();
+}
+
+bool AppDelegate::saveClipboard() {
     finishListUses();
     // One text at a time: a second one in this list is announced when the first is on the disk.
     if (!isSigned_in) finishSaves();
@@ -22,21 +26,21 @@ void AppDelegate::Save_bar_item(QObject *) {
     if (copied.state == PasteboardText::State::kNoAnswer) {
         alert(tr("Error!"),
               tr("The program that the text was copied in does not answer. Nothing was saved."));
-        return;
+        return false;
     }
     if (copied.state == PasteboardText::State::kNoAccess) {
         alert(tr("Error!"),
               tr("This desktop does not show the clipboard to Quillery while another window is in use. "
                  "Nothing was saved."));
-        return;
+        return false;
     }
     if (copied.text.empty()) {
         alert(tr("Error!"), tr("Your clipboard is empty."));
-        return;
+        return false;
     }
     if (isShownInList(copied.text)) {
         alert(tr("Error!"), tr("Text does exist in the list."));
-        return;
+        return false;
     }
     if (isSigned_in) {
         startSave([this, announced = copied.text, server = server(), name = clipListName()] {
@@ -52,6 +56,7 @@ void AppDelegate::Save_bar_item(QObject *) {
     interface.Clipboard_saved_string_combobox->insertItemWithObjectValue(copied.text, 0);
     shell_.notificationCenter.deliver(
         tr("Success!"), QStringLiteral("You have successully save (\"%1\")").arg(toQString(copied.text)));
+    return true;
 }
 
 // The control's selection lags one step behind: item 0 is looked at twice. The scan ends at the first empty

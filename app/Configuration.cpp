@@ -3,6 +3,8 @@
 #include <QFile>
 #include <QSettings>
 
+#include "platform/UserFolders.h"
+
 namespace {
 
 const char *const kLinkNames[] = {"tutorials",   "facebook", "twitter", "pinterest",
@@ -11,8 +13,7 @@ const char *const kLinkNames[] = {"tutorials",   "facebook", "twitter", "pintere
 // The file to read, or an empty text.
 QString configurationFile() {
     if (qEnvironmentVariableIsSet("QUILLERY_CONFIG")) return qEnvironmentVariable("QUILLERY_CONFIG");
-    QString home = qEnvironmentVariable("XDG_CONFIG_HOME");
-    if (home.isEmpty()) home = qEnvironmentVariable("HOME") + QStringLiteral("/.config");
+    const QString home = QString::fromStdString(configurationFolder().string());
     QString others = qEnvironmentVariable("XDG_CONFIG_DIRS");
     if (others.isEmpty()) others = QStringLiteral("/etc/xdg");
     for (const QString &folder : QStringList{home} + others.split(u':', Qt::SkipEmptyParts)) {

@@ -1,10 +1,12 @@
 #include "app/Interface.h"
 
-#include <QGuiApplication>
+#include <QApplication>
+#include <QImageReader>
 #include <QScreen>
 #include <QVBoxLayout>
 
 #include "platform/UiIds.h"
+#include "platform/UserFolders.h"
 
 namespace {
 
@@ -70,9 +72,11 @@ Interface::Interface() {
     Preference_View = view<Ui::PreferenceView>(*this, windows_);
     Instructions_view = view<Ui::InstructionsView>(*this, windows_);
     Change_password_view = view<Ui::ChangePasswordView>(*this, windows_);
-    new_passcode_view = new QWidget(&windows_);
-    change_passcode_view = new QWidget(&windows_);
+    Info_View = view<Ui::InfoView>(*this, windows_);
+    new_passcode_view = view<Ui::NewPasscodeView>(*this, windows_);
+    change_passcode_view = view<Ui::ChangePasscodeView>(*this, windows_);
     makeForms();
+    fillInformation();
 
     QFont title = Intro_title->font();
     title.setPointSizeF(title.pointSizeF() * 1.6);
@@ -134,7 +138,7 @@ Interface::~Interface() {
     for (QWidget *shown : {Checking_for_connection_view, List_View, Insert_passcode_view, Sign_in_view,
                            Sign_up_view, Add_contact_view, Contacts_view, Contacts_View,
                            static_cast<QWidget *>(Contacts_table), Preference_View, Instructions_view,
-                           Change_password_view, new_passcode_view, change_passcode_view}) {
+                           Change_password_view, Info_View, new_passcode_view, change_passcode_view}) {
         shown->setParent(&windows_);
     }
     QuickView_popover.reset();
@@ -157,6 +161,11 @@ void Interface::makeMenu() {
     Log_in_menu_item = item(Quillery_Menu, "Log_in_menu_item", QObject::tr("Log in"));
     changePasswordItem = item(Quillery_Menu, "changePasswordItem", QObject::tr("Change Password"));
     Unlock_passcode_item = item(Quillery_Menu, "Unlock_passcode_item", QObject::tr("Unlock with Passcode"));
+    Quillery_Menu.addSeparator();
+    Preference_menu_item = item(Quillery_Menu, "Preference_menu_item", QObject::tr("Preferences"));
+    Windowed_mode_item = item(Quillery_Menu, "Windowed_mode_item", QObject::tr("Windowed Mode"));
+    Instructions = item(Quillery_Menu, "Instructions", QObject::tr("Instructions"));
+    Info_Action = item(Quillery_Menu, "Info_Action", QObject::tr("Information"));
     Quillery_Menu.addSeparator();
     How_to_use = item(Quillery_Menu, "How_to_use", QObject::tr("Tutorials"));
     QMenu *links = Quillery_Menu.addMenu(QObject::tr("About Us"));
@@ -198,13 +207,38 @@ void Interface::makeForms() {
     showWith(Sign_up_show_passwords, {Sign_up_password, Sign_up_re_password});
     showWith(Sign_in_show_password, {Sign_in_password});
     showWith(Change_show_passwords, {Change_old_password, Change_new_password, Change_retype_password});
+    submit({Create_passcode, Retype_passcode}, Done_create_passcode, {});
+    submit({Change_old_passcode, Change_new_passcode, Change_Retype_passcode}, Done_change_passcode, {});
+    showWith(Create_passcode_show, {Create_passcode, Retype_passcode});
+    showWith(Change_passcode_show, {Change_old_passcode, Change_new_passcode, Change_Retype_passcode});
     for (QLabel *title :
-         {Sign_up_title, Sign_in_title, Change_password_title, Add_contact_title, Friends_label}) {
+         {Sign_up_title, Sign_in_title, Change_password_title, Add_contact_title, Friends_label, Info_title}) {
         QFont font = title->font();
         font.setPointSizeF(font.pointSizeF() * kTitleScale);
         font.setBold(true);
         title->setFont(font);
     }
+}
+
+void Interface::fillInformation() {
+    Info_image->setPixmap(
+        QIcon(QStringLiteral(":/images/quillery.png")).pixmap(Info_image->minimumSize(), qApp->devicePixelRatio()));
+    Info_title->setText(QObject::tr("Quillery %1").arg(QCoreApplication::applicationVersion()));
+    Info_text->setHtml(QObject::tr(
+        "<p>A clipboard keeper: it keeps the texts that you copy, and puts any of them back.</p>"
+        "<h4>Where your texts are</h4>"
+        "<p>Signed out: in <tt>~/Documents/.Quillery.txt</tt>, on this computer alone.<br>"
+        "Signed in: in files on the storage server, so that they follow you.<br>"
+        "Settings: in <tt>%1</tt>.</p>"
+        "<p>All of these are plain text, passwords and passcode included. Whoever can read the files can read "
+        "your texts.</p>"
+        "<h4>Licence</h4>"
+        "<p>%2</p>"
+        "<h4>Made with</h4>"
+        "<p>Qt %3 (LGPL 3), libcurl (curl licence), libxcb and libxkbcommon (MIT).</p>")
+                           .arg(QString::fromStdString((configurationFolder() / "TovanixDev/Quillery.ini").string())
+                                    .toHtmlEscaped(),
+                                QObject::tr("MIT: use it, change it and pass it on as you like, without any warranty."), QLatin1String(qVersion())));
 }
 
 void Interface::showContactsToPick() {
@@ -223,6 +257,15 @@ void Interface::showContacts() {
 
 void Interface::showContactsTable() {
     Quillery_Box->setContentView(Contacts_table);
+}
+
+void emptyFields(std::initializer_list<QLineEdit *> fields) {
+    for (QLineEdit *field : fields) field->clear();
+}
+
+QPixmap sharpPixmap(const QString &name) {
+    const QString file = QStringLiteral(":/images/") + name;
+    return QIcon(file).pixmap(QImageReader(file).size(), qApp->devicePixelRatio());
 }
 
 void orderFront(QWidget &window, ScreenPlace place) {

@@ -12,6 +12,7 @@
 #include "ui_Checking_for_connection_view.h"
 #include "ui_Contacts_view.h"
 #include "ui_Friends_view.h"
+#include "ui_Info_View.h"
 #include "ui_Insert_passcode_view.h"
 #include "ui_Instructions_view.h"
 #include "ui_Intro_popover.h"
@@ -22,6 +23,8 @@
 #include "ui_Sign_in_view.h"
 #include "ui_Sign_up_view.h"
 #include "ui_Windowed_mode.h"
+#include "ui_change_passcode_view.h"
+#include "ui_new_passcode_view.h"
 
 // The windows, views and menus of the program, as the interface files describe them. Every element that the
 // files name is a member of that name (Share_switch, State_label …). Fills and wires nothing.
@@ -39,6 +42,9 @@ struct Interface : Ui::QuilleryWindow,
                    Ui::PreferenceView,
                    Ui::InstructionsView,
                    Ui::ChangePasswordView,
+                   Ui::NewPasscodeView,
+                   Ui::ChangePasscodeView,
+                   Ui::InfoView,
                    Ui::IntroWindow,
                    Ui::IntroPopover,
                    Ui::WindowedMode {
@@ -64,6 +70,7 @@ struct Interface : Ui::QuilleryWindow,
     QWidget *Preference_View;
     QWidget *Instructions_view;
     QWidget *Change_password_view;
+    QWidget *Info_View;
 
     // The content views of Passcode_box.
     QWidget *new_passcode_view;
@@ -91,6 +98,10 @@ struct Interface : Ui::QuilleryWindow,
     QAction *Open_sign_up_view;
     QAction *Contacts_item;
     QAction *changePasswordItem;
+    QAction *Preference_menu_item;
+    QAction *Windowed_mode_item;
+    QAction *Instructions;
+    QAction *Info_Action;
     QAction *How_to_use;
     QAction *Facebook;
     QAction *Twitter;
@@ -110,7 +121,14 @@ struct Interface : Ui::QuilleryWindow,
   private:
     void makeMenu();
     void makeForms();
+    void fillInformation();
 };
+
+// Empties the fields of a form.
+void emptyFields(std::initializer_list<QLineEdit *> fields);
+
+// The program's picture of that file name, as sharp as the screens can show it.
+QPixmap sharpPixmap(const QString &name);
 
 // Where a window stands the first time; afterwards it is where the user left it.
 enum class ScreenPlace {

@@ -9,6 +9,7 @@
 #include "platform/Alerts.h"
 #include "platform/BackgroundTasks.h"
 #include "platform/FileManager.h"
+#include "platform/LoginItem.h"
 #include "platform/Notifications.h"
 #include "platform/Pasteboard.h"
 #include "platform/PersonalStorage.h"
@@ -29,6 +30,7 @@ struct Shell {
     UserDefaults &standardUserDefaults;
     UserNotifications &notificationCenter;
     Workspace &sharedWorkspace;
+    const LoginItem &loginItem;
 
     Configuration configuration;
     std::filesystem::path home;  // the user's home folder

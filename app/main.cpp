@@ -3,15 +3,22 @@
 #include <unistd.h>
 
 #include <QApplication>
-#include <QCommandLineParser>
 #include <QDir>
 #include <QIcon>
 #include <QSocketNotifier>
 #include <array>
+#include <chrono>
 #include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <thread>
 
 #include "app/AppDelegate.h"
+#include "app/CommandLine.h"
 #include "app/Shell.h"
+#include "platform/ColorScheme.h"
+#include "platform/Display.h"
+#include "platform/SingleInstance.h"
 
 namespace {
 
@@ -42,24 +49,92 @@ std::filesystem::path storageProgram() {
     return QFile::exists(beside) ? beside.toStdString() : std::string("/usr/bin/quillery-storage");
 }
 
+// A display that goes away ends the process within the toolkit. What was announced as saved is finished first.
+BackgroundTasks *unfinished = nullptr;
+
+void finishWithoutDisplay() {
+    if (!unfinished || unfinished->running() == 0) return;
+    constexpr std::chrono::seconds kLimit{60};
+    std::fprintf(stderr, "Quillery: the display is gone; finishing what is being saved.\n");
+    unfinished->finishWithoutDisplay(kLimit);
+}
+
+void say(const std::string &problem) {
+    std::fprintf(stderr, "quillery: %s\n", problem.c_str());
+}
+
+// Everything but being the program.
+int runCommand(const CommandLine &line) {
+    if (!line.problem.isEmpty()) {
+        say(line.problem.toStdString() + "\n" + CommandLine::help().toStdString());
+        return kWrongUsage;
+    }
+    std::string request;
+    switch (line.task) {
+        case CommandLine::Task::kHelp:
+            std::fputs(qUtf8Printable(CommandLine::help()), stdout);
+            return kDone;
+        case CommandLine::Task::kVersion:
+            std::puts("Quillery " QUILLERY_VERSION);
+            return kDone;
+        case CommandLine::Task::kSave:
+            request = "save";
+            break;
+        case CommandLine::Task::kList:
+            request = "list";
+            break;
+        case CommandLine::Task::kQuit:
+            request = "quit";
+            break;
+        case CommandLine::Task::kRun:
+            return kWrongUsage;
+    }
+    const auto answer = SingleInstance::send(request, line.task == CommandLine::Task::kQuit);
+    if (!answer) {
+        say("no Quillery runs for you on this display");
+        return kNoneRuns;
+    }
+    if (answer->status != kDone) say(answer->words);
+    return answer->status;
+}
+
+QStringList argumentsOf(int argc, char **argv) {
+    QStringList arguments;
+    for (int i = 0; i < argc; ++i) arguments << QString::fromLocal8Bit(argv[i]);
+    return arguments;
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
     const mode_t usersMask = umask(077);  // whatever this program writes is for its user alone
-    QApplication application(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Quillery"));
     QApplication::setApplicationVersion(QStringLiteral(QUILLERY_VERSION));
+    const CommandLine line = CommandLine::parse(argumentsOf(argc, argv));
+    if (line.task != CommandLine::Task::kRun || !line.problem.isEmpty()) return runCommand(line);
+
+    if (const std::string problem = problemOfDisplay(); !problem.empty()) {
+        say(problem);
+        return kRefused;
+    }
+    SingleInstance instance;
+    // One that is just ending answers nobody any more, and soon leaves its place.
+    while (instance.claim() == SingleInstance::Claim::kIsSecond) {
+        if (SingleInstance::send("activate")) return kDone;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+
+    QApplication application(argc, argv);
+    if (QApplication::arguments().size() > 1) {
+        say("unknown argument " + QApplication::arguments().at(1).toStdString() + "\n" +
+            CommandLine::help().toStdString());
+        return kWrongUsage;
+    }
     QApplication::setDesktopFileName(QStringLiteral("quillery"));
     QApplication::setWindowIcon(QIcon(QStringLiteral(":/images/quillery.png")));
     QApplication::setQuitOnLastWindowClosed(false);  // it lives in the status bar
 
-    QCommandLineParser parser;
-    parser.setApplicationDescription(
-        QStringLiteral("Keeps the texts that you copy, and puts any of them back."));
-    parser.addHelpOption();
-    parser.addVersionOption();
-    parser.process(application);
-
+    const ColorScheme colors;
     UiThread ui;
     ActionGate gate;
     BackgroundTasks background(ui);
@@ -71,14 +146,32 @@ int main(int argc, char **argv) {
     DesktopWorkspace workspace(usersMask);
     PersonalStorage storage;
     const auto storageIsAt = storageProgram();
+    const LoginItem loginItem(QApplication::applicationFilePath().toStdString());
 
     AppDelegate delegate(
-        Shell{ui, gate, background, waiting, alerts, pasteboard, defaults, notifications, workspace,
+        Shell{ui, gate, background, waiting, alerts, pasteboard, defaults, notifications, workspace, loginItem,
               Configuration::load(), QDir::homePath().toStdString(),
               [&](const std::stop_token &stop) { return storage.ensureRunning(storageIsAt, stop); }});
     endOnSignals(delegate);
+    unfinished = &background;
+    std::atexit(finishWithoutDisplay);
+    if (!instance.listen([&](const std::string &request, const SingleInstance::Reply &reply) {
+            delegate.performRequest(request, reply);
+        })) {
+        std::fprintf(stderr, "Quillery: commands of other processes cannot be taken.\n");
+    }
     QMetaObject::invokeMethod(
-        &delegate, [&] { gate.enter([&] { delegate.applicationDidFinishLaunching(); }); },
+        &delegate,
+        [&] {
+            gate.enter([&] {
+                if (!defaults.problem().isEmpty())
+                    alerts.run(QStringLiteral("Alert!"), defaults.problem(), {QStringLiteral("OK")});
+                delegate.applicationDidFinishLaunching();
+            });
+        },
         Qt::QueuedConnection);
-    return QApplication::exec();
+    const int status = QApplication::exec();
+    background.waitForAll();
+    unfinished = nullptr;
+    return status;
 }

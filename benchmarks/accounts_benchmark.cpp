@@ -62,7 +62,7 @@ class Desk {
         configuration.storagePort = port;
         delegate_ = std::make_unique<AppDelegate>(
             Shell{ui_, gate_, background_, waiting_, alerts_, pasteboard_, defaults_, notifications_,
-                  workspace_, configuration, std::getenv("HOME"), [](std::stop_token) {
+                  workspace_, loginItem_, configuration, std::getenv("HOME"), [](std::stop_token) {
                       return PersonalStorage::Result{std::nullopt, "not wanted"};
                   }});
         gate_.enter([this] { delegate_->applicationDidFinishLaunching(); });
@@ -120,6 +120,7 @@ class Desk {
     UserDefaults defaults_;
     NoNotifications notifications_;
     NoWorkspace workspace_;
+    const LoginItem loginItem_{"/usr/bin/quillery"};
     std::unique_ptr<AppDelegate> delegate_;
 };
 

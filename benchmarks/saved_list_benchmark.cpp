@@ -132,7 +132,7 @@ class Desk {
         configuration.storagePort = 1;  // nobody there: the list is the one on this machine
         delegate_ = std::make_unique<AppDelegate>(
             Shell{ui_, gate_, background_, waiting_, alerts_, pasteboard_, defaults_, notifications_,
-                  workspace_, configuration, home_, [](std::stop_token) {
+                  workspace_, loginItem_, configuration, home_, [](std::stop_token) {
                       return PersonalStorage::Result{std::nullopt, "not wanted"};
                   }});
         gate_.enter([this] { delegate_->applicationDidFinishLaunching(); });
@@ -249,6 +249,7 @@ class Desk {
     UserDefaults defaults_;
     CountedNotifications notifications_;
     NoWorkspace workspace_;
+    const LoginItem loginItem_{"/usr/bin/quillery"};
     std::unique_ptr<AppDelegate> delegate_;
     std::unique_ptr<PaintWatch> painted_;
 };

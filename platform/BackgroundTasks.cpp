@@ -27,3 +27,9 @@ void BackgroundTasks::waitForAll() {
     // Not a QEventLoop: that returns at once while the program is quitting.
     while (!threads_.empty()) QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
 }
+
+void BackgroundTasks::finishWithoutDisplay(std::chrono::seconds limit) {
+    const auto end = std::chrono::steady_clock::now() + limit;
+    while (!threads_.empty() && std::chrono::steady_clock::now() < end)
+        ui_.runNext(std::chrono::milliseconds(100));
+}

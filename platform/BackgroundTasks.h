@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QObject>
+#include <chrono>
 #include <functional>
 #include <list>
 #include <thread>
@@ -30,6 +31,9 @@ class BackgroundTasks : public QObject {
 
     // Turns the event loop until none is running.
     void waitForAll();
+
+    // The same without the event loop, whose display is gone, and for no longer than the limit.
+    void finishWithoutDisplay(std::chrono::seconds limit);
 
   Q_SIGNALS:
     // One operation has ended and its hand-overs are done.

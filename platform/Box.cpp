@@ -28,9 +28,12 @@ void Box::setContentView(QWidget *view) {
     if (view_) {
         view_->hide();
         layout()->removeWidget(view_);
+        // Not only out of sight: nobody is to read here what a lock has taken away.
+        if (owner_ && owner_ != this) view_->setParent(owner_);
     }
     view_ = view;
     if (!view_) return;
+    owner_ = view_->parentWidget();
     layout()->addWidget(view_);
     view_->show();
     if (QWidget *first = firstControl(view_)) first->setFocus(Qt::OtherFocusReason);

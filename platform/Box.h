@@ -1,9 +1,10 @@
 #pragma once
 
+#include <QPointer>
 #include <QWidget>
 
 // A box that shows one content view at a time. The views belong to the interface, not to the box: one that
-// leaves is hidden and can come back.
+// leaves is hidden, goes back to the widget that it was in before, and can come again.
 class Box : public QWidget {
     Q_OBJECT
 
@@ -17,4 +18,5 @@ class Box : public QWidget {
 
   private:
     QWidget *view_ = nullptr;
+    QPointer<QWidget> owner_;  // of the view, where it was before
 };

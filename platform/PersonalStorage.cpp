@@ -8,25 +8,16 @@
 
 #include <array>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <system_error>
 #include <thread>
 
+#include "platform/UserFolders.h"
+
 namespace fs = std::filesystem;
 
 namespace {
-
-// Where the server publishes its port and its users hold their locks; the server has the same rule.
-fs::path runtimeFolder() {
-    if (const char *runtime = std::getenv("XDG_RUNTIME_DIR"); runtime && *runtime)
-        return fs::path(runtime) / "quillery";
-    if (const char *cache = std::getenv("XDG_CACHE_HOME"); cache && *cache)
-        return fs::path(cache) / "quillery";
-    const char *home = std::getenv("HOME");
-    return fs::path(home ? home : "/") / ".cache" / "quillery";
-}
 
 // The server holds this lock for as long as it lives. A port that was published by one that has been killed
 // may be anybody's by now.

@@ -77,6 +77,7 @@ bool Popover::eventFilter(QObject *watched, QEvent *event) {
 }
 
 void Popover::closeIfLeft() {
+    if (!sender_) return;  // it belongs to no window that could be left
     const QWidget *active = QApplication::activeWindow();
-    if (active != this && (!active || !sender_ || active != sender_->window())) hide();
+    if (active != this && active != sender_->window()) hide();
 }

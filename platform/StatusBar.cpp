@@ -15,7 +15,9 @@
 
 namespace {
 
-constexpr int kLookAgainMilliseconds = 1000;
+// How often it is looked for a status bar while there is none, and whether it is still there.
+constexpr int kLookingMilliseconds = 1000;
+constexpr int kCheckingMilliseconds = 5000;
 constexpr int kWatcherMilliseconds = 500;  // for an answer that takes less than one
 
 bool hasNotifierHost() {
@@ -50,6 +52,9 @@ bool hasXTray() {
 
 QIcon statusImage(QString name) {
     name.remove(QStringLiteral(".png"));
+    // By its name a status bar finds the installed drawing, which is sharp in every size.
+    const QString installed = QStringLiteral("quillery-") + name;
+    if (QIcon::hasThemeIcon(installed)) return QIcon::fromTheme(installed);
     QIcon icon;
     for (const int size : {16, 22, 24, 32, 48, 64}) {
         icon.addFile(QStringLiteral(":/status/%1-%2.png").arg(name).arg(size), QSize(size, size));
@@ -66,8 +71,8 @@ bool StatusBar::isAvailable() {
 }
 
 StatusItem::StatusItem(QObject *parent) : QObject(parent) {
-    connect(&lookAgain_, &QTimer::timeout, this, &StatusItem::showIfPossible);
-    lookAgain_.setInterval(kLookAgainMilliseconds);
+    connect(&lookAgain_, &QTimer::timeout, this, &StatusItem::look);
+    lookAgain_.setInterval(kLookingMilliseconds);
 }
 
 StatusItem::~StatusItem() = default;
@@ -85,12 +90,22 @@ void StatusItem::setToolTip(const QString &text) {
 void StatusItem::setMenu(QMenu *menu) {
     menu_ = menu;
     showIfPossible();
-    if (!icon_) lookAgain_.start();
+    lookAgain_.start();
+}
+
+void StatusItem::look() {
+    if (!icon_) {
+        showIfPossible();
+    } else if (!StatusBar::isAvailable()) {
+        icon_.reset();
+        lookAgain_.setInterval(kLookingMilliseconds);
+        Q_EMIT lost();
+    }
 }
 
 void StatusItem::showIfPossible() {
     if (icon_ || !menu_ || !StatusBar::isAvailable()) return;
-    lookAgain_.stop();
+    lookAgain_.setInterval(kCheckingMilliseconds);
     icon_ = std::make_unique<QSystemTrayIcon>(statusImage(image_));
     icon_->setToolTip(toolTip_);
     icon_->setContextMenu(menu_);

@@ -14,8 +14,8 @@ class StatusBar {
     static bool isAvailable();
 };
 
-// One item of the status bar: an image and a menu. Where there is no status bar yet, it appears as soon as
-// there is.
+// One item of the status bar: an image and a menu. Where there is no status bar, it appears as soon as there
+// is one.
 class StatusItem : public QObject {
     Q_OBJECT
 
@@ -34,8 +34,11 @@ class StatusItem : public QObject {
   Q_SIGNALS:
     // The item has just become visible in a status bar.
     void shown();
+    // The status bar has gone, and the item with it.
+    void lost();
 
   private:
+    void look();
     void showIfPossible();
 
     std::unique_ptr<QSystemTrayIcon> icon_;

@@ -1,5 +1,6 @@
 #include "platform/UiThread.h"
 
+#include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -51,4 +52,9 @@ void UiThread::post(std::function<void()> work) {
     queue_->waiting.push_back(std::move(work));
     const std::uint64_t one = 1;
     [[maybe_unused]] const auto written = write(queue_->wakeUp, &one, sizeof one);
+}
+
+void UiThread::runNext(std::chrono::milliseconds within) {
+    pollfd wakeUp{queue_->wakeUp, POLLIN, 0};
+    if (poll(&wakeUp, 1, static_cast<int>(within.count())) > 0) queue_->runOne();
 }

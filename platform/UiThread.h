@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <future>
 #include <memory>
@@ -35,6 +36,10 @@ class UiThread {
         post([&task] { task(); });
         return result.get();
     }
+
+    // Runs the next piece if one comes within the time, without an event loop: for a program whose display is
+    // gone. On the UI thread.
+    void runNext(std::chrono::milliseconds within);
 
   private:
     struct Queue;

@@ -1,11 +1,53 @@
 #include "platform/UserDefaults.h"
 
 #include <QFile>
+#include <QObject>
 #include <QStringList>
 #include <cstdio>
 
+#include "platform/UserFolders.h"
+
+namespace {
+
+QString storeFile() {
+    return QFile::decodeName((configurationFolder() / "TovanixDev" / "Quillery.ini").c_str());
+}
+
+// Says what it did, or nothing if the file is fine or cannot be read at all.
+QString setAsideIfDamaged() {
+    QFile file(storeFile());
+    if (!file.open(QIODevice::ReadOnly) || !UserDefaults::isDamaged(file.readAll())) return {};
+    file.close();
+    QString aside;
+    int number = 1;
+    do {
+        aside = storeFile() + QStringLiteral(".damaged-%1").arg(number++);
+    } while (QFile::exists(aside));
+    const bool isAside = file.rename(aside);
+    const QString problem =
+        isAside ? QObject::tr("The settings were damaged. They are kept in %1, and Quillery starts with new "
+                              "ones.")
+                      .arg(aside)
+                : QObject::tr("The settings in %1 are damaged and could not be set aside.").arg(storeFile());
+    std::fprintf(stderr, "Quillery: %s\n", qUtf8Printable(problem));
+    return problem;
+}
+
+}  // namespace
+
+bool UserDefaults::isDamaged(const QByteArray &bytes) {
+    if (bytes.contains('\0')) return true;
+    for (const QByteArray &wholeLine : bytes.split('\n')) {
+        const QByteArray line = wholeLine.trimmed();
+        const bool isSection = line.startsWith('[') && line.endsWith(']');
+        if (!line.isEmpty() && !line.startsWith(';') && !isSection && line.indexOf('=') < 1) return true;
+    }
+    return false;
+}
+
 UserDefaults::UserDefaults()
-    : settings_(QSettings::IniFormat, QSettings::UserScope, QStringLiteral("TovanixDev"),
+    : problem_(setAsideIfDamaged()),
+      settings_(QSettings::IniFormat, QSettings::UserScope, QStringLiteral("TovanixDev"),
                 QStringLiteral("Quillery")) {
     settings_.setFallbacksEnabled(false);
     if (settings_.status() != QSettings::NoError) {

@@ -7,8 +7,15 @@
 // 0600). UI thread only.
 class UserDefaults {
   public:
-    // The store of the running user: organisation TovanixDev, application Quillery.
+    // The store of the running user: organisation TovanixDev, application Quillery. A damaged file is set
+    // aside beside it, and the store is empty then.
     UserDefaults();
+
+    // What has been set aside, in words for the user; empty if nothing was.
+    const QString &problem() const { return problem_; }
+
+    // Whether these bytes are no ini file: something wrote over it, or it was cut off in the middle.
+    static bool isDamaged(const QByteArray &bytes);
 
     // The stored text, or nothing.
     std::optional<QString> objectForKey(const QString &key) const;
@@ -23,5 +30,6 @@ class UserDefaults {
     QString fileName() const { return settings_.fileName(); }
 
   private:
+    QString problem_;  // before the settings: it is found out before they are read
     QSettings settings_;
 };

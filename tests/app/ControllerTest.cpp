@@ -69,8 +69,8 @@ void ControllerTest::setAutoLogin(const QString &user) {
 AppDelegate &ControllerTest::start() {
     delegate.reset();
     delegate = std::make_unique<AppDelegate>(Shell{
-        ui, gate, background, waiting, alerts, pasteboard, defaults, notifications, workspace, configuration,
-        home,
+        ui, gate, background, waiting, alerts, pasteboard, defaults, notifications, workspace, loginItem,
+        configuration, home,
         [](const std::stop_token &stop) { return storage().ensureRunning(QUILLERY_STORAGE_PROGRAM, stop); }});
     gate.enter([this] { delegate->applicationDidFinishLaunching(); });
     return *delegate;
@@ -90,6 +90,13 @@ void ControllerTest::pick(int index) {
     const auto *list = delegate->interface.Clipboard_saved_string_combobox;
     const std::string text(list->itemAtIndex(static_cast<std::size_t>(index)));
     Q_EMIT delegate->interface.Clipboard_saved_string_combobox->picked(index, text);
+}
+
+bool ControllerTest::isEnabled(const char *menuItem) {
+    for (const QAction *action : i().Quillery_Menu.actions())
+        if (action->objectName() == QLatin1String(menuItem)) return action->isEnabled();
+    ADD_FAILURE() << menuItem;
+    return false;
 }
 
 std::vector<std::string> ControllerTest::items() const {

@@ -72,6 +72,8 @@ class ControllerTest : public testing::Test {
     // Ends once no background operation is running.
     void settle() { background.waitForAll(); }
     void pick(int index);
+    Interface &i() { return delegate->interface; }
+    bool isEnabled(const char *menuItem);
 
     std::vector<std::string> items() const;
     std::optional<std::string> local() const { return FileManager().textAtPath(localPath()).text; }
@@ -92,6 +94,7 @@ class ControllerTest : public testing::Test {
     UserDefaults defaults;
     RecordedNotifications notifications;
     RecordedWorkspace workspace;
+    const LoginItem loginItem{"/opt/quillery"};
     Configuration configuration;
     std::unique_ptr<AppDelegate> delegate;
 };

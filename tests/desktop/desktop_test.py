@@ -121,6 +121,9 @@ class DesktopTest(unittest.TestCase):
         with open(f"{HOME}/.config/TovanixDev/Quillery.ini", "wb") as file:
             file.write(b"\xff\xfe[[[ not an ini\n=\n\0\n")
         program = self.quillery()
+        wait("alert", lambda: windows("Alert!"))
+        self.assertIn("Quillery.ini.damaged-1", contents(self.log))
+        subprocess.run(["xdotool", "key", "Return"], check=True, timeout=30)
         wait("intro", lambda: windows("Welcome to Quillery"))
         self.assertIsNone(program.poll())
 
@@ -182,8 +185,90 @@ class DesktopTest(unittest.TestCase):
             check=False).stdout.split()) > 1)
         subprocess.run(["xdotool", "key", "Down", "Return"], check=True, timeout=30)
         wait("saved text", lambda: contents(LIST) == "saved without a status bar" + ENTRY_END)
-        self.start("trayer", stderr=subprocess.DEVNULL)
-        wait("end of the window", lambda: not windows("Quillery Menu"))
+        for _ in range(2):  # one that starts later, and one that is started again
+            bar = self.start("trayer", stderr=subprocess.DEVNULL)
+            wait("end of the window", lambda: not windows("Quillery Menu"))
+            wait("icon", lambda: self.icons() == 1)
+            bar.kill()
+            wait("window with the menu", lambda: windows("Quillery Menu"))
+
+    def icons(self):
+        """How many programs have docked in the X tray."""
+        tree = subprocess.run(["xwininfo", "-tree", "-name", "panel"], capture_output=True, text=True, timeout=30, check=False)
+        return tree.stdout.count('("quillery"')
+
+    def command(self, *arguments, **environment):
+        done = subprocess.run([PROGRAM, *arguments], capture_output=True, text=True, timeout=60, check=False,
+                              env={**os.environ, **environment})
+        return done.returncode, done.stdout + done.stderr
+
+    def test_commands_reach_the_program_that_runs(self):
+        for command in ("--save", "--list", "--quit"):
+            self.assertEqual(self.command(command), (3, "quillery: no Quillery runs for you on this display\n"))
+        for wrong in (["--sav"], ["--save", "--list"], ["text"]):
+            self.assertEqual(self.command(*wrong)[0], 2, wrong)
+        self.assertRegex(self.command("--version")[1], r"^Quillery \d")
+        self.assertIn("--save", self.command("--help", DISPLAY="")[1])
+        self.assertEqual(self.command(DISPLAY=":99999")[0], 1)
+        self.assertEqual(self.command(DISPLAY="")[0], 1)
+
+        program = self.quillery()
+        self.wait_until_started()
+        self.copy("saved by a command")
+        self.assertEqual(self.command("--save"), (0, ""))
+        wait("saved text", lambda: contents(LIST) == "saved by a command" + ENTRY_END)
+        self.assertEqual(self.command("--list"), (0, ""))
+        wait("list", lambda: windows("Quillery"))
+        subprocess.run(["xdotool", "key", "Escape"], check=True, timeout=30)
+        wait("closed list", lambda: not windows("Quillery"))
+        started_again = time.monotonic()
+        self.assertEqual(self.command(), (0, ""))
+        wait("menu in front", lambda: subprocess.run(["xdotool", "getactivewindow", "getwindowname"], capture_output=True,
+                                                     text=True, timeout=30, check=False).stdout == "Quillery Menu\n")
+        self.assertLess(time.monotonic() - started_again, 10)
+        self.assertEqual(self.command("--quit"), (0, ""))
+        self.assertEqual(program.wait(1), 0)  # the command has waited for that
+
+    def test_a_locked_list_is_refused_to_commands(self):
+        self.settings("kIsNotFirstUse=YES", "kHasPasscode=YES", "kPasscode=secret")
+        self.quillery()
+        wait("lock", lambda: windows("Quillery") and "Old passcode" in contents(self.log))
+        self.assertEqual(self.command("--list"), (1, "quillery: The saved list is locked: unlock it with the passcode first.\n"))
+
+    def test_a_hot_key_that_is_taken_is_told_once(self):
+        os.makedirs(f"{RUNTIME}/other", exist_ok=True)
+        self.quillery(XDG_RUNTIME_DIR=f"{RUNTIME}/other", QUILLERY_STORAGE_HOST="no-such-host.invalid")  # which has it
+        wait("alert", lambda: windows("Error!"))
+        for is_told in (True, False):
+            program = self.quillery()
+            self.wait_until_started()
+            self.assertEqual(self.command("--list")[0], 0)  # behind all that the start has to say
+            self.assertEqual(bool(windows("Quillery says")), is_told)
+            program.terminate()
+            program.wait(10)
+
+    def test_what_was_announced_survives_the_end_of_the_display(self):
+        self.settings("kIsNotFirstUse=YES", "kAutoLogin=Yes", "kUsername=alice", "kPassword=secret")
+        number = f"{RUNTIME}/second-display"
+        with open(number, "w", encoding="utf-8") as file:
+            display = self.start("Xvfb", "-displayfd", str(file.fileno()), "-nolisten", "tcp", stderr=subprocess.DEVNULL,
+                                 pass_fds=[file.fileno()])
+        name = ":" + wait("second display", lambda: contents(number)).strip()
+        program = self.quillery(DISPLAY=name)
+        self.wait_until_started()
+        owner = self.start("xclip", "-quiet", "-selection", "clipboard", stdin=subprocess.PIPE, stderr=subprocess.DEVNULL,
+                           env={**os.environ, "DISPLAY": name})
+        owner.stdin.write(b"late")
+        owner.stdin.close()
+        wait("copied text", lambda: subprocess.run(["xclip", "-out", "-selection", "clipboard"], capture_output=True, timeout=30,
+                                                   env={**os.environ, "DISPLAY": name}, check=False).stdout == b"late")
+        os.kill(self.storage_server(), signal.SIGSTOP)
+        self.assertEqual(self.command("--save", DISPLAY=name), (0, ""))
+        display.kill()
+        wait("words", lambda: "the display is gone" in contents(self.log))
+        os.kill(self.storage_server(), signal.SIGCONT)
+        program.wait(20)
+        self.assertEqual(contents(f"{HOME}/.local/share/quillery/htdocs/.alice_Quillery.txt"), "late" + ENTRY_END)
 
     def test_a_clicked_notification_answers(self):
         self.start_notification_service()

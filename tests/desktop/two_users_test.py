@@ -27,6 +27,8 @@ class Machine:
                             "QT_LINUX_ACCESSIBILITY_ALWAYS_ON": "1"}
         for variable, place in {"CONFIG": ".config", "DATA": ".local/share", "CACHE": ".cache"}.items():
             self.environment[f"XDG_{variable}_HOME"] = os.path.join(folder, place)
+        self.environment["XDG_RUNTIME_DIR"] = os.path.join(folder, "run")
+        os.makedirs(self.environment["XDG_RUNTIME_DIR"], 0o700)
         settings = pathlib.Path(folder, ".config/TovanixDev/Quillery.ini")
         settings.parent.mkdir(parents=True)
         settings.write_text("[General]\nkIsNotFirstUse=YES\n", encoding="utf-8")

@@ -1,0 +1,43 @@
+#include "app/CommandLine.h"
+
+#include <QCoreApplication>
+#include <QMap>
+
+CommandLine CommandLine::parse(const QStringList &arguments) {
+    const QMap<QString, Task> tasks{
+        {QStringLiteral("--save"), Task::kSave}, {QStringLiteral("--list"), Task::kList},
+        {QStringLiteral("--quit"), Task::kQuit}, {QStringLiteral("--version"), Task::kVersion},
+        {QStringLiteral("-v"), Task::kVersion},  {QStringLiteral("--help"), Task::kHelp},
+        {QStringLiteral("-h"), Task::kHelp},
+    };
+    CommandLine line;
+    for (const QString &argument : arguments.mid(1)) {
+        const auto task = tasks.find(argument);
+        if (task != tasks.end() && (line.task == Task::kRun || line.task == *task)) {
+            line.task = *task;
+        } else if (task != tasks.end()) {
+            line.problem = QCoreApplication::translate("CommandLine", "One command at a time.");
+        } else if (argument.startsWith(u"--")) {
+            line.problem = QCoreApplication::translate("CommandLine", "Unknown option %1.").arg(argument);
+        }
+    }
+    return line;
+}
+
+QString CommandLine::help() {
+    return QCoreApplication::translate("CommandLine",
+                                       "Usage: quillery [command]\n"
+                                       "Keeps the texts that you copy, and puts any of them back.\n"
+                                       "\n"
+                                       "Without a command it starts, or shows the Quillery that runs already.\n"
+                                       "The commands reach the one that runs for you on this display:\n"
+                                       "  --save         save the clipboard, as the hot key does\n"
+                                       "  --list         open the saved list\n"
+                                       "  --quit         end the program, after what is still being saved\n"
+                                       "\n"
+                                       "  -h, --help     print this\n"
+                                       "  -v, --version  print the version\n"
+                                       "\n"
+                                       "Exit status: 0 done, 1 refused or failed, 2 wrong usage, 3 no Quillery "
+                                       "runs.\n");
+}

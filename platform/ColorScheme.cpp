@@ -1,0 +1,82 @@
+#include "platform/ColorScheme.h"
+
+#include <QApplication>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
+#include <QDBusPendingReply>
+#include <QDBusServiceWatcher>
+
+namespace {
+
+constexpr unsigned kPrefersDark = 1;
+constexpr int kMiddleLightness = 128;
+
+const QString kService = QStringLiteral("org.freedesktop.portal.Desktop");
+const QString kPath = QStringLiteral("/org/freedesktop/portal/desktop");
+const QString kInterface = QStringLiteral("org.freedesktop.portal.Settings");
+const QString kGroup = QStringLiteral("org.freedesktop.appearance");
+const QString kKey = QStringLiteral("color-scheme");
+
+bool isDark(const QPalette &palette) {
+    return palette.color(QPalette::Window).lightness() < kMiddleLightness;
+}
+
+}  // namespace
+
+ColorScheme::ColorScheme(QObject *parent) : QObject(parent), usual_(QApplication::palette()) {
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected()) return;
+    bus.connect(kService, kPath, kInterface, QStringLiteral("SettingChanged"), this,
+                SLOT(settingChanged(QString, QString, QDBusVariant)));
+    const auto ask = [this, bus] { this->ask(bus); };
+    auto *portal = new QDBusServiceWatcher(kService, bus, QDBusServiceWatcher::WatchForRegistration, this);
+    connect(portal, &QDBusServiceWatcher::serviceRegistered, this, ask);
+    ask();
+}
+
+void ColorScheme::ask(const QDBusConnection &bus) {
+    QDBusMessage question = QDBusMessage::createMethodCall(kService, kPath, kInterface, QStringLiteral("Read"));
+    question << kGroup << kKey;
+    question.setAutoStartService(false);  // a desktop that has a wish has a portal that runs
+    auto *watcher = new QDBusPendingCallWatcher(bus.asyncCall(question), this);
+    connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, watcher] {
+        const QDBusPendingReply<QDBusVariant> reply = *watcher;
+        if (reply.isValid()) apply(reply.value().variant());
+        watcher->deleteLater();
+    });
+}
+
+void ColorScheme::settingChanged(const QString &group, const QString &key, const QDBusVariant &value) {
+    if (group == kGroup && key == kKey) apply(value.variant());
+}
+
+void ColorScheme::apply(const QVariant &value) {
+    // "Read" wraps the value once more than it should.
+    const QVariant inner = value.canConvert<QDBusVariant>() ? value.value<QDBusVariant>().variant() : value;
+    const bool wantsDark = inner.toUInt() == kPrefersDark;
+    QApplication::setPalette(wantsDark && !isDark(usual_) ? darkPalette() : usual_);
+}
+
+QPalette ColorScheme::darkPalette() {
+    const QColor window(0x2b, 0x2b, 0x2e);
+    const QColor base(0x1e, 0x1e, 0x20);
+    const QColor button(0x3a, 0x3a, 0x3e);
+    const QColor text(0xee, 0xee, 0xee);
+    const QColor faint(0x9a, 0x9a, 0x9a);
+    const QColor accent(0x2f, 0x6f, 0xc4);
+    QPalette palette(text, button, button.lighter(130), button.darker(160), button.darker(125), text, Qt::white,
+                     base, window);
+    palette.setColor(QPalette::AlternateBase, window);
+    palette.setColor(QPalette::ToolTipBase, button);
+    palette.setColor(QPalette::ToolTipText, text);
+    palette.setColor(QPalette::PlaceholderText, faint);
+    palette.setColor(QPalette::Highlight, accent);
+    palette.setColor(QPalette::HighlightedText, Qt::white);
+    palette.setColor(QPalette::Link, QColor(0x7a, 0xb4, 0xff));
+    palette.setColor(QPalette::LinkVisited, QColor(0xc0, 0xa0, 0xff));
+    for (const auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText})
+        palette.setColor(QPalette::Disabled, role, faint);
+    palette.setColor(QPalette::Disabled, QPalette::Highlight, button);
+    return palette;
+}

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <QDBusConnection>
+#include <QDBusVariant>
+#include <QObject>
+#include <QPalette>
+
+// Follows the desktop's wish for dark or light colours, which it tells through the settings portal, where the
+// toolkit's own theme does not. Where there is no portal nothing changes. UI thread.
+class ColorScheme : public QObject {
+    Q_OBJECT
+
+  public:
+    // Asks the portal, and applies its answer when it comes, now and after every change.
+    explicit ColorScheme(QObject *parent = nullptr);
+
+    // A dark palette in which every pair of text and background can be read.
+    static QPalette darkPalette();
+
+  private Q_SLOTS:
+    void settingChanged(const QString &group, const QString &key, const QDBusVariant &value);
+
+  private:
+    void ask(const QDBusConnection &bus);
+    void apply(const QVariant &value);
+    const QPalette usual_;  // the one of the toolkit's theme
+};

@@ -1,0 +1,207 @@
+#include "platform/SingleInstance.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <system_error>
+#include <thread>
+
+#include "platform/UserFolders.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::size_t kLongestRequest = 64;
+constexpr int kWaitingCallers = 16;
+/// A program that is just starting has its lock before its socket.
+constexpr std::chrono::seconds kStartLimit{10};
+
+// One file name for each display: ":0" and ":0.0" are the same one.
+std::string displayName() {
+    const auto variable = [](const char *name) {
+        const char *value = std::getenv(name);
+        return std::string(value ? value : "");
+    };
+    std::string name = variable("WAYLAND_DISPLAY");
+    if (name.empty()) {
+        name = variable("DISPLAY");
+        const auto screen = name.find('.', name.rfind(':') == std::string::npos ? 0 : name.rfind(':'));
+        if (screen != std::string::npos) name.resize(screen);
+    }
+    std::replace(name.begin(), name.end(), '/', '-');
+    return name;
+}
+
+fs::path lockFile() {
+    return runtimeFolder() / ("instance" + displayName() + ".lock");
+}
+
+std::optional<sockaddr_un> socketAddress() {
+    const std::string path = (runtimeFolder() / ("instance" + displayName())).string();
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof address.sun_path) return std::nullopt;
+    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+    return address;
+}
+
+bool writeAll(int descriptor, const std::string &text) {
+    std::size_t done = 0;
+    while (done < text.size()) {
+        const ssize_t sent = ::send(descriptor, text.data() + done, text.size() - done, MSG_NOSIGNAL);
+        if (sent < 0 && errno == EINTR) continue;
+        if (sent <= 0) return false;
+        done += static_cast<std::size_t>(sent);
+    }
+    return true;
+}
+
+// Up to its end.
+std::string readAll(int descriptor) {
+    std::string text;
+    char piece[256];
+    for (;;) {
+        const ssize_t count = ::read(descriptor, piece, sizeof piece);
+        if (count < 0 && errno == EINTR) continue;
+        if (count <= 0) return text;
+        text.append(piece, static_cast<std::size_t>(count));
+    }
+}
+
+bool isRunning() {
+    const int descriptor = open(lockFile().c_str(), O_RDONLY | O_CLOEXEC);
+    if (descriptor < 0) return false;
+    const bool isFree = flock(descriptor, LOCK_SH | LOCK_NB) == 0;
+    close(descriptor);
+    return !isFree;
+}
+
+}  // namespace
+
+// A process that has asked something; its connection.
+struct SingleInstance::Caller {
+    explicit Caller(int connection)
+        : descriptor(connection), readable(connection, QSocketNotifier::Read) {}
+    ~Caller() { close(descriptor); }
+    Caller(const Caller &) = delete;
+    Caller &operator=(const Caller &) = delete;
+
+    int descriptor;
+    QSocketNotifier readable;
+    std::string request;
+};
+
+SingleInstance::~SingleInstance() {
+    if (socket_ >= 0) {
+        if (const auto address = socketAddress()) unlink(address->sun_path);
+        close(socket_);
+    }
+    if (lock_ >= 0) close(lock_);
+}
+
+SingleInstance::Claim SingleInstance::claim() {
+    std::error_code error;
+    fs::create_directories(runtimeFolder(), error);
+    lock_ = open(lockFile().c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (lock_ < 0) return Claim::kUnknown;
+    if (flock(lock_, LOCK_EX | LOCK_NB) == 0) return Claim::kIsTheOne;
+    const bool isHeld = errno == EWOULDBLOCK;
+    close(lock_);
+    lock_ = -1;
+    return isHeld ? Claim::kIsSecond : Claim::kUnknown;
+}
+
+bool SingleInstance::listen(Handler handler) {
+    handler_ = std::move(handler);
+    const auto address = socketAddress();
+    if (!address || lock_ < 0) return false;
+    unlink(address->sun_path);  // of one that was killed
+    socket_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (socket_ < 0) return false;
+    if (bind(socket_, reinterpret_cast<const sockaddr *>(&*address), sizeof *address) != 0 ||
+        ::listen(socket_, kWaitingCallers) != 0) {
+        close(socket_);
+        socket_ = -1;
+        return false;
+    }
+    newcomers_ = std::make_unique<QSocketNotifier>(socket_, QSocketNotifier::Read);
+    connect(newcomers_.get(), &QSocketNotifier::activated, this, &SingleInstance::accept);
+    return true;
+}
+
+void SingleInstance::accept() {
+    const int connection = accept4(socket_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+    if (connection < 0) return;
+    const auto caller = std::make_shared<Caller>(connection);
+    callers_.push_back(caller);
+    connect(&caller->readable, &QSocketNotifier::activated, this, [this, caller = caller.get()] { read(*caller); });
+}
+
+void SingleInstance::read(Caller &caller) {
+    char piece[kLongestRequest];
+    const ssize_t count = ::read(caller.descriptor, piece, sizeof piece);
+    if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
+    if (count > 0) caller.request.append(piece, static_cast<std::size_t>(count));
+    const std::size_t end = caller.request.find('\n');
+    if (end == std::string::npos) {
+        if (count <= 0 || caller.request.size() > kLongestRequest) drop(caller);
+        return;
+    }
+    caller.readable.setEnabled(false);
+    const auto found = std::find_if(callers_.begin(), callers_.end(),
+                                    [&](const auto &one) { return one.get() == &caller; });
+    const std::weak_ptr<Caller> asking = *found;
+    handler_(caller.request.substr(0, end), [asking](const Answer &answer) {
+        // The connection stays until this program ends, or the other one has had enough.
+        const auto still = asking.lock();
+        if (!still) return;
+        writeAll(still->descriptor, std::to_string(answer.status) + answer.words + "\n");
+        still->request.clear();
+        still->readable.setEnabled(true);
+    });
+}
+
+void SingleInstance::drop(const Caller &caller) {
+    const auto found = std::find_if(callers_.begin(), callers_.end(),
+                                    [&](const auto &one) { return one.get() == &caller; });
+    if (found == callers_.end()) return;
+    // Within a signal of its own notifier.
+    const std::shared_ptr<Caller> leaving = *found;
+    callers_.erase(found);
+    leaving->readable.setEnabled(false);
+    QMetaObject::invokeMethod(this, [leaving] {}, Qt::QueuedConnection);
+}
+
+std::optional<SingleInstance::Answer> SingleInstance::send(const std::string &request, bool untilItEnds) {
+    const auto address = socketAddress();
+    if (!address) return std::nullopt;
+    const int connection = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (connection < 0) return std::nullopt;
+    const auto end = std::chrono::steady_clock::now() + kStartLimit;
+    while (::connect(connection, reinterpret_cast<const sockaddr *>(&*address), sizeof *address) != 0) {
+        if (!isRunning() || std::chrono::steady_clock::now() > end) {
+            close(connection);
+            return std::nullopt;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    std::string text;
+    if (writeAll(connection, request + "\n")) {
+        char byte = 0;
+        while (::read(connection, &byte, 1) == 1 && byte != '\n') text += byte;
+        if (untilItEnds) readAll(connection);
+    }
+    close(connection);
+    std::size_t digits = 0;
+    while (digits < text.size() && text[digits] >= '0' && text[digits] <= '9') ++digits;
+    if (digits == 0) return std::nullopt;
+    return Answer{std::atoi(text.substr(0, digits).c_str()), text.substr(digits)};
+}

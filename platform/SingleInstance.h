@@ -1,0 +1,58 @@
+#pragma once
+
+#include <QObject>
+#include <QSocketNotifier>
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+// The one running program of this user on this display, and how a second start reaches it: a socket in the
+// runtime folder, beside a lock that says whether anybody is there. Main thread.
+class SingleInstance : public QObject {
+    Q_OBJECT
+
+  public:
+    // What the running program answers: an exit status, and words for the user unless it is 0.
+    struct Answer {
+        int status = 0;
+        std::string words;
+    };
+    // Called once, now or later, on the main thread.
+    using Reply = std::function<void(const Answer &)>;
+    // What the other process asks for, a short word.
+    using Handler = std::function<void(const std::string &request, const Reply &reply)>;
+
+    SingleInstance() = default;
+    ~SingleInstance() override;
+
+    enum class Claim {
+        kIsTheOne,
+        kIsSecond,  // another one runs
+        kUnknown,   // the runtime folder cannot be used, so nobody can tell
+    };
+    // Whether this process is the one. If it is, it stays so for as long as this lives.
+    Claim claim();
+
+    // Takes requests from now on. Needs a claim and the event loop. False if the socket cannot be had.
+    bool listen(Handler handler);
+
+    // Sends a request to the running program and waits for its answer, however long that takes it. Nothing if
+    // none runs, or it ended before it answered. With `untilItEnds` it also waits for its end.
+    static std::optional<Answer> send(const std::string &request, bool untilItEnds = false);
+
+  private:
+    struct Caller;
+    void accept();
+    void read(Caller &caller);
+    void drop(const Caller &caller);
+
+    Handler handler_;
+    int lock_ = -1;
+    int socket_ = -1;
+    std::unique_ptr<QSocketNotifier> newcomers_;
+    std::vector<std::shared_ptr<Caller>> callers_;
+};

@@ -1,0 +1,11 @@
+#pragma once
+
+#include <filesystem>
+
+// Folders of the running user, as the XDG base directories name them. They need not exist. Any thread.
+
+// For what lasts as long as the session: sockets, locks, the port of the personal storage server.
+std::filesystem::path runtimeFolder();
+
+// For settings, of whatever program.
+std::filesystem::path configurationFolder();

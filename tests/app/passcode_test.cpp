@@ -1,0 +1,185 @@
+#include "platform/MenuItem.h"
+#include "tests/app/ControllerTest.h"
+
+namespace {
+
+const QString kError = QStringLiteral("Error!");
+const QString kSuccess = QStringLiteral("Success!");
+const QString kNewDiffers = QStringLiteral("\"New passcode\" field doesn't match \"re-type\" field");
+const QString kDiffers = QStringLiteral("\"Passcode\" field doesn't match \"re-type\" field");
+
+class PasscodeTest : public ControllerTest {
+  protected:
+    PasscodeTest() { setNotFirstUse(); }
+
+    void lockWith(const QString &passcode) {
+        set("kHasPasscode", QStringLiteral("YES"));
+        set("kPasscode", passcode);
+    }
+    QString stored(const char *key) const {
+        return defaults.objectForKey(QLatin1String(key)).value_or(QStringLiteral("(absent)"));
+    }
+    Interface &elements() { return delegate->interface; }
+
+    // Saving, the list, removing a friend, unlocking.
+    std::string armed() {
+        const auto &menu = delegate->menu;
+        std::string letters;
+        for (const MenuItem *item : {&menu.Saveing_menu_item, &menu.Clipboard_saves_menu_item,
+                                     &menu.Remove_a_friend_item, &menu.Unlock_passcode_item})
+            letters += item->hasAction() ? '+' : '-';
+        return letters;
+    }
+    void create(const QString &passcode, const QString &again) {
+        elements().Create_passcode->setText(passcode);
+        elements().Retype_passcode->setText(again);
+        elements().Done_create_passcode->click();
+    }
+    void change(const QString &old, const QString &passcode, const QString &again) {
+        elements().Change_old_passcode->setText(old);
+        elements().Change_new_passcode->setText(passcode);
+        elements().Change_Retype_passcode->setText(again);
+        elements().Done_change_passcode->click();
+    }
+};
+
+TEST_F(PasscodeTest, IsCreatedFromTwoEqualTextsAndLocksFromTheNextStartOn) {
+    start();
+    elements().Preference_menu_item->trigger();
+    EXPECT_EQ(elements().Passcode_box->contentView(), elements().new_passcode_view);
+    for (const auto &[passcode, again] : std::initializer_list<std::pair<QString, QString>>{
+             {u"one"_qs, u"two"_qs}, {u""_qs, u""_qs}, {u"one"_qs, u"One"_qs}, {u"one"_qs, u"one "_qs}}) {
+        alerts.expect(kError, kDiffers);
+        create(passcode, again);
+    }
+    EXPECT_EQ(stored("kHasPasscode"), u"(absent)");
+    EXPECT_TRUE(elements().Quillery_window->isVisible());
+
+    alerts.expect(kSuccess, QStringLiteral("You have successfully sat up your passcode"), 0,
+                  [this] { EXPECT_TRUE(elements().Quillery_window->isVisible()); });
+    create(QStringLiteral(" Öffne, dich; \"1\" "), QStringLiteral(" Öffne, dich; \"1\" "));
+    EXPECT_EQ(stored("kPasscode"), u" Öffne, dich; \"1\" ");
+    EXPECT_EQ(stored("kHasPasscode"), u"YES");
+    EXPECT_FALSE(elements().Quillery_window->isVisible());
+    EXPECT_EQ(elements().Passcode_box->contentView(), elements().change_passcode_view);
+    EXPECT_EQ(armed(), "++--");
+
+    start();
+    EXPECT_EQ(armed(), "---+");
+    EXPECT_EQ(elements().Quillery_Box->contentView(), elements().Insert_passcode_view);
+    EXPECT_TRUE(elements().Quillery_window->isVisible());
+}
+
+TEST_F(PasscodeTest, UnlocksWithTheVeryTextAndLeavesRemovingFriendsOff) {
+    putLocal("old" + kEnd);
+    lockWith(QStringLiteral("Secret"));
+    start();
+    for (const QString &wrong : {u"secret"_qs, u""_qs, u"Secret "_qs}) {
+        elements().Insert_passcode_field->setText(wrong);
+        alerts.expect(kError, QStringLiteral("Wrong passcode."));
+        elements().Done_insert_passcode->click();
+        EXPECT_EQ(elements().Insert_passcode_field->text(), wrong);
+        EXPECT_EQ(armed(), "---+");
+    }
+    elements().Quillery_window->close();
+    elements().Unlock_passcode_item->trigger();
+    EXPECT_TRUE(elements().Quillery_window->isVisible());
+    elements().Insert_passcode_field->setText(QStringLiteral("Secret"));
+    alerts.expect(kSuccess, QStringLiteral("Correct passcode"), 0, [this] {
+        EXPECT_FALSE(elements().Quillery_window->isVisible());
+        EXPECT_EQ(armed(), "++--");
+    });
+    elements().Done_insert_passcode->click();
+    EXPECT_TRUE(elements().Insert_passcode_field->text().isEmpty());
+}
+
+TEST_F(PasscodeTest, ChangesOnlyForTheOldOneAndTwoEqualNewOnes) {
+    lockWith(QStringLiteral("old"));
+    start();
+    const QString wrongOld = QStringLiteral("Wrong \"Old passcode\"");
+    for (const auto &[old, message] : std::initializer_list<std::pair<QString, QString>>{
+             {u"Old"_qs, wrongOld}, {u""_qs, wrongOld}, {u"old"_qs, kNewDiffers}}) {
+        alerts.expect(kError, message);
+        change(old, QStringLiteral("new"), QStringLiteral("knew"));
+    }
+    alerts.expect(kError, kNewDiffers);
+    change(QStringLiteral("old"), {}, {});
+    EXPECT_EQ(stored("kPasscode"), u"old");
+
+    alerts.expect(kSuccess, QStringLiteral("Passcode has successfully changed"));
+    change(QStringLiteral("old"), QStringLiteral("new"), QStringLiteral("new"));
+    EXPECT_EQ(stored("kPasscode"), u"new");
+    EXPECT_EQ(stored("kHasPasscode"), u"YES");
+    EXPECT_EQ(armed(), "---+");
+    for (const QLineEdit *field :
+         {elements().Change_old_passcode, elements().Change_new_passcode, elements().Change_Retype_passcode})
+        EXPECT_TRUE(field->text().isEmpty());
+}
+
+TEST_F(PasscodeTest, RemovalSwitchesTheLockOffAndKeepsThePasscode) {
+    lockWith(QStringLiteral("old"));
+    start();
+    alerts.expect(kError, QStringLiteral("\"Old Passcode\" field doesn't match the previous passcode."));
+    elements().Remove_passcode_button->click();
+    EXPECT_EQ(stored("kHasPasscode"), u"YES");
+
+    elements().Change_old_passcode->setText(QStringLiteral("old"));
+    elements().Remove_passcode_button->click();
+    EXPECT_EQ(stored("kHasPasscode"), u"");
+    EXPECT_EQ(stored("kPasscode"), u"old");
+    EXPECT_EQ(elements().Passcode_box->contentView(), elements().new_passcode_view);
+    EXPECT_EQ(armed(), "---+") << "the items keep what they have";
+    start();
+    EXPECT_EQ(armed(), "++--");
+}
+
+TEST_F(PasscodeTest, LockedTheListIsOutOfReachButTheHotKeySaves) {
+    putLocal("old" + kEnd);
+    lockWith(QStringLiteral("Secret"));
+    start();
+    elements().Saveing_menu_item->trigger();
+    elements().Clipboard_saves_menu_item->trigger();
+    EXPECT_EQ(elements().Quillery_Box->contentView(), elements().Insert_passcode_view);
+    SingleInstance::Answer answer;
+    delegate->performRequest("list", [&](const SingleInstance::Answer &given) { answer = given; });
+    EXPECT_EQ(answer.status, 1);
+    EXPECT_NE(answer.words.find("locked"), std::string::npos);
+    EXPECT_EQ(elements().Quillery_Box->contentView(), elements().Insert_passcode_view);
+
+    copy("new");
+    delegate->Save_bar_item(VkKeyEvent{});
+    settle();
+    EXPECT_EQ(local(), "new" + kEnd + "old" + kEnd);
+    delegate->performRequest("activate", [](const SingleInstance::Answer &) {});
+    EXPECT_EQ(elements().Quillery_Box->contentView(), elements().Insert_passcode_view);
+}
+
+TEST_F(PasscodeTest, LogOutLocksWhatIsShownAndSignInLiftsTheLock) {
+    putRemote("ann_Username.txt", "ann");
+    putRemote("ann_Password.txt", "secret");
+    putRemote(".ann_Quillery.txt", "mine" + kEnd);
+    lockWith(QStringLiteral("Secret"));
+    start();
+    elements().Open_sign_in_window->trigger();
+    elements().Sign_in_username->setText(QStringLiteral("ann"));
+    elements().Sign_in_password->setText(QStringLiteral("secret"));
+    elements().Sign_in_done->click();
+    EXPECT_EQ(armed(), "+++-");
+    EXPECT_EQ(elements().Passcode_box->contentView(), elements().change_passcode_view);
+    elements().Clipboard_saves_menu_item->trigger();
+    ASSERT_EQ(elements().Quillery_Box->contentView(), elements().List_View);
+
+    elements().Log_in_menu_item->trigger();  // it says "Log out" now
+    EXPECT_EQ(armed(), "---+");
+    EXPECT_FALSE(elements().Quillery_window->isVisible());
+    EXPECT_FALSE(elements().Quillery_window->isAncestorOf(elements().List_View));
+}
+
+TEST_F(PasscodeTest, AutoLoginBypassesTheLock) {
+    setAutoLogin(QStringLiteral("ann"));
+    lockWith(QStringLiteral("Secret"));
+    start();
+    EXPECT_EQ(armed(), "+++-");
+}
+
+}  // namespace

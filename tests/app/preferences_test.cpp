@@ -1,0 +1,153 @@
+#include <QFile>
+#include <QFileInfo>
+#include <fstream>
+
+#include "platform/LoginItem.h"
+#include "tests/app/ControllerTest.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+class PreferencesTest : public ControllerTest {
+  protected:
+    PreferencesTest() { setNotFirstUse(); }
+    ~PreferencesTest() override { fs::remove_all(entry().parent_path()); }
+    QString stored(const char *key) const {
+        return defaults.objectForKey(QLatin1String(key)).value_or(QStringLiteral("(absent)"));
+    }
+    static fs::path entry() { return LoginItem::file("TovanixDev.Quillery-Helper"); }
+    Interface &elements() { return delegate->interface; }
+};
+
+TEST_F(PreferencesTest, OpenAtLaunchWritesAndRemovesTheEntry) {
+    start();
+    elements().Preference_menu_item->trigger();
+    EXPECT_EQ(elements().Quillery_Box->contentView(), elements().Preference_View);
+    EXPECT_TRUE(elements().Quillery_window->isVisible());
+    EXPECT_EQ(elements().Open_at_launch_label->text(), u"Open at launch:disabled");
+
+    elements().Open_at_launch_check_box->click();
+    EXPECT_EQ(stored("kOpenAtLaunch"), u"Yes");
+    EXPECT_EQ(elements().Open_at_launch_label->text(), u"Open at launch:enabled");
+    EXPECT_TRUE(fs::exists(entry()));
+    start();
+    EXPECT_TRUE(elements().Open_at_launch_check_box->isChecked());
+    EXPECT_EQ(elements().Open_at_launch_label->text(), u"Open at launch:enabled");
+
+    elements().Open_at_launch_check_box->click();
+    EXPECT_EQ(stored("kOpenAtLaunch"), u"No");
+    EXPECT_FALSE(fs::exists(entry()));
+    elements().Open_at_launch_check_box->click();
+    fs::remove(entry());
+    start();
+    EXPECT_FALSE(fs::exists(entry())) << "starting only shows the setting";
+}
+
+TEST_F(PreferencesTest, AnEntryThatCannotBeWrittenIsSaidAndTheSettingStands) {
+    fs::create_directories(entry().parent_path().parent_path());
+    std::ofstream(entry().parent_path()) << "in the way";
+    start();
+    elements().Open_at_launch_check_box->click();
+    EXPECT_EQ(stored("kOpenAtLaunch"), u"Yes");
+    EXPECT_EQ(elements().Open_at_launch_label->text(), u"Open at launch:enabled");
+    EXPECT_TRUE(elements().Open_at_launch_problem->text().contains(u"could not be written"));
+}
+
+TEST_F(PreferencesTest, TheEntryQuotesAnyPath) {
+    EXPECT_NE(LoginItem::entryFor("/opt/a b/100%/$x\\y").find("\nExec=\"/opt/a b/100%%/\\\\$x\\\\\\\\y\"\n"),
+              std::string::npos)
+        << LoginItem::entryFor("/opt/a b/100%/$x\\y");
+}
+
+TEST_F(PreferencesTest, AutoLoginStoresWhoIsSignedInAndForgetsThem) {
+    start();
+    EXPECT_FALSE(elements().Auto_Login_Check_box->isEnabled());
+    EXPECT_FALSE(elements().Change_password_button->isEnabled());
+    putRemote("ann_Username.txt", "ann");
+    putRemote("ann_Password.txt", "secret, with a comma");
+    elements().Sign_in_username->setText(QStringLiteral("ann"));
+    elements().Sign_in_password->setText(QStringLiteral("secret, with a comma"));
+    elements().Sign_in_done->click();
+    EXPECT_TRUE(elements().Auto_Login_Check_box->isEnabled());
+    EXPECT_TRUE(elements().Change_password_button->isEnabled());
+
+    elements().Auto_Login_Check_box->click();
+    EXPECT_EQ(elements().Auto_login_label->text(), u"Auto-Login:enabled");
+    EXPECT_EQ(stored("kAutoLogin"), u"Yes");
+    EXPECT_EQ(stored("kUsername"), u"ann");
+    EXPECT_EQ(stored("kPassword"), u"secret, with a comma");
+    EXPECT_EQ(QFile::permissions(defaults.fileName()) & (QFile::ReadGroup | QFile::ReadOther), QFile::Permissions());
+    elements().Log_in_menu_item->trigger();
+    EXPECT_EQ(stored("kAutoLogin"), u"Yes") << "logging out leaves it";
+    start();
+    EXPECT_TRUE(delegate->isSigned_in);
+
+    elements().Auto_Login_Check_box->click();
+    EXPECT_EQ(elements().Auto_login_label->text(), u"Auto-Login:disabled");
+    EXPECT_EQ(stored("kAutoLogin"), u"No");
+    EXPECT_EQ(stored("kUsername"), u"(absent)");
+    EXPECT_EQ(stored("kPassword"), u"(absent)");
+}
+
+TEST_F(PreferencesTest, TheInstructionsGoForwardAndBack) {
+    start();
+    elements().Instructions->trigger();
+    EXPECT_EQ(elements().Quillery_Box->contentView(), elements().Instructions_view);
+    const auto state = [this] {
+        return elements().Instructions_page->text().left(1) +
+               (elements().Inst_Back->isEnabled() ? u'+' : u'-') + (elements().Inst_Next->isEnabled() ? u'+' : u'-');
+    };
+    EXPECT_EQ(state(), u"1-+");
+    elements().Inst_Next->click();
+    EXPECT_EQ(state(), u"2++");
+    elements().Inst_Next->click();
+    EXPECT_EQ(state(), u"3+-");
+    elements().Quillery_window->close();
+    elements().Instructions->trigger();
+    EXPECT_EQ(state(), u"3+-") << "it opens where it was left";
+    elements().Inst_Back->click();
+    EXPECT_EQ(state(), u"2++");
+    elements().Inst_Back->click();
+    EXPECT_EQ(state(), u"1-+");
+}
+
+TEST_F(PreferencesTest, WindowedModePassesCommandsOn) {
+    start();
+    elements().Quillery_window->show();
+    elements().Windowed_mode_item->trigger();
+    EXPECT_FALSE(elements().Quillery_window->isVisible());
+    EXPECT_TRUE(elements().Windowed_mode->isVisible());
+    EXPECT_FALSE(elements().Add_friend_windowed_mode->isEnabled());
+    elements().Preference_windowed_mode->click();
+    EXPECT_EQ(elements().Quillery_Box->contentView(), elements().Preference_View);
+    elements().Tutorials_windowed_mode->click();
+    EXPECT_EQ(elements().Quillery_Box->contentView(), elements().Instructions_view);
+    elements().Info_Action->trigger();
+    EXPECT_EQ(elements().Quillery_Box->contentView(), elements().Info_View);
+    EXPECT_FALSE(elements().Contact_us_windowed_mode->isEnabled()) << "no address is configured";
+    delegate->Close_windowed(nullptr);
+    EXPECT_FALSE(elements().Windowed_mode->isVisible());
+}
+
+TEST_F(PreferencesTest, LinksOpenWhatIsConfiguredAndCloseThePopover) {
+    configuration.links = {{u"web"_qs, u"https://example.org/?a=1"_qs},
+                           {u"email"_qs, u"ann+news@example.org"_qs},
+                           {u"tutorials"_qs, u"https://example.org/help"_qs}};
+    start();
+    elements().Windowed_mode_item->trigger();
+    for (QPushButton *button : {elements().Web_intro, elements().Mail_intro, elements().intro_open_tutorials}) {
+        elements().Contact_us_windowed_mode->click();
+        EXPECT_TRUE(elements().Intro_popover->isVisible());
+        button->click();
+        EXPECT_FALSE(elements().Intro_popover->isVisible());
+    }
+    elements().Web->trigger();
+    EXPECT_FALSE(elements().Facebook->isEnabled());
+    EXPECT_FALSE(elements().Facebook_intro->isEnabled());
+    EXPECT_EQ(workspace.opened.join(u' ').toStdString(),
+              "https://example.org/?a=1 mailto:?to=ann%2Bnews%40example.org&subject=&body= "
+              "https://example.org/help https://example.org/?a=1");
+}
+
+}  // namespace

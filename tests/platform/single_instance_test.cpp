@@ -1,0 +1,66 @@
+#include "platform/SingleInstance.h"
+
+#include <gtest/gtest.h>
+
+#include <future>
+
+#include "tests/support/WaitFor.h"
+
+namespace {
+
+// Asks from another thread, since the answer needs this one's event loop.
+std::optional<SingleInstance::Answer> ask(const std::string &request) {
+    auto answer = std::async(std::launch::async, [request] { return SingleInstance::send(request); });
+    EXPECT_TRUE(waitFor([&] { return answer.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }));
+    return answer.get();
+}
+
+TEST(SingleInstanceTest, OnlyOneHasTheClaimAndEndingFreesIt) {
+    EXPECT_FALSE(SingleInstance::send("save").has_value()) << "nobody runs";
+    {
+        SingleInstance first;
+        EXPECT_EQ(first.claim(), SingleInstance::Claim::kIsTheOne);
+        SingleInstance second;
+        EXPECT_EQ(second.claim(), SingleInstance::Claim::kIsSecond);
+        qputenv("DISPLAY", qgetenv("DISPLAY") + ".0");
+        EXPECT_EQ(second.claim(), SingleInstance::Claim::kIsSecond) << "the same display by another name";
+        qputenv("DISPLAY", ":77");
+        EXPECT_EQ(second.claim(), SingleInstance::Claim::kIsTheOne) << "another display";
+    }
+    SingleInstance third;
+    EXPECT_EQ(third.claim(), SingleInstance::Claim::kIsTheOne);
+}
+
+TEST(SingleInstanceTest, PassesRequestsOnAndAnswersBack) {
+    SingleInstance instance;
+    ASSERT_EQ(instance.claim(), SingleInstance::Claim::kIsTheOne);
+    std::vector<std::string> requests;
+    SingleInstance::Reply later;
+    ASSERT_TRUE(instance.listen([&](const std::string &request, const SingleInstance::Reply &reply) {
+        requests.push_back(request);
+        if (request == "save") {
+            later = reply;
+        } else {
+            reply({1, "It is locked: größer."});
+        }
+    }));
+    const auto refused = ask("list");
+    ASSERT_TRUE(refused.has_value());
+    EXPECT_EQ(refused->status, 1);
+    EXPECT_EQ(refused->words, "It is locked: größer.");
+
+    // An answer that takes its time holds up nobody else.
+    auto slow = std::async(std::launch::async, [] { return SingleInstance::send("save"); });
+    ASSERT_TRUE(waitFor([&] { return static_cast<bool>(later); }));
+    EXPECT_TRUE(ask("list").has_value());
+    later({});
+    ASSERT_TRUE(waitFor([&] { return slow.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }));
+    EXPECT_EQ(slow.get()->status, 0);
+    EXPECT_EQ(requests, (std::vector<std::string>{"list", "save", "list"}));
+
+    // What is no request is dropped, and the next one heard.
+    EXPECT_FALSE(ask(std::string(1000, 'x')).has_value());
+    EXPECT_TRUE(ask("list").has_value());
+}
+
+}  // namespace
