@@ -31,7 +31,6 @@ std::unique_ptr<QWidget> window(File &file) {
     auto widget = std::make_unique<QWidget>(nullptr, Qt::Window);
     file.setupUi(widget.get());
     if (widget->testAttribute(Qt::WA_Resized)) widget->setProperty("usualSize", widget->size());
-    widget->setWindowIcon(QIcon(QStringLiteral(":/images/quillery.png")));
     return widget;
 }
 
@@ -286,6 +285,7 @@ void orderFront(QWidget &window, ScreenPlace place) {
     }
     window.setAttribute(Qt::WA_ShowWithoutActivating, place == ScreenPlace::kCorner);
     window.show();
+    growToContent(window);
     window.raise();
     if (place == ScreenPlace::kMiddle) window.activateWindow();
 }

@@ -98,6 +98,13 @@ int runCommand(const CommandLine &line) {
     return answer->status;
 }
 
+QIcon applicationIcon() {
+    QIcon icon(QStringLiteral(":/images/quillery.png"));
+    for (const int size : {16, 22, 24, 32, 48, 64})
+        icon.addFile(QStringLiteral(":/status/quillery-%1.png").arg(size), QSize(size, size));
+    return icon;
+}
+
 QStringList argumentsOf(int argc, char **argv) {
     QStringList arguments;
     for (int i = 0; i < argc; ++i) arguments << QString::fromLocal8Bit(argv[i]);
@@ -131,7 +138,7 @@ int main(int argc, char **argv) {
         return kWrongUsage;
     }
     QApplication::setDesktopFileName(QStringLiteral("quillery"));
-    QApplication::setWindowIcon(QIcon(QStringLiteral(":/images/quillery.png")));
+    QApplication::setWindowIcon(applicationIcon());
     QApplication::setQuitOnLastWindowClosed(false);  // it lives in the status bar
 
     const ColorScheme colors;

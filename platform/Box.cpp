@@ -1,6 +1,8 @@
 #include "platform/Box.h"
 
+#include <QScreen>
 #include <QVBoxLayout>
+#include <algorithm>
 
 namespace {
 
@@ -37,4 +39,22 @@ void Box::setContentView(QWidget *view) {
     layout()->addWidget(view_);
     view_->show();
     if (QWidget *first = firstControl(view_)) first->setFocus(Qt::OtherFocusReason);
+    if (window()->isVisible()) growToContent(*window());
+}
+
+void growToContent(QWidget &window) {
+    QLayout *layout = window.layout();
+    if (!layout) return;
+    // What lies deeper asks for its room only with the next turn of the event loop.
+    const QList<QWidget *> inner = window.findChildren<QWidget *>();
+    for (auto widget = inner.rbegin(); widget != inner.rend(); ++widget) {
+        if ((*widget)->layout()) (*widget)->layout()->activate();
+    }
+    layout->activate();
+    const QSize room = window.screen()->availableGeometry().size();
+    const int width = std::min(std::max(window.width(), layout->totalMinimumSize().width()), room.width());
+    // Lines that wrap need more height in less width.
+    const int needed = std::max(layout->totalMinimumSize().height(),
+                                layout->hasHeightForWidth() ? layout->totalHeightForWidth(width) : 0);
+    window.resize(width, std::min(std::max(window.height(), needed), room.height()));
 }

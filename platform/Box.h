@@ -20,3 +20,6 @@ class Box : public QWidget {
     QWidget *view_ = nullptr;
     QPointer<QWidget> owner_;  // of the view, where it was before
 };
+
+// Makes a window large enough for all that its layout shows now, as far as the screen allows; never smaller.
+void growToContent(QWidget &window);

@@ -28,7 +28,7 @@ ColorScheme::ColorScheme(QObject *parent) : QObject(parent), usual_(QApplication
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected()) return;
     bus.connect(kService, kPath, kInterface, QStringLiteral("SettingChanged"), this,
-                SLOT(settingChanged(QString, QString, QDBusVariant)));
+                SLOT(settingChanged(QDBusMessage)));
     const auto ask = [this, bus] { this->ask(bus); };
     auto *portal = new QDBusServiceWatcher(kService, bus, QDBusServiceWatcher::WatchForRegistration, this);
     connect(portal, &QDBusServiceWatcher::serviceRegistered, this, ask);
@@ -47,8 +47,10 @@ void ColorScheme::ask(const QDBusConnection &bus) {
     });
 }
 
-void ColorScheme::settingChanged(const QString &group, const QString &key, const QDBusVariant &value) {
-    if (group == kGroup && key == kKey) apply(value.variant());
+void ColorScheme::settingChanged(const QDBusMessage &change) {
+    const QVariantList what = change.arguments();  // the group, the key and the value
+    if (what.size() == 3 && what[0] == kGroup && what[1] == kKey)
+        apply(what[2].value<QDBusVariant>().variant());
 }
 
 void ColorScheme::apply(const QVariant &value) {

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <QDBusConnection>
-#include <QDBusVariant>
+#include <QDBusMessage>
 #include <QObject>
 #include <QPalette>
 
@@ -17,8 +17,9 @@ class ColorScheme : public QObject {
     // A dark palette in which every pair of text and background can be read.
     static QPalette darkPalette();
 
-  private Q_SLOTS:
-    void settingChanged(const QString &group, const QString &key, const QDBusVariant &value);
+  public Q_SLOTS:
+    // The portal's signal.
+    void settingChanged(const QDBusMessage &change);
 
   private:
     void ask(const QDBusConnection &bus);

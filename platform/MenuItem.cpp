@@ -1,5 +1,6 @@
 #include "platform/MenuItem.h"
 
+#include <QFileInfo>
 #include <QMenu>
 #include <utility>
 
@@ -25,7 +26,12 @@ void MenuItem::setSubmenu(QMenu *submenu) {
 }
 
 void MenuItem::setImage(const QString &name) {
-    item_.setIcon(QIcon(QStringLiteral(":/images/") + name));
+    QIcon icon(QStringLiteral(":/images/") + name);
+    // The sizes of menus have drawings of their own: a picture made smaller would be blurred.
+    for (const int size : {16, 22, 24, 48}) {
+        icon.addFile(QStringLiteral(":/images/%1-%2.png").arg(QFileInfo(name).baseName()).arg(size));
+    }
+    item_.setIcon(icon);
 }
 
 void MenuItem::update() {

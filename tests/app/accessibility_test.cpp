@@ -1,0 +1,112 @@
+#include <QAccessible>
+#include <QLabel>
+#include <QLayout>
+#include <QAbstractButton>
+#include <QAbstractScrollArea>
+#include <set>
+
+#include "tests/app/ControllerTest.h"
+
+namespace {
+
+bool isControl(const QWidget &widget) {
+    return (widget.focusPolicy() & Qt::TabFocus) || qobject_cast<const QAbstractButton *>(&widget);
+}
+
+class AccessibilityTest : public ControllerTest {
+  protected:
+    AccessibilityTest() { setNotFirstUse(); }
+
+    // Each place that a user can get to: a name, and what shows it.
+    std::vector<std::pair<const char *, QWidget *>> places() {
+        Interface &i = delegate->interface;
+        return {{"list", i.List_View},
+                {"sign up", i.Sign_up_view},
+                {"sign in", i.Sign_in_view},
+                {"change password", i.Change_password_view},
+                {"add a friend", i.Add_contact_view},
+                {"pick a friend", i.Contacts_view},
+                {"friends", i.Contacts_View},
+                {"preferences", i.Preference_View},
+                {"unlock", i.Insert_passcode_view},
+                {"instructions", i.Instructions_view},
+                {"information", i.Info_View},
+                {"intro", i.Intro_window.get()},
+                {"windowed mode", i.Windowed_mode.get()},
+                {"links", i.Intro_popover.get()}};
+    }
+    // Brings it onto the screen.
+    void show(QWidget *place) {
+        Interface &i = delegate->interface;
+        if (place->isWindow()) {
+            orderFront(*place);
+        } else {
+            i.Quillery_Box->setContentView(place);
+            orderFront(*i.Quillery_window);
+        }
+        // Letters are measured anew once they are shown, and each layout passes that on with the next turn.
+        const auto isSettled = [place] {
+            return place->window()->width() >= place->window()->layout()->totalMinimumSize().width();
+        };
+        EXPECT_TRUE(waitFor([&] {
+            QCoreApplication::processEvents();
+            return isSettled();
+        }));
+    }
+};
+
+TEST_F(AccessibilityTest, EveryControlHasANameAndIsReachedByTab) {
+    start();
+    for (const bool hasPasscode : {false, true}) {
+        Interface &i = delegate->interface;
+        i.Passcode_box->setContentView(hasPasscode ? i.change_passcode_view : i.new_passcode_view);
+        for (const auto &[name, place] : places()) {
+            SCOPED_TRACE(name);
+            show(place);
+            std::set<const QWidget *> inTabOrder;
+            QWidget *window = place->window();
+            for (QWidget *w = window->nextInFocusChain(); inTabOrder.insert(w).second;) w = w->nextInFocusChain();
+            int controls = 0;
+            for (QWidget *widget : place->findChildren<QWidget *>()) {
+                const bool isPartOfAnother = widget->objectName().startsWith(u"qt_") ||
+                                             qobject_cast<QAbstractScrollArea *>(widget->parentWidget());
+                if (!isControl(*widget) || !widget->isVisibleTo(place) || isPartOfAnother) continue;
+                ++controls;
+                SCOPED_TRACE(widget->objectName().toStdString());
+                QAccessibleInterface *seen = QAccessible::queryAccessibleInterface(widget);
+                ASSERT_TRUE(seen);
+                EXPECT_FALSE(seen->text(QAccessible::Name).isEmpty());
+                EXPECT_TRUE(inTabOrder.contains(widget));
+                EXPECT_TRUE(widget->focusPolicy() & Qt::TabFocus);
+            }
+            EXPECT_GT(controls, 0);
+        }
+    }
+}
+
+TEST_F(AccessibilityTest, NothingIsCutOffInLargeLetters) {
+    const QFont usual = QApplication::font();
+    for (const double scale : {1.0, 1.5}) {
+        QFont font = usual;
+        font.setPointSizeF(usual.pointSizeF() * scale);
+        QApplication::setFont(font);
+        start();
+        for (const auto &[name, place] : places()) {
+            SCOPED_TRACE(std::string(name) + " at " + std::to_string(scale));
+            show(place);
+            for (QWidget *widget : place->findChildren<QWidget *>()) {
+                const auto *label = qobject_cast<QLabel *>(widget);
+                const bool hasText = (label && !label->text().isEmpty()) || qobject_cast<QAbstractButton *>(widget);
+                if (!hasText || !widget->isVisibleTo(place)) continue;
+                SCOPED_TRACE(widget->objectName().toStdString());
+                const bool wraps = label && label->wordWrap();
+                EXPECT_GE(widget->width(), wraps ? widget->minimumSizeHint().width() : widget->sizeHint().width());
+                EXPECT_GE(widget->height(), wraps ? label->heightForWidth(widget->width()) : widget->sizeHint().height());
+            }
+        }
+        delegate.reset();
+    }
+    QApplication::setFont(usual);
+}
+
+}  // namespace
