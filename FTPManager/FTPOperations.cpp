@@ -315,8 +315,7 @@ void FTPManager::Operations::fileBytesAvailable(FTPReadStream &readStream) {
 void FTPManager::Operations::spaceAvailable() {
     // Straight into the stream's room: another copy is what would make a large upload slower than others'.
     const std::span<char> room = serverStream->room();
-    const std::optional<std::size_t> count =
-        fileReader->read(room.first(std::min(room.size(), kPieceBytes)));
+    const std::optional<std::size_t> count = fileReader->read(room.first(std::min(room.size(), kPieceBytes)));
     if (!count) {
         _streamDidEndWithSuccess(false, FTPFailureReason::kRead);
         return;

@@ -68,8 +68,8 @@ class FTPWriteStream : public FTPStream {
     FTPWriteStream(const FTPTransport &transport, const fm::FTPAddress &address, Target target,
                    FTPStreamDelegate &delegate);
 
-    /// Only while the delegate handles kSpaceAvailable: where the next bytes for `write` may be put, so that it
-    /// need not copy them. Never empty then.
+    /// Only while the delegate handles kSpaceAvailable: where the next bytes for `write` may be put, so that
+    /// it need not copy them. Never empty then.
     std::span<char> room() const { return room_; }
     /// Only while the delegate handles kSpaceAvailable. Takes some of the bytes or all, all of those that lie
     /// at the beginning of `room`, and returns how many; -1 if the stream takes none now.
@@ -87,15 +87,16 @@ class FTPWriteStream : public FTPStream {
 };
 
 /// A file's content or a folder's listing. For a file it tells kOpenCompleted once the server sends it; then
-/// kBytesAvailable until the delegate closes the stream, which it does when `unread` is empty: that is the end,
-/// and the server has confirmed it; or kErrorOccurred.
+/// kBytesAvailable until the delegate closes the stream, which it does when `unread` is empty: that is the
+/// end, and the server has confirmed it; or kErrorOccurred.
 class FTPReadStream : public FTPStream {
   public:
     enum class Source { kFile, kListing };
     FTPReadStream(const FTPTransport &transport, fm::FTPAddress address, Source source,
                   FTPStreamDelegate &delegate);
 
-    /// Only while the delegate handles kBytesAvailable: what has come and was not dropped yet; empty at the end.
+    /// Only while the delegate handles kBytesAvailable: what has come and was not dropped yet; empty at the
+    /// end.
     std::string_view unread() const { return unread_; }
     /// The first `count` bytes of `unread` are done with.
     void drop(std::size_t count) { unread_.remove_prefix(count); }

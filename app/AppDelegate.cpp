@@ -29,6 +29,7 @@ AppDelegate::AppDelegate(Shell shell)
            {*interface.Log_in_menu_item, shell.gate},      {*interface.Unlock_passcode_item, shell.gate},
            {*interface.changePasswordItem, shell.gate}},
       shell_(std::move(shell)) {
+    interface.fillInformation(shell_.configuration.storageHost);
     wireInterface();
     bannerTime_.setSingleShot(true);
     bannerTime_.setInterval(kBannerTime);
@@ -152,8 +153,8 @@ void AppDelegate::Register_HotKeys() {
     }
 }
 
-// No alert, since saving by the menu works: once a note that goes away by itself, and a line in the preferences
-// for as long as it is so.
+// No alert, since saving by the menu works: once a note that goes away by itself, and a line in the
+// preferences for as long as it is so.
 void AppDelegate::tellOfMissingHotKey(const std::string &reason) {
     const QString why = toQString(reason);
     const QString wayOut =

@@ -81,7 +81,7 @@ void AppDelegate::Sign_up_upload_data(const Server &server) {
         setFormLocked(signUpForm(), false);
         i.Sign_up_done->setText(tr("Done"));
         emptyFields({i.Sign_up_Fullname, i.Sign_up_username, i.Sign_up_email, i.Sign_up_password,
-               i.Sign_up_re_password});
+                     i.Sign_up_re_password});
         hidePasswords();
         if (isRegistered) {
             i.Quillery_Box->setContentView(i.Sign_in_view);

@@ -1,6 +1,5 @@
 #include <QUrl>
 
-
 #include "app/AppDelegate.h"
 #include "platform/Text.h"
 
@@ -8,7 +7,8 @@ namespace {
 
 constexpr const char *kLoginItem = "TovanixDev.Quillery-Helper";
 
-const QStringList kInstructionPages{QStringLiteral("Instructions-1.png"), QStringLiteral("Instructions-2.png"),
+const QStringList kInstructionPages{QStringLiteral("Instructions-1.png"),
+                                    QStringLiteral("Instructions-2.png"),
                                     QStringLiteral("Instructions-3.png")};
 
 }  // namespace
@@ -111,11 +111,22 @@ void AppDelegate::showInstructionPage(int page) {
            "says so."),
         tr("Choose “Saved List” in the status menu and pick a text, by mouse or with the arrow keys and "
            "Enter. It is on the clipboard again, ready to be pasted."),
-        tr("Sign in, and the list follows you to every computer. Switch “Share” on and pick a text to send it "
+        tr("Sign in, and the list follows you to every computer. Switch “Share” on and pick a text to send "
+           "it "
            "to a friend: it is the first in the friend's list then.")};
+    const QStringList pictures{
+        tr("A line is selected in an editor and copied. After Super, Shift and C are pressed, a notification "
+           "says "
+           "that the text was saved."),
+        tr("The menu of Quillery's icon in the status bar is open and “Saved List” is chosen. The first text "
+           "of "
+           "the list is picked, and a small window shows that it is on the clipboard now."),
+        tr("The sign-in form asks for user name and password. Below it “Share” is turned on, a text is "
+           "picked, "
+           "and then a friend to send it to.")};
     instructionPage_ = page;
     interface.Instructions_image_view->setPixmap(sharpPixmap(kInstructionPages[page]));
-    interface.Instructions_image_view->setAccessibleName(texts[page]);
+    interface.Instructions_image_view->setAccessibleName(pictures[page]);
     interface.Instructions_text->setText(texts[page]);
     interface.Instructions_page->setText(tr("%1 of %2").arg(page + 1).arg(kInstructionPages.size()));
 }

@@ -25,19 +25,20 @@ CommandLine CommandLine::parse(const QStringList &arguments) {
 }
 
 QString CommandLine::help() {
-    return QCoreApplication::translate("CommandLine",
-                                       "Usage: quillery [command]\n"
-                                       "Keeps the texts that you copy, and puts any of them back.\n"
-                                       "\n"
-                                       "Without a command it starts, or shows the Quillery that runs already.\n"
-                                       "The commands reach the one that runs for you on this display:\n"
-                                       "  --save         save the clipboard, as the hot key does\n"
-                                       "  --list         open the saved list\n"
-                                       "  --quit         end the program, after what is still being saved\n"
-                                       "\n"
-                                       "  -h, --help     print this\n"
-                                       "  -v, --version  print the version\n"
-                                       "\n"
-                                       "Exit status: 0 done, 1 refused or failed, 2 wrong usage, 3 no Quillery "
-                                       "runs.\n");
+    return QCoreApplication::translate(
+        "CommandLine",
+        "Usage: quillery [command]\n"
+        "Keeps the texts that you copy, and puts any of them back.\n"
+        "\n"
+        "Without a command it starts, or shows the Quillery that runs already.\n"
+        "The commands reach the one that runs for you on this display:\n"
+        "  --save         save the clipboard, as the hot key does\n"
+        "  --list         open the saved list\n"
+        "  --quit         end the program, after what is still being saved\n"
+        "\n"
+        "  -h, --help     print this\n"
+        "  -v, --version  print the version\n"
+        "\n"
+        "Exit status: 0 done, 1 refused or failed, 2 wrong usage, 3 no Quillery "
+        "runs.\n");
 }

@@ -1,6 +1,7 @@
 #include "app/Interface.h"
 
 #include <QApplication>
+#include <QDir>
 #include <QImageReader>
 #include <QScreen>
 #include <QVBoxLayout>
@@ -75,7 +76,6 @@ Interface::Interface() {
     new_passcode_view = view<Ui::NewPasscodeView>(*this, windows_);
     change_passcode_view = view<Ui::ChangePasscodeView>(*this, windows_);
     makeForms();
-    fillInformation();
 
     QFont title = Intro_title->font();
     title.setPointSizeF(title.pointSizeF() * 1.6);
@@ -210,8 +210,8 @@ void Interface::makeForms() {
     submit({Change_old_passcode, Change_new_passcode, Change_Retype_passcode}, Done_change_passcode, {});
     showWith(Create_passcode_show, {Create_passcode, Retype_passcode});
     showWith(Change_passcode_show, {Change_old_passcode, Change_new_passcode, Change_Retype_passcode});
-    for (QLabel *title :
-         {Sign_up_title, Sign_in_title, Change_password_title, Add_contact_title, Friends_label, Info_title}) {
+    for (QLabel *title : {Sign_up_title, Sign_in_title, Change_password_title, Add_contact_title,
+                          Friends_label, Info_title}) {
         QFont font = title->font();
         font.setPointSizeF(font.pointSizeF() * kTitleScale);
         font.setBold(true);
@@ -219,25 +219,42 @@ void Interface::makeForms() {
     }
 }
 
-void Interface::fillInformation() {
-    Info_image->setPixmap(
-        QIcon(QStringLiteral(":/images/quillery.png")).pixmap(Info_image->minimumSize(), qApp->devicePixelRatio()));
+namespace {
+
+// As users write it.
+QString shortPath(const std::filesystem::path &path) {
+    QString text = QString::fromStdString(path.string());
+    const QString home = QDir::homePath() + u'/';
+    if (text.startsWith(home)) text.replace(0, home.size(), QStringLiteral("~/"));
+    return text.toHtmlEscaped();
+}
+
+}  // namespace
+
+void Interface::fillInformation(const std::optional<std::string> &storageHost) {
+    Info_image->setPixmap(QIcon(QStringLiteral(":/images/quillery.png"))
+                              .pixmap(Info_image->minimumSize(), qApp->devicePixelRatio()));
     Info_title->setText(QObject::tr("Quillery %1").arg(QCoreApplication::applicationVersion()));
-    Info_text->setHtml(QObject::tr(
-        "<p>A clipboard keeper: it keeps the texts that you copy, and puts any of them back.</p>"
-        "<h4>Where your texts are</h4>"
-        "<p>Signed out: in <tt>~/Documents/.Quillery.txt</tt>, on this computer alone.<br>"
-        "Signed in: in files on the storage server, so that they follow you.<br>"
-        "Settings: in <tt>%1</tt>.</p>"
-        "<p>All of these are plain text, passwords and passcode included. Whoever can read the files can read "
-        "your texts.</p>"
-        "<h4>Licence</h4>"
-        "<p>%2</p>"
-        "<h4>Made with</h4>"
-        "<p>Qt %3 (LGPL 3), libcurl (curl licence), libxcb and libxkbcommon (MIT).</p>")
-                           .arg(QString::fromStdString((configurationFolder() / "TovanixDev/Quillery.ini").string())
-                                    .toHtmlEscaped(),
-                                QObject::tr("MIT: use it, change it and pass it on as you like, without any warranty."), QLatin1String(qVersion())));
+    Info_text->setHtml(
+        QObject::tr("<p>A clipboard keeper: it keeps the texts that you copy, and puts any of them back.</p>"
+                    "<h4>Where your texts are</h4>"
+                    "<p>Signed out: in <tt>~/Documents/.Quillery.txt</tt>, on this computer alone.<br>"
+                    "Signed in: %1, so that they follow you.<br>"
+                    "Settings: in <tt>%2</tt>.</p>"
+                    "<p>All of these are plain text, passwords and passcode included. Whoever can read the "
+                    "files can read "
+                    "your texts.</p>"
+                    "<h4>Licence</h4>"
+                    "<p>%3</p>"
+                    "<h4>Made with</h4>"
+                    "<p>Qt %4 (LGPL 3), libcurl (curl licence), libxcb and libxkbcommon (MIT).</p>")
+            .arg(storageHost ? QObject::tr("on the server <tt>%1</tt>")
+                                   .arg(QString::fromStdString(*storageHost).toHtmlEscaped())
+                             : QObject::tr("with this computer's personal storage server, in <tt>%1</tt>")
+                                   .arg(shortPath(dataFolder() / "quillery/htdocs")),
+                 shortPath(configurationFolder() / "TovanixDev/Quillery.ini"),
+                 QObject::tr("MIT: use it, change it and pass it on as you like, without any warranty."),
+                 QLatin1String(qVersion())));
 }
 
 void Interface::showContactsToPick() {

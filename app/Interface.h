@@ -2,7 +2,10 @@
 
 #include <QMenu>
 #include <QWidget>
+#include <initializer_list>
 #include <memory>
+#include <optional>
+#include <string>
 
 #include "platform/Popover.h"
 #include "platform/TextView.h"
@@ -112,6 +115,9 @@ struct Interface : Ui::QuilleryWindow,
     QAction *EMail;
     QAction *Quit;
 
+    // What Info_View says. No host: the personal storage server.
+    void fillInformation(const std::optional<std::string> &storageHost);
+
     // Contacts_table is shown in three places: in Contacts_view, in Contacts_View, and by itself. Each of
     // these moves it there and makes it, or the view, the content of the panel's box.
     void showContactsToPick();
@@ -121,7 +127,6 @@ struct Interface : Ui::QuilleryWindow,
   private:
     void makeMenu();
     void makeForms();
-    void fillInformation();
 };
 
 // Empties the fields of a form.

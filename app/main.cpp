@@ -49,7 +49,8 @@ std::filesystem::path storageProgram() {
     return QFile::exists(beside) ? beside.toStdString() : std::string("/usr/bin/quillery-storage");
 }
 
-// A display that goes away ends the process within the toolkit. What was announced as saved is finished first.
+// A display that goes away ends the process within the toolkit. What was announced as saved is finished
+// first.
 BackgroundTasks *unfinished = nullptr;
 
 void finishWithoutDisplay() {
@@ -156,8 +157,8 @@ int main(int argc, char **argv) {
     const LoginItem loginItem(QApplication::applicationFilePath().toStdString());
 
     AppDelegate delegate(
-        Shell{ui, gate, background, waiting, alerts, pasteboard, defaults, notifications, workspace, loginItem,
-              Configuration::load(), QDir::homePath().toStdString(),
+        Shell{ui, gate, background, waiting, alerts, pasteboard, defaults, notifications, workspace,
+              loginItem, Configuration::load(), QDir::homePath().toStdString(),
               [&](const std::stop_token &stop) { return storage.ensureRunning(storageIsAt, stop); }});
     endOnSignals(delegate);
     unfinished = &background;

@@ -36,7 +36,8 @@ ColorScheme::ColorScheme(QObject *parent) : QObject(parent), usual_(QApplication
 }
 
 void ColorScheme::ask(const QDBusConnection &bus) {
-    QDBusMessage question = QDBusMessage::createMethodCall(kService, kPath, kInterface, QStringLiteral("Read"));
+    QDBusMessage question =
+        QDBusMessage::createMethodCall(kService, kPath, kInterface, QStringLiteral("Read"));
     question << kGroup << kKey;
     question.setAutoStartService(false);  // a desktop that has a wish has a portal that runs
     auto *watcher = new QDBusPendingCallWatcher(bus.asyncCall(question), this);
@@ -67,8 +68,8 @@ QPalette ColorScheme::darkPalette() {
     const QColor text(0xee, 0xee, 0xee);
     const QColor faint(0x9a, 0x9a, 0x9a);
     const QColor accent(0x2f, 0x6f, 0xc4);
-    QPalette palette(text, button, button.lighter(130), button.darker(160), button.darker(125), text, Qt::white,
-                     base, window);
+    QPalette palette(text, button, button.lighter(130), button.darker(160), button.darker(125), text,
+                     Qt::white, base, window);
     palette.setColor(QPalette::AlternateBase, window);
     palette.setColor(QPalette::ToolTipBase, button);
     palette.setColor(QPalette::ToolTipText, text);

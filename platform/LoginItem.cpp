@@ -45,7 +45,9 @@ std::string LoginItem::entryFor(const fs::path &program) {
            "Type=Application\n"
            "Name=Quillery\n"
            "Comment=Keeps the texts that you copy\n"
-           "Exec=" + execArgument(program.string()) + "\n"
+           "Exec=" +
+           execArgument(program.string()) +
+           "\n"
            "Icon=quillery\n"
            "Terminal=false\n"
            "X-GNOME-Autostart-enabled=true\n";

@@ -3,8 +3,8 @@
 #include <filesystem>
 #include <string>
 
-// Whether a program starts when its user logs in: an XDG autostart entry, which every desktop's session manager
-// reads. UI thread.
+// Whether a program starts when its user logs in: an XDG autostart entry, which every desktop's session
+// manager reads. UI thread.
 class LoginItem {
   public:
     // The entry of the program at `program`, an absolute path, in the user's autostart folder.

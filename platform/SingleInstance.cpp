@@ -88,8 +88,7 @@ bool isRunning() {
 
 // A process that has asked something; its connection.
 struct SingleInstance::Caller {
-    explicit Caller(int connection)
-        : descriptor(connection), readable(connection, QSocketNotifier::Read) {}
+    explicit Caller(int connection) : descriptor(connection), readable(connection, QSocketNotifier::Read) {}
     ~Caller() { close(descriptor); }
     Caller(const Caller &) = delete;
     Caller &operator=(const Caller &) = delete;
@@ -142,7 +141,8 @@ void SingleInstance::accept() {
     if (connection < 0) return;
     const auto caller = std::make_shared<Caller>(connection);
     callers_.push_back(caller);
-    connect(&caller->readable, &QSocketNotifier::activated, this, [this, caller = caller.get()] { read(*caller); });
+    connect(&caller->readable, &QSocketNotifier::activated, this,
+            [this, caller = caller.get()] { read(*caller); });
 }
 
 void SingleInstance::read(Caller &caller) {
@@ -156,8 +156,8 @@ void SingleInstance::read(Caller &caller) {
         return;
     }
     caller.readable.setEnabled(false);
-    const auto found = std::find_if(callers_.begin(), callers_.end(),
-                                    [&](const auto &one) { return one.get() == &caller; });
+    const auto found =
+        std::find_if(callers_.begin(), callers_.end(), [&](const auto &one) { return one.get() == &caller; });
     const std::weak_ptr<Caller> asking = *found;
     handler_(caller.request.substr(0, end), [asking](const Answer &answer) {
         // The connection stays until this program ends, or the other one has had enough.
@@ -170,14 +170,15 @@ void SingleInstance::read(Caller &caller) {
 }
 
 void SingleInstance::drop(const Caller &caller) {
-    const auto found = std::find_if(callers_.begin(), callers_.end(),
-                                    [&](const auto &one) { return one.get() == &caller; });
+    const auto found =
+        std::find_if(callers_.begin(), callers_.end(), [&](const auto &one) { return one.get() == &caller; });
     if (found == callers_.end()) return;
     // Within a signal of its own notifier.
     const std::shared_ptr<Caller> leaving = *found;
     callers_.erase(found);
     leaving->readable.setEnabled(false);
-    QMetaObject::invokeMethod(this, [leaving] {}, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        this, [leaving] {}, Qt::QueuedConnection);
 }
 
 std::optional<SingleInstance::Answer> SingleInstance::send(const std::string &request, bool untilItEnds) {

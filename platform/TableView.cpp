@@ -3,6 +3,10 @@
 #include <QAbstractListModel>
 #include <QKeyEvent>
 
+namespace {
+constexpr int kRowPadding = 8;
+}
+
 class TableView::Rows : public QAbstractListModel {
   public:
     explicit Rows(const TableView &table) : table_(table) {}
@@ -19,7 +23,9 @@ class TableView::Rows : public QAbstractListModel {
         return source_ && !parent.isValid() ? source_->numberOfRowsInTableView(table_) : 0;
     }
     QVariant data(const QModelIndex &index, int role) const override {
-        if (!source_ || !index.isValid() || role != Qt::DisplayRole) return {};
+        if (!source_ || !index.isValid()) return {};
+        if (role == Qt::SizeHintRole) return QSize(0, table_.fontMetrics().height() + kRowPadding);
+        if (role != Qt::DisplayRole) return {};
         return source_->tableView(table_, index.column(), index.row());
     }
 

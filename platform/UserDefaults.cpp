@@ -25,8 +25,9 @@ QString setAsideIfDamaged() {
     } while (QFile::exists(aside));
     const bool isAside = file.rename(aside);
     const QString problem =
-        isAside ? QObject::tr("The settings were damaged. They are kept in %1, and Quillery starts with new "
-                              "ones.")
+        isAside ? QObject::tr(
+                      "The settings were damaged. They are kept in %1, and Quillery starts with new "
+                      "ones.")
                       .arg(aside)
                 : QObject::tr("The settings in %1 are damaged and could not be set aside.").arg(storeFile());
     std::fprintf(stderr, "Quillery: %s\n", qUtf8Printable(problem));

@@ -29,3 +29,7 @@ fs::path runtimeFolder() {
 fs::path configurationFolder() {
     return folder("XDG_CONFIG_HOME", ".config");
 }
+
+fs::path dataFolder() {
+    return folder("XDG_DATA_HOME", ".local/share");
+}

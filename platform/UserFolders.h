@@ -9,3 +9,6 @@ std::filesystem::path runtimeFolder();
 
 // For settings, of whatever program.
 std::filesystem::path configurationFolder();
+
+// For what programs keep for the user.
+std::filesystem::path dataFolder();

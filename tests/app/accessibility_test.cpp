@@ -1,8 +1,8 @@
+#include <QAbstractButton>
+#include <QAbstractScrollArea>
 #include <QAccessible>
 #include <QLabel>
 #include <QLayout>
-#include <QAbstractButton>
-#include <QAbstractScrollArea>
 #include <set>
 
 #include "tests/app/ControllerTest.h"
@@ -65,7 +65,8 @@ TEST_F(AccessibilityTest, EveryControlHasANameAndIsReachedByTab) {
             show(place);
             std::set<const QWidget *> inTabOrder;
             QWidget *window = place->window();
-            for (QWidget *w = window->nextInFocusChain(); inTabOrder.insert(w).second;) w = w->nextInFocusChain();
+            for (QWidget *w = window->nextInFocusChain(); inTabOrder.insert(w).second;)
+                w = w->nextInFocusChain();
             int controls = 0;
             for (QWidget *widget : place->findChildren<QWidget *>()) {
                 const bool isPartOfAnother = widget->objectName().startsWith(u"qt_") ||
@@ -96,12 +97,15 @@ TEST_F(AccessibilityTest, NothingIsCutOffInLargeLetters) {
             show(place);
             for (QWidget *widget : place->findChildren<QWidget *>()) {
                 const auto *label = qobject_cast<QLabel *>(widget);
-                const bool hasText = (label && !label->text().isEmpty()) || qobject_cast<QAbstractButton *>(widget);
+                const bool hasText =
+                    (label && !label->text().isEmpty()) || qobject_cast<QAbstractButton *>(widget);
                 if (!hasText || !widget->isVisibleTo(place)) continue;
                 SCOPED_TRACE(widget->objectName().toStdString());
                 const bool wraps = label && label->wordWrap();
-                EXPECT_GE(widget->width(), wraps ? widget->minimumSizeHint().width() : widget->sizeHint().width());
-                EXPECT_GE(widget->height(), wraps ? label->heightForWidth(widget->width()) : widget->sizeHint().height());
+                EXPECT_GE(widget->width(),
+                          wraps ? widget->minimumSizeHint().width() : widget->sizeHint().width());
+                EXPECT_GE(widget->height(),
+                          wraps ? label->heightForWidth(widget->width()) : widget->sizeHint().height());
             }
         }
         delegate.reset();

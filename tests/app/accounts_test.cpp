@@ -1,4 +1,5 @@
 #include <QTest>
+#include <set>
 
 #include "tests/app/ControllerTest.h"
 
@@ -7,8 +8,6 @@ namespace {
 class Accounts : public ControllerTest {
   protected:
     Accounts() { setNotFirstUse(); }
-
-    Interface &i() { return delegate->interface; }
 
     void fillSignUp(const QString &user, const QString &password) {
         i().Open_sign_up_view->trigger();
@@ -33,11 +32,29 @@ class Accounts : public ControllerTest {
         putRemote(user + "_Username.txt", user);
         putRemote(user + "_Password.txt", password);
     }
-    bool isEnabled(const char *item) {
-        for (QAction *action : i().Quillery_Menu.actions())
-            if (action->objectName() == QLatin1String(item)) return action->isEnabled();
-        ADD_FAILURE() << item;
-        return false;
+    void changePassword(const char *old, const char *next, const char *again) {
+        i().Change_old_password->setText(QLatin1String(old));
+        i().Change_new_password->setText(QLatin1String(next));
+        i().Change_retype_password->setText(QLatin1String(again));
+        i().Change_done_button->click();
+        settle();
+    }
+    // What only a signed-in user can use, as far as it is enabled, and what the program says about it.
+    std::string presentation() {
+        std::string letters;
+        for (const QWidget *control : std::initializer_list<QWidget *>{
+                 i().Add_friend_windowed_mode, i().Remove_contact_windowed_mode, i().Share_switch,
+                 i().Read_local_button, i().Change_done_button, i().Auto_Login_Check_box})
+            letters += control->isEnabled() ? '+' : '-';
+        for (const char *item : {"Add_contact_menu_item", "Remove_a_friend_item", "changePasswordItem"})
+            letters += isEnabled(item) ? '+' : '-';
+        for (const char *image : {"lock", "unlock"}) {
+            const QPixmap expected(QStringLiteral(":/images/%1.png").arg(QLatin1String(image)));
+            const QPixmap shown = i().Log_in_menu_item->icon().pixmap(expected.size());
+            if (shown.toImage() == expected.toImage()) letters += std::string(" ") + image;
+        }
+        return letters + " " + i().State_label->text().toStdString() + " " +
+               i().Log_in_menu_item->text().toStdString();
     }
 };
 
@@ -75,10 +92,19 @@ TEST_F(Accounts, SignUpRefusesOnItsButtonAndKeepsWhatWasTyped) {
     EXPECT_EQ(remote("taken1_Password.txt"), std::nullopt);
 }
 
-TEST_F(Accounts, NamesThatAreNoFileNamesAreNeverWritten) {
+TEST_F(Accounts, NamesThatAreNoFileNamesAreNeverFoundAndNeverWritten) {
+    putAccount("alice1", "secret");
     start();
-    for (const QString &user :
-         {QStringLiteral("../../evil1"), QStringLiteral("a/bcdef"), QStringLiteral("ab\u0001cdef")}) {
+    const auto files = [this] {
+        std::set<std::filesystem::path> paths;
+        for (const auto &file : std::filesystem::recursive_directory_iterator(htdocs / ".." / ".."))
+            paths.insert(file.path());
+        return paths;
+    };
+    const auto before = files();
+    for (const QString &user : {QStringLiteral("../../evil1"), QStringLiteral("a/bcdef"),
+                                QStringLiteral("ab\u0001cdef"), QStringLiteral("../htdocs/alice1")}) {
+        SCOPED_TRACE(user.toStdString());
         alerts.expect(
             "Faild!",
             "You haven't been registred as Quillery member,duo to Error or internet connection problem.");
@@ -86,24 +112,57 @@ TEST_F(Accounts, NamesThatAreNoFileNamesAreNeverWritten) {
         EXPECT_FALSE(i().Quillery_window->isVisible());
         signIn(user, QStringLiteral("secret"));
         EXPECT_EQ(i().Sign_in_done->text(), QStringLiteral("Wrong entries/Network error!"));
+        delegate->Username = user.toStdString();
+        i().Change_done_button->setEnabled(true);
+        changePassword("secret", "better", "better");
+        EXPECT_EQ(i().Change_done_button->text(), QStringLiteral("Check your entries."));
     }
-    for (const auto &file : std::filesystem::recursive_directory_iterator(htdocs.parent_path()))
-        EXPECT_EQ(file.path().string().find("evil"), std::string::npos) << file.path();
+    EXPECT_EQ(files(), before);
+    EXPECT_EQ(remote("alice1_Password.txt"), "secret");
 }
 
 TEST_F(Accounts, OddNamesAreNamesLikeAnyOther) {
     start();
+    putAccount("plain1", "secret");
+    putRemote(".plain1_Quillery.txt", "of plain1" + kEnd);
+    QString before = QStringLiteral("plain1");  // the friend of the next one
     for (const QString &user :
          {QStringLiteral(".hidden"), QStringLiteral("_Username.txt"), QStringLiteral(" blanks "),
-          QStringLiteral("100%#;x?"), QStringLiteral("Gr\u00FC\u00DFe\u4F60")}) {
-        SCOPED_TRACE(user.toStdString());
+          QStringLiteral("100%#;x?"), QStringLiteral("Gr\u00FC\u00DFe\u4F60"), QStringLiteral("PLAIN1"),
+          QStringLiteral("plain1%20")}) {
+        const std::string name = user.toStdString();
+        const std::string contact = before.toStdString();
+        SCOPED_TRACE(name);
         alerts.expect("Success!", "You have successfully been registred as Quillery member.");
         signUp(user, QStringLiteral("secret"));
         signIn(user, QStringLiteral("secret"));
         ASSERT_TRUE(delegate->isSigned_in);
-        save("of " + user.toStdString());
-        EXPECT_EQ(remote("." + user.toStdString() + "_Quillery.txt"), "of " + user.toStdString() + kEnd);
+        save("of " + name);
+        EXPECT_EQ(remote("." + name + "_Quillery.txt"), "of " + name + kEnd);
+
+        putRemote(name + "_Contacts.txt", "");
+        delegate->Contact_index_number = 0;
+        alerts.expect("Success!",
+                      QStringLiteral("You have successfully added \"%1\" to your friends list").arg(before));
+        i().Add_contact_textfield->setText(before);
+        i().Add_contact_done_button->click();
+        settle();
+        EXPECT_EQ(remote(name + "_Contacts.txt"), contact + kEnd);
+        delegate->ShareMode_enabled = true;
+        i().Quillery_window->show();
+        pick(0);
+        alerts.expect("Success!",
+                      QStringLiteral("You have successfull share \"of %1\" with \"%2\"").arg(user, before));
+        QTest::keyClick(i().Contacts_table, Qt::Key_Down);
+        QTest::keyClick(i().Contacts_table, Qt::Key_Return);
+        settle();
+        EXPECT_EQ(remote("." + contact + "_Quillery.txt"),
+                  "Shared from(" + name + ")of " + name + kEnd + "of " + contact + kEnd);
+        alerts.expect("Success!", "You've successfully changed your password!");
+        changePassword("secret", "better", "better");
+        EXPECT_EQ(remote(name + "_Password.txt"), "better");
         i().Log_in_menu_item->trigger();
+        before = user;
     }
 }
 
@@ -128,6 +187,30 @@ TEST_F(Accounts, FormsAreGoneThroughByTabFromTopToBottom) {
     i().Open_sign_in_window->trigger();
     EXPECT_EQ(order(i().Sign_in_username),
               "Sign_in_username Sign_in_password Sign_in_show_password Sign_in_done");
+    i().Quillery_Box->setContentView(i().Change_password_view);
+    i().Change_done_button->setEnabled(true);
+    EXPECT_EQ(order(i().Change_old_password),
+              "Change_old_password Change_new_password Change_retype_password Change_show_passwords "
+              "Change_done_button");
+    i().Quillery_Box->setContentView(i().Add_contact_view);
+    EXPECT_EQ(order(i().Add_contact_textfield),
+              "Add_contact_textfield Add_contact_done_button startFriendsToAdd_button");
+}
+
+TEST_F(Accounts, EveryTitleFitsItsButton) {
+    start();
+    for (const auto &[button, titles] : std::vector<std::pair<QPushButton *, QStringList>>{
+             {i().Sign_up_done, {"Done", "Check your entries.", "Username exist.", "Wait..."}},
+             {i().Sign_in_done, {"Sign in", "Wrong entries/Network error!"}},
+             {i().Change_done_button, {"Done", "Check your entries."}},
+             {i().Remove_contact, {"Remove a friend", "Done"}}}) {
+        i().Quillery_Box->setContentView(button->parentWidget());
+        i().Quillery_window->show();
+        for (const QString &title : titles) {
+            button->setText(title);
+            EXPECT_LE(button->sizeHint().width(), button->width()) << title.toStdString();
+        }
+    }
 }
 
 TEST_F(Accounts, SignInSwitchesToTheUsersListAndLogOutBack) {
@@ -135,16 +218,15 @@ TEST_F(Accounts, SignInSwitchesToTheUsersListAndLogOutBack) {
     putRemote(".alice1_Quillery.txt", "theirs" + kEnd);
     putLocal("mine");
     start();
+    EXPECT_EQ(presentation(), "--------- lock Offline Log in");
     signIn(QStringLiteral("alice1"), QStringLiteral("secret"));
     EXPECT_TRUE(delegate->isSigned_in);
     EXPECT_EQ(delegate->Username, "alice1");
     EXPECT_FALSE(i().Quillery_window->isVisible());
     EXPECT_EQ(i().Sign_in_username->text() + i().Sign_in_password->text(), QString());
-    EXPECT_EQ(i().Log_in_menu_item->text(), QStringLiteral("Log out"));
+    EXPECT_EQ(presentation(), "+++++++++ unlock Online Log out");
     EXPECT_EQ(i().Log_in_menu_item->menu(), nullptr);
-    for (const char *item : {"Add_contact_menu_item", "Remove_a_friend_item", "_Clipboard_saves_menu_item"})
-        EXPECT_TRUE(isEnabled(item)) << item;
-    EXPECT_TRUE(i().Share_switch->isEnabled() && i().Read_local_button->isEnabled());
+    EXPECT_EQ(delegate->Content_file_path, home / "Documents" / ".alice1_Quillery.txt");
     EXPECT_EQ(items(), Items({"mine"})) << "the list is read when it is opened";
     i().Clipboard_saves_menu_item->trigger();
     EXPECT_EQ(items(), Items({"theirs", ""}));
@@ -153,11 +235,59 @@ TEST_F(Accounts, SignInSwitchesToTheUsersListAndLogOutBack) {
 
     i().Log_in_menu_item->trigger();
     EXPECT_FALSE(delegate->isSigned_in);
-    EXPECT_EQ(delegate->Username, "");
+    EXPECT_EQ(*delegate->Username + *delegate->Password, "");
+    EXPECT_EQ(presentation(), "--------- lock Offline Log in");
     EXPECT_EQ(i().Log_in_menu_item->menu(), &i().Log_in_menu);
-    EXPECT_FALSE(isEnabled("Add_contact_menu_item"));
     i().Clipboard_saves_menu_item->trigger();
     EXPECT_EQ(items(), Items({"mine"}));
+}
+
+TEST_F(Accounts, LogOutEndsTheUsersModesAndKeepsTheRest) {
+    putAccount("alice1", "secret");
+    putRemote("alice1_Contacts.txt", "bobby1" + kEnd);
+    setAutoLogin(QStringLiteral("alice1"));
+    start();
+    struct Mode {
+        QAbstractButton *toggle;
+        QLabel *label;
+        const bool &isOn;
+        const char *afterwards;
+        bool staysOn;
+    };
+    for (const Mode &mode :
+         {Mode{i().Share_switch, i().Share_label, delegate->ShareMode_enabled, "Share", false},
+          Mode{i().Read_local_button, i().Make_available_offline_label, delegate->Read_Local_mode,
+               "Make available offline", false},
+          Mode{i().RemoveItem_button, i().Remove_item_label, delegate->RemoveMode_enabled, "Done", true}}) {
+        if (!delegate->isSigned_in) signIn(QStringLiteral("alice1"), QStringLiteral("secret"));
+        mode.toggle->click();
+        EXPECT_TRUE(mode.isOn);
+        i().Remove_a_friend_item->trigger();
+        i().Remove_contact->setText(QStringLiteral("Done"));
+        i().Log_in_menu_item->trigger();
+        EXPECT_EQ(mode.isOn, mode.staysOn) << mode.afterwards;
+        EXPECT_EQ(mode.toggle->isChecked(), mode.staysOn) << mode.afterwards;
+        EXPECT_EQ(mode.label->text(), QLatin1String(mode.afterwards));
+        EXPECT_FALSE(delegate->RemoveContact_enabled);
+        EXPECT_EQ(i().Remove_contact->text(), QStringLiteral("Remove a friend"));
+    }
+    EXPECT_EQ(delegate->Contacts_array, Items({"bobby1", ""}));
+    EXPECT_EQ(delegate->Content_file_path, localPath());
+    for (const auto &[key, value] : {std::pair("kAutoLogin", "Yes"), std::pair("kUsername", "alice1")})
+        EXPECT_EQ(defaults.objectForKey(QLatin1String(key)), QLatin1String(value));
+}
+
+TEST_F(Accounts, ASecondSignInTakesOver) {
+    putAccount("alice1", "secret");
+    putAccount("bobby1", "Secret");
+    start();
+    signIn(QStringLiteral("alice1"), QStringLiteral("secret"));
+    signIn(QStringLiteral("bobby1"), QStringLiteral("Secret"));
+    EXPECT_EQ(*delegate->Username + *delegate->Password, "bobby1Secret");
+    EXPECT_EQ(presentation(), "+++++++++ unlock Online Log out");
+    save("his");
+    EXPECT_EQ(remote(".bobby1_Quillery.txt"), "his" + kEnd);
+    EXPECT_EQ(remote(".alice1_Quillery.txt"), std::nullopt);
 }
 
 TEST_F(Accounts, SignInWithWrongEntriesSaysSoInItsWindowAndKeepsThem) {
@@ -170,7 +300,6 @@ TEST_F(Accounts, SignInWithWrongEntriesSaysSoInItsWindowAndKeepsThem) {
     for (const auto &[user, password] : wrongEntries) {
         signIn(QLatin1String(user), QLatin1String(password));
         EXPECT_EQ(i().Sign_in_done->text(), QStringLiteral("Wrong entries/Network error!")) << user;
-        EXPECT_LE(i().Sign_in_done->sizeHint().width(), i().Sign_in_done->width()) << "nothing is cut off";
         EXPECT_TRUE(i().Quillery_window->isVisible() && i().Sign_in_view->isVisible());
         EXPECT_EQ(i().Sign_in_username->text(), QLatin1String(user));
         EXPECT_FALSE(delegate->isSigned_in);
@@ -179,34 +308,12 @@ TEST_F(Accounts, SignInWithWrongEntriesSaysSoInItsWindowAndKeepsThem) {
     EXPECT_EQ(i().Sign_in_done->text(), QStringLiteral("Sign in"));
 }
 
-TEST_F(Accounts, LogOutLocksTheListWhereAPasscodeIsSet) {
-    set("kHasPasscode", QStringLiteral("YES"));
-    putAccount("alice1", "secret");
-    start();
-    EXPECT_FALSE(isEnabled("Saveing_menu_item"));
-    signIn(QStringLiteral("alice1"), QStringLiteral("secret"));
-    EXPECT_TRUE(isEnabled("Saveing_menu_item"));
-    EXPECT_FALSE(isEnabled("Unlock_passcode_item"));
-    EXPECT_EQ(i().Passcode_box->contentView(), i().change_passcode_view);
-    i().Log_in_menu_item->trigger();
-    EXPECT_FALSE(isEnabled("Saveing_menu_item"));
-    EXPECT_FALSE(isEnabled("_Clipboard_saves_menu_item"));
-    EXPECT_TRUE(isEnabled("Unlock_passcode_item"));
-}
-
 TEST_F(Accounts, PasswordChangeWritesTheServersFileAndTheSetting) {
     putAccount("alice1", "secret");
     setAutoLogin(QStringLiteral("alice1"));
     start();
     i().changePasswordItem->trigger();
-    const auto change = [this](const char *old, const char *next, const char *again) {
-        i().Change_old_password->setText(QLatin1String(old));
-        i().Change_new_password->setText(QLatin1String(next));
-        i().Change_retype_password->setText(QLatin1String(again));
-        i().Change_done_button->click();
-        settle();
-    };
-    change("Secret", "better", "better");
+    changePassword("Secret", "better", "better");
     EXPECT_EQ(i().Change_done_button->text(), QStringLiteral("Check your entries."));
     EXPECT_EQ(i().Change_new_password->text(), QStringLiteral("better"));
     EXPECT_EQ(remote("alice1_Password.txt"), "secret");
@@ -215,36 +322,21 @@ TEST_F(Accounts, PasswordChangeWritesTheServersFileAndTheSetting) {
         EXPECT_FALSE(i().Quillery_window->isVisible());
         EXPECT_EQ(defaults.objectForKey(QStringLiteral("kPassword")), QStringLiteral("secret"));
     });
-    change("secret", "better", "better");
+    changePassword("secret", "better", "better");
     EXPECT_EQ(remote("alice1_Password.txt"), "better");
     EXPECT_EQ(defaults.objectForKey(QStringLiteral("kPassword")), QStringLiteral("better"));
     EXPECT_EQ(delegate->Password, "secret") << "the session keeps what it began with";
     EXPECT_EQ(i().Change_done_button->text(), QStringLiteral("Done"));
     EXPECT_EQ(i().Change_old_password->text(), QString());
-}
+    EXPECT_TRUE(i().Change_done_button->isEnabled());
 
-TEST_F(Accounts, WithoutAServerEachFormSaysSo) {
-    configuration.storageHost = "127.0.0.1";
-    configuration.storagePort = 1;
-    alerts.expect("Error!", "Unable to connect the internet,duo to network/server error.");
-    start();
-    alerts.expect("Error!", "Please check your connection.");
+    i().Log_in_menu_item->trigger();
     signIn(QStringLiteral("alice1"), QStringLiteral("secret"));
-    EXPECT_EQ(i().Sign_in_username->text(), QStringLiteral("alice1"));
-    alerts.expect(
-        "Faild!",
-        "You haven't been registred as Quillery member,duo to Error or internet connection problem.", 0,
-        [this] { EXPECT_FALSE(i().Quillery_window->isVisible()); });
-    signUp(QStringLiteral("alice1"), QStringLiteral("secret"));
-    EXPECT_EQ(i().Sign_up_username->text(), QString());
-    delegate->isSigned_in = true;
-    delegate->Username = "alice1";
-    i().Change_done_button->setEnabled(true);
-    i().Change_old_password->setText(QStringLiteral("secret"));
-    i().Change_new_password->setText(QStringLiteral("better"));
-    i().Change_retype_password->setText(QStringLiteral("better"));
-    i().Change_done_button->click();
-    EXPECT_EQ(i().Change_done_button->text(), QStringLiteral("Check your entries."));
+    EXPECT_FALSE(delegate->isSigned_in);
+    signIn(QStringLiteral("alice1"), QStringLiteral("better"));
+    EXPECT_TRUE(delegate->isSigned_in);
+    start();
+    EXPECT_EQ(delegate->Password, "better") << "the next automatic sign-in";
 }
 
 TEST_F(Accounts, PasswordsAreHiddenUntilTheyAreToBeShown) {

@@ -12,7 +12,6 @@ class Contacts : public ControllerTest {
         setAutoLogin(QStringLiteral("alice1"));
     }
 
-    Interface &i() { return delegate->interface; }
     void putContacts(const std::string &text) const { putRemote("alice1_Contacts.txt", text); }
     std::optional<std::string> contacts() const { return remote("alice1_Contacts.txt"); }
 
@@ -104,14 +103,56 @@ TEST_F(Contacts, AddingLooksForTheNameFromWhereItStoppedLast) {
     EXPECT_EQ(contacts(), "bobby1" + kEnd + "x" + kEnd + "y" + kEnd);
 }
 
-TEST_F(Contacts, AddingAnUnknownNameSaysSoAndKeepsIt) {
-    putContacts("");
+TEST_F(Contacts, AreAddedByTheVeryNameOfTheirAccount) {
+    for (const char *user : {"bobby12", "_Username.txt"})
+        putRemote(std::string(user) + "_Username.txt", user);
     start();
-    alerts.expect("Error!", "There is no user with this username");
-    add(QStringLiteral("nobody"));
-    EXPECT_EQ(i().Add_contact_textfield->text(), QStringLiteral("nobody"));
-    EXPECT_TRUE(i().Add_contact_view->isVisible());
-    EXPECT_EQ(contacts(), "");
+    const auto addFrom = [&](const QString &name) {
+        putContacts("bobby1" + kEnd);
+        delegate->Contact_index_number = 0;
+        add(name);
+        return *contacts();
+    };
+    for (const QString &name :
+         {QStringLiteral("nobody"), QStringLiteral("Bobby1"), QStringLiteral("bobby"),
+          QStringLiteral(" bobby1"), QStringLiteral("bobby1/"), QStringLiteral("../htdocs/bobby1"),
+          QStringLiteral("bobby1\u0001"), QStringLiteral("bobby1_Username.txt")}) {
+        alerts.expect("Error!", "There is no user with this username");
+        EXPECT_EQ(addFrom(name), "bobby1" + kEnd) << name.toStdString();
+        EXPECT_EQ(i().Add_contact_textfield->text(), name);
+        EXPECT_TRUE(i().Add_contact_view->isVisible());
+    }
+    for (const std::string name : {"bobby12", "_Username.txt"}) {
+        expectAdded(QString::fromStdString(name));
+        EXPECT_EQ(addFrom(QString::fromStdString(name)), name + kEnd + "bobby1" + kEnd);
+    }
+}
+
+TEST_F(Contacts, MayBeKeptInAListThatIsNotInOrder) {
+    start();
+    putContacts("not \xFF text");
+    add(QStringLiteral("bobby1"));
+    alerts.expect("Alert!", "You have no firends in the list");
+    i().Remove_a_friend_item->trigger();
+    EXPECT_EQ(contacts(), std::nullopt) << "what is no text is no list, and left alone";
+    EXPECT_TRUE(std::filesystem::exists(htdocs / "alice1_Contacts.txt"));
+
+    putContacts("carol1");  // without its end
+    add(QStringLiteral("bobby1"));
+    EXPECT_EQ(contacts(), "carol1") << "there is no empty name to add it at";
+    i().Remove_a_friend_item->trigger();
+    EXPECT_EQ(rows(), Items({"carol1"}));
+    alerts.expect("Alert!", "Are you sure you want to remove \"carol1\"");
+    alerts.expect("Alert!", "You have successfully removed\"carol1\"");
+    click(0);
+    EXPECT_EQ(contacts(), "carol1");
+
+    putContacts("");
+    delegate->Contact_index_number = 0;
+    alerts.expect("Success!", "You have successfully added \"bobby1\" to your friends list", 0,
+                  [this] { std::filesystem::remove(htdocs / "alice1_Contacts.txt"); });
+    add(QStringLiteral("bobby1"));
+    EXPECT_EQ(contacts(), "bobby1" + kEnd) << "a list that has gone is begun anew";
 }
 
 TEST_F(Contacts, AreRemovedByAClickInTheTable) {
@@ -172,6 +213,46 @@ TEST_F(Contacts, GetTheTextThatWasPickedInShareMode) {
     alerts.expect("Error!", "Wrong contact username.");
     click(0);
     EXPECT_EQ(remote(".bobby1_Quillery.txt"), std::nullopt);
+}
+
+TEST_F(Contacts, GetAnEmptyTextOnlyUnderTheirVeryName) {
+    putRemote(".bobby1_Quillery.txt", "");
+    start();
+    const auto share = [this](const char *contact) {
+        delegate->Contacts_array = {contact};
+        i().Contacts_item->trigger();
+        click(0);
+    };
+    for (const char *contact : {"bobby1/", "/../htdocs/.bobby1", "Bobby1", "bobby1\x01"}) {
+        alerts.expect("Error!", "Wrong contact username.");
+        share(contact);
+        EXPECT_EQ(delegate->Contact_Username, contact);
+        EXPECT_EQ(remote(".bobby1_Quillery.txt"), "") << contact;
+    }
+    alerts.expect("Success!", "You have successfull share \"\" with \"bobby1\"");
+    share("bobby1");
+    EXPECT_EQ(remote(".bobby1_Quillery.txt"), "Shared from(alice1)" + kEnd);
+}
+
+TEST_F(Contacts, SayWhatAPickOfThemWillDo) {
+    start();
+    i().Contacts_item->trigger();
+    EXPECT_EQ(i().Friends_hint->text(),
+              QStringLiteral(
+                  "To send a text to a friend, turn on \"Share\" below the saved list and pick it there."));
+    i().Clipboard_saved_string_combobox->selectPicked(0, "abc");
+    i().Contacts_item->trigger();
+    for (const bool removes : {true, false}) {
+        i().Remove_contact->click();
+        EXPECT_EQ(delegate->RemoveContact_enabled, removes);
+        EXPECT_EQ(i().Remove_contact->text(),
+                  removes ? QStringLiteral("Done") : QStringLiteral("Remove a friend"));
+        EXPECT_EQ(i().Contacts_label->text(), removes ? QStringLiteral("Remove from your friends:")
+                                                      : QStringLiteral("Send the text to:"));
+        EXPECT_EQ(i().Friends_hint->text(), removes
+                                                ? QStringLiteral("A pick removes the friend from this list.")
+                                                : QStringLiteral("A pick sends \"abc\" to the friend."));
+    }
 }
 
 TEST_F(Contacts, ArePickedWithTheKeyboardWhereverTheyAreShown) {

@@ -41,29 +41,36 @@ TEST_F(GateTest, ActionsDuringAnAlertRunAfterItOnceEachInOrder) {
     EXPECT_EQ(local(), "a" + kEnd);
 }
 
-TEST_F(GateTest, ActionsDuringAReadRunAfterIt) {
+TEST_F(GateTest, TenClicksDuringAReadRunAfterItOnceEachInOrder) {
     setAutoLogin(QStringLiteral("alice"));
     putLocal("");
     putRemote(".alice_Quillery.txt", "far" + kEnd);
     start();
-    copy("near");
-    QStringList order;
-    notifications.onDeliver = [&](const QString &) {
-        order << QStringLiteral("saved with %1 items").arg(items().size());
-    };
-    bool clicked = false;
+    copy("");
+    Interface &elements = delegate->interface;
+    const std::size_t clicks = 10;
+    bool areClicked = false;
     QTimer::singleShot(0, [&] {
-        // The list is being read just now.
+        // The list is being read just now. Each of the ten says something, and differs from its neighbours.
+        for (const char click : std::string("srqsqrsqrs")) {
+            if (click == 's') {
+                alerts.expect(kError, kEmpty);
+                elements.Saveing_menu_item->trigger();
+            } else if (click == 'r') {
+                alerts.expect(QStringLiteral("Alert!"), QStringLiteral("You have no firends in the list"));
+                elements.Remove_a_friend_item->trigger();
+            } else {
+                alerts.expect(QStringLiteral("Alert!"), QStringLiteral("Are you sure you want to quit?"), 1);
+                elements.Quit->trigger();
+            }
+        }
         EXPECT_TRUE(gate.isBusy());
-        clicked = true;
-        delegate->interface.Saveing_menu_item->trigger();
-        EXPECT_TRUE(order.isEmpty());
+        EXPECT_EQ(alerts.outstanding(), clicks) << "none ran inside the read";
+        areClicked = true;
     });
-    delegate->interface.Clipboard_saves_menu_item->trigger();
-    EXPECT_TRUE(clicked);
-    EXPECT_EQ(order, QStringList{QStringLiteral("saved with 3 items")});
-    settle();
-    EXPECT_EQ(remote(".alice_Quillery.txt"), "near" + kEnd + "far" + kEnd);
+    elements.Clipboard_saves_menu_item->trigger();
+    EXPECT_TRUE(areClicked);
+    EXPECT_EQ(items(), (Items{"far", ""}));
 }
 
 TEST_F(GateTest, AnAlertOfABackgroundOperationWaitsForTheOneThatIsUp) {

@@ -77,7 +77,8 @@ TEST_F(PreferencesTest, AutoLoginStoresWhoIsSignedInAndForgetsThem) {
     EXPECT_EQ(stored("kAutoLogin"), u"Yes");
     EXPECT_EQ(stored("kUsername"), u"ann");
     EXPECT_EQ(stored("kPassword"), u"secret, with a comma");
-    EXPECT_EQ(QFile::permissions(defaults.fileName()) & (QFile::ReadGroup | QFile::ReadOther), QFile::Permissions());
+    EXPECT_EQ(QFile::permissions(defaults.fileName()) & (QFile::ReadGroup | QFile::ReadOther),
+              QFile::Permissions());
     elements().Log_in_menu_item->trigger();
     EXPECT_EQ(stored("kAutoLogin"), u"Yes") << "logging out leaves it";
     start();
@@ -96,7 +97,8 @@ TEST_F(PreferencesTest, TheInstructionsGoForwardAndBack) {
     EXPECT_EQ(elements().Quillery_Box->contentView(), elements().Instructions_view);
     const auto state = [this] {
         return elements().Instructions_page->text().left(1) +
-               (elements().Inst_Back->isEnabled() ? u'+' : u'-') + (elements().Inst_Next->isEnabled() ? u'+' : u'-');
+               (elements().Inst_Back->isEnabled() ? u'+' : u'-') +
+               (elements().Inst_Next->isEnabled() ? u'+' : u'-');
     };
     EXPECT_EQ(state(), u"1-+");
     elements().Inst_Next->click();
@@ -136,7 +138,8 @@ TEST_F(PreferencesTest, LinksOpenWhatIsConfiguredAndCloseThePopover) {
                            {u"tutorials"_qs, u"https://example.org/help"_qs}};
     start();
     elements().Windowed_mode_item->trigger();
-    for (QPushButton *button : {elements().Web_intro, elements().Mail_intro, elements().intro_open_tutorials}) {
+    for (QPushButton *button :
+         {elements().Web_intro, elements().Mail_intro, elements().intro_open_tutorials}) {
         elements().Contact_us_windowed_mode->click();
         EXPECT_TRUE(elements().Intro_popover->isVisible());
         button->click();

@@ -3,6 +3,8 @@
 #include <QTest>
 #include <filesystem>
 #include <fstream>
+#include <map>
+#include <tuple>
 
 #include "tests/app/ControllerTest.h"
 
@@ -245,7 +247,7 @@ TEST_F(SavedListTest, RemovingOnTheServer) {
     EXPECT_EQ(items(), (Items{"a", ""}));
 }
 
-TEST_F(SavedListTest, SharingShowsTheFriends) {
+TEST_F(SavedListTest, SharingNeedsATextAndAFriend) {
     setAutoLogin(QStringLiteral("alice"));
     putLocal("");
     putRemote(".alice_Quillery.txt", "a" + kEnd);
@@ -260,12 +262,6 @@ TEST_F(SavedListTest, SharingShowsTheFriends) {
     alerts.expect(QStringLiteral("Alert!"), QStringLiteral("You have no firends in the list"));
     pick(0);
     EXPECT_EQ(delegate->interface.Quillery_Box->contentView(), delegate->interface.List_View);
-    putRemote("alice_Contacts.txt", "bob" + kEnd + "carol" + kEnd);
-    pick(0);
-    EXPECT_EQ(delegate->interface.Quillery_Box->contentView(), delegate->interface.Contacts_view);
-    EXPECT_EQ(delegate->Contacts_array, (Items{"bob", "carol", ""}));
-    EXPECT_EQ(delegate->interface.Contacts_table->model()->rowCount(), 3);
-    EXPECT_EQ(list().stringValue(), "a");
 }
 
 TEST_F(SavedListTest, MakingAvailableOffline) {
@@ -294,26 +290,61 @@ TEST_F(SavedListTest, MakingAvailableOffline) {
 TEST_F(SavedListTest, ModesExcludeOneAnotherAndShowWhatAPickWillDo) {
     setAutoLogin(QStringLiteral("alice"));
     start();
-    Interface &i = delegate->interface;
-    const auto placeholder = [&] { return list().findChild<QLineEdit *>()->placeholderText(); };
-    i.RemoveItem_button->click();
-    EXPECT_EQ(placeholder(), QStringLiteral("Tab to remove item"));
-    i.Share_switch->click();
-    EXPECT_EQ(placeholder(), QStringLiteral("Tab to remove item")) << "sharing leaves it as it is";
-    EXPECT_EQ(i.Remove_item_label->text(), QStringLiteral("Remove Item"));
-    EXPECT_EQ(i.Share_label->text(), QStringLiteral("Done"));
-    EXPECT_FALSE(i.RemoveItem_button->isChecked());
-    EXPECT_TRUE(i.Share_switch->isChecked());
-    i.Read_local_button->click();
-    EXPECT_FALSE(delegate->ShareMode_enabled);
-    EXPECT_EQ(i.Share_label->text(), QStringLiteral("Share"));
-    EXPECT_EQ(placeholder(), QStringLiteral("Tab to make available offline"));
-    i.Read_local_button->click();
-    EXPECT_EQ(placeholder(), QStringLiteral("Tab to copy to the clipboard"));
-    EXPECT_EQ(i.Make_available_offline_label->text(), QStringLiteral("Make available offline"));
-    i.RemoveItem_button->click();
-    i.RemoveItem_button->click();
-    EXPECT_EQ(placeholder(), QStringLiteral("Tab to copy to clipboard"));
-    EXPECT_EQ(i.Remove_item_label->text(), QStringLiteral("Remove item"));
-    EXPECT_FALSE(i.RemoveItem_button->isChecked());
+    const std::map<char, std::pair<QAbstractButton *, const char *>> modes = {
+        {'r', {i().RemoveItem_button, "A pick removes the text from the list."}},
+        {'s', {i().Share_switch, "A pick sends the text to a friend."}},
+        {'o', {i().Read_local_button, "A pick copies the text into the list on this machine."}}};
+    struct Step {
+        char toggle, mode;
+        const char *remove, *share, *offline, *placeholder;
+    };
+    const char *const offline = "Make available offline";
+    const char *const toRemove = "Tab to remove item";
+    const char *const toKeep = "Tab to make available offline";
+    const char *const toCopy = "Tab to copy to clipboard";
+    // From each mode to each.
+    for (const Step &step : {Step{'r', 'r', "Done", "Share", offline, toRemove},
+                             {'r', '-', "Remove item", "Share", offline, toCopy},
+                             {'s', 's', "Remove Item", "Done", offline, toCopy},
+                             {'s', '-', "Remove Item", "Share", offline, toCopy},
+                             {'o', 'o', "Remove item", "Share", "Done", toKeep},
+                             {'o', '-', "Remove item", "Share", offline, "Tab to copy to the clipboard"},
+                             {'r', 'r', "Done", "Share", offline, toRemove},
+                             {'s', 's', "Remove Item", "Done", offline, toRemove},
+                             {'r', 'r', "Done", "Share", offline, toRemove},
+                             {'o', 'o', "Remove item", "Share", "Done", toKeep},
+                             {'r', 'r', "Done", "Share", offline, toRemove},
+                             {'o', 'o', "Remove item", "Share", "Done", toKeep},
+                             {'s', 's', "Remove Item", "Done", offline, toKeep},
+                             {'o', 'o', "Remove item", "Share", "Done", toKeep}}) {
+        SCOPED_TRACE(std::string({step.toggle, step.mode}));
+        modes.at(step.toggle).first->click();
+        EXPECT_EQ(
+            std::tuple(delegate->RemoveMode_enabled, delegate->ShareMode_enabled, delegate->Read_Local_mode),
+            std::tuple(step.mode == 'r', step.mode == 's', step.mode == 'o'));
+        for (const auto &[letter, mode] : modes) EXPECT_EQ(mode.first->isChecked(), letter == step.mode);
+        EXPECT_EQ(i().Remove_item_label->text(), QLatin1String(step.remove));
+        EXPECT_EQ(i().Share_label->text(), QLatin1String(step.share));
+        EXPECT_EQ(i().Make_available_offline_label->text(), QLatin1String(step.offline));
+        EXPECT_EQ(list().findChild<QLineEdit *>()->placeholderText(), QLatin1String(step.placeholder));
+        EXPECT_EQ(i().Mode_hint->text(),
+                  QLatin1String(step.mode == '-' ? "A pick puts the text on the clipboard."
+                                                 : modes.at(step.mode).second));
+    }
+}
+
+TEST_F(SavedListTest, CleaningSignedOutLeavesTheServerAlone) {
+    putLocal("mine" + kEnd);
+    putRemote("._Quillery.txt", "abc" + kEnd);
+    start();
+    openList();
+    alerts.expect(QStringLiteral("Sure?"), QStringLiteral("Are you sure,you want to clean your list?"));
+    alerts.expect(QStringLiteral("Success!"), QStringLiteral("You've successfully cleaned your list."));
+    i().Clear_list_button->click();
+    settle();
+    EXPECT_EQ(local(), "");
+    EXPECT_EQ(items(), Items{""});
+    EXPECT_EQ(remote("._Quillery.txt"), "abc" + kEnd) << "not even the list of nobody";
+    alerts.expect(kError, kEmptySpace);
+    pick(0);
 }

@@ -28,7 +28,8 @@ class Portal : public QDBusVirtualObject {
     bool handleMessage(const QDBusMessage &message, const QDBusConnection &connection) override {
         if (message.member() != u"Read") return false;
         const QDBusVariant inner{scheme_};
-        return connection.send(message.createReply(QVariant::fromValue(QDBusVariant(QVariant::fromValue(inner)))));
+        return connection.send(
+            message.createReply(QVariant::fromValue(QDBusVariant(QVariant::fromValue(inner)))));
     }
     void change(unsigned scheme) {
         QDBusMessage signal = QDBusMessage::createSignal(kPath, kSettings, QStringLiteral("SettingChanged"));
@@ -39,7 +40,8 @@ class Portal : public QDBusVirtualObject {
 
   private:
     unsigned scheme_;
-    QDBusConnection bus_ = QDBusConnection::connectToBus(QDBusConnection::SessionBus, QStringLiteral("portal"));
+    QDBusConnection bus_ =
+        QDBusConnection::connectToBus(QDBusConnection::SessionBus, QStringLiteral("portal"));
 };
 
 bool isDark() {
@@ -49,7 +51,9 @@ bool isDark() {
 // The contrast of two colours as the web's accessibility guidelines define it.
 double contrast(const QColor &one, const QColor &other) {
     const auto luminance = [](const QColor &color) {
-        const auto part = [](double c) { return c <= 0.03928 ? c / 12.92 : std::pow((c + 0.055) / 1.055, 2.4); };
+        const auto part = [](double c) {
+            return c <= 0.03928 ? c / 12.92 : std::pow((c + 0.055) / 1.055, 2.4);
+        };
         return 0.2126 * part(color.redF()) + 0.7152 * part(color.greenF()) + 0.0722 * part(color.blueF());
     };
     const double a = luminance(one);
@@ -73,10 +77,14 @@ TEST(ColorSchemeTest, FollowsTheDesktopNowAndLater) {
 TEST(ColorSchemeTest, EveryTextCanBeReadInTheDark) {
     const QPalette dark = ColorScheme::darkPalette();
     const std::pair<QPalette::ColorRole, QPalette::ColorRole> pairs[] = {
-        {QPalette::WindowText, QPalette::Window},      {QPalette::Text, QPalette::Base},
-        {QPalette::Text, QPalette::AlternateBase},     {QPalette::ButtonText, QPalette::Button},
-        {QPalette::ToolTipText, QPalette::ToolTipBase}, {QPalette::HighlightedText, QPalette::Highlight},
-        {QPalette::Link, QPalette::Base},              {QPalette::PlaceholderText, QPalette::Base},
+        {QPalette::WindowText, QPalette::Window},
+        {QPalette::Text, QPalette::Base},
+        {QPalette::Text, QPalette::AlternateBase},
+        {QPalette::ButtonText, QPalette::Button},
+        {QPalette::ToolTipText, QPalette::ToolTipBase},
+        {QPalette::HighlightedText, QPalette::Highlight},
+        {QPalette::Link, QPalette::Base},
+        {QPalette::PlaceholderText, QPalette::Base},
     };
     for (const auto &[text, background] : pairs)
         EXPECT_GE(contrast(dark.color(text), dark.color(background)), 4.5) << text << " on " << background;

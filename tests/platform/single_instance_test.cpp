@@ -11,7 +11,8 @@ namespace {
 // Asks from another thread, since the answer needs this one's event loop.
 std::optional<SingleInstance::Answer> ask(const std::string &request) {
     auto answer = std::async(std::launch::async, [request] { return SingleInstance::send(request); });
-    EXPECT_TRUE(waitFor([&] { return answer.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }));
+    EXPECT_TRUE(
+        waitFor([&] { return answer.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }));
     return answer.get();
 }
 

@@ -19,8 +19,8 @@ void write(const QString &file, const QByteArray &bytes) {
 
 TEST(UserDefaultsTest, SetsADamagedFileAside) {
     const QString file = UserDefaults().fileName();
-    const QByteArray damaged[] = {QByteArray("[General]\nkUser\0name=ann\n", 25), "[General]\nkUsername=ann\nkPas",
-                                  "[Gen", "\x89PNG\r\n"};
+    const QByteArray damaged[] = {QByteArray("[General]\nkUser\0name=ann\n", 25),
+                                  "[General]\nkUsername=ann\nkPas", "[Gen", "\x89PNG\r\n"};
     int number = 0;
     for (const QByteArray &bytes : damaged) {
         write(file, bytes);

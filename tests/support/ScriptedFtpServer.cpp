@@ -89,6 +89,7 @@ class ScriptedFtpServer::Session {
     /// command goes on after it.
     bool answer(std::string_view at, const std::string &usual, bool *goesOn = nullptr) {
         const std::optional<Fault> fault = server_.nextFault(at);
+        if (fault && fault->meanwhile) fault->meanwhile();
         if (fault && fault->stalls) server_.pauseForever();
         if (fault && !server_.pause(fault->delay)) return false;
         std::string reply = usual;
@@ -276,6 +277,11 @@ void ScriptedFtpServer::release(int descriptor) {
     const std::scoped_lock lock(mutex_);
     clients_.erase(descriptor);
     close(descriptor);
+}
+
+void ScriptedFtpServer::setFaults(Faults faults) {
+    const std::scoped_lock lock(mutex_);
+    faults_ = std::move(faults);
 }
 
 std::optional<Fault> ScriptedFtpServer::nextFault(std::string_view at) {

@@ -32,6 +32,8 @@ struct Fault {
     bool dribbles = false;
     /// Says and does nothing more on this connection.
     bool stalls = false;
+    /// Runs before it replies, on a thread of the server's; not at "data".
+    std::function<void()> meanwhile = {};
     /// Behaves well that many times first, and again after so many faults; counted over all connections.
     int skip = 0;
     int times = std::numeric_limits<int>::max();
@@ -50,6 +52,8 @@ class ScriptedFtpServer {
     ScriptedFtpServer &operator=(const ScriptedFtpServer &) = delete;
 
     std::uint16_t port() const { return port_; }
+    /// From now on it has these instead.
+    void setFaults(Faults faults);
     /// By path as the client says it, such as "htdocs/name".
     void setFile(const std::string &path, std::string content);
     std::optional<std::string> file(const std::string &path) const;

@@ -59,8 +59,12 @@ class Part:
     def is_showing(self):
         return int(self.object.GetState(dbus_interface=ACCESSIBLE)[0]) & SHOWING
 
+    def place(self):
+        """Its left and upper edge on the screen, its width and height."""
+        return tuple(int(n) for n in self.object.GetExtents(dbus.UInt32(0), dbus_interface=COMPONENT))
+
     def click(self, from_left=None):
-        x, y, width, height = (int(n) for n in self.object.GetExtents(dbus.UInt32(0), dbus_interface=COMPONENT))
+        x, y, width, height = self.place()
         if width <= 0 or height <= 0:
             raise Failure(f"“{self.name()}” has no place on the screen")
         xdotool("mousemove", x + (from_left or width // 2), y + height // 2, "click", 1)
