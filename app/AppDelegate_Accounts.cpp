@@ -107,8 +107,11 @@ void AppDelegate::Sing_in_done(QObject *) {
     const std::string user = toUtf8(i.Sign_in_username->text());
     const QString reading = tr("Asking the storage server for the account…");
     const auto usernameFile = serverText(StorageNames::username(user), reading);
-    const auto passwordFile = serverText(StorageNames::password(user), reading);
-    const bool isConnected = Check_if_internet_connection_is_found();
+    // Whoever gives up one of these steps wants none of the others.
+    bool isGivenUp = shell_.waiting.wasCancelled();
+    const auto passwordFile = isGivenUp ? std::nullopt : serverText(StorageNames::password(user), reading);
+    isGivenUp |= shell_.waiting.wasCancelled();
+    const bool isConnected = isGivenUp || Check_if_internet_connection_is_found();
     const SignInForm form{i.Sign_in_username->text(), i.Sign_in_password->text()};
     setFormLocked(signInForm(), false);
     if (!isConnected) {

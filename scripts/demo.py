@@ -14,6 +14,7 @@ import sys
 import dbus
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.realpath(__file__)), "..", "tests", "support"))
+import xfce_panel  # noqa: E402
 from screen import Failure, Screen, session, wait, xdotool  # noqa: E402
 
 PROGRAM, PICTURES = sys.argv[1:]
@@ -24,28 +25,6 @@ ENTRY_END = "\n-CLIPBOARD'S END-\n"
 FIRST = "Grüße an Zoë: 100 € for the tickets\nsecond line, with  two blanks"
 SECOND = "A second text, copied later"
 
-PANEL = """<?xml version="1.0" encoding="UTF-8"?>
-<channel name="xfce4-panel" version="1.0">
-  <property name="configver" type="int" value="2"/>
-  <property name="panels" type="array"><value type="int" value="1"/>
-    <property name="panel-1" type="empty">
-      <property name="position" type="string" value="p=6;x=0;y=0"/>
-      <property name="position-locked" type="bool" value="true"/>
-      <property name="length" type="uint" value="100"/>
-      <property name="size" type="uint" value="30"/>
-      <property name="plugin-ids" type="array">
-        <value type="int" value="1"/><value type="int" value="2"/>
-      </property>
-    </property>
-  </property>
-  <property name="plugins" type="empty">
-    <property name="plugin-1" type="string" value="separator">
-      <property name="expand" type="bool" value="true"/><property name="style" type="uint" value="0"/>
-    </property>
-    <property name="plugin-2" type="string" value="systray"/>
-  </property>
-</channel>
-"""
 
 
 pictures = 0
@@ -147,16 +126,14 @@ def choose(name, *keys):
 # ---------------------------------------------------------------- the demonstration
 
 screen = Screen()
-os.makedirs(f"{HOME}/.config/xfce4/xfconf/xfce-perchannel-xml")
-with open(f"{HOME}/.config/xfce4/xfconf/xfce-perchannel-xml/xfce4-panel.xml", "w", encoding="utf-8") as file:
-    file.write(PANEL)
+xfce_panel.configure(HOME)
 note = os.path.join(HOME, "note.txt")
 with open(note, "w", encoding="utf-8") as file:
     file.write(FIRST)
 running = []
 try:
     with step("A desktop with a status bar and notifications is up", "desktop"):
-        running += [start("xfce4-panel", "--disable-wm-check"), start("dunst")]
+        running += [start(*xfce_panel.COMMAND), start("dunst")]
         for service in ("org.kde.StatusNotifierWatcher", "org.freedesktop.Notifications"):
             wait(service, lambda service=service: session.name_has_owner(service))
     with step("Quillery starts for the first time and introduces itself", "intro"):

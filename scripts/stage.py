@@ -18,6 +18,7 @@ import time
 SUPPORT = os.path.join(os.path.dirname(os.path.realpath(__file__)), "..", "tests", "support")
 sys.dont_write_bytecode = True
 sys.path.insert(0, SUPPORT)
+import xfce_panel  # noqa: E402
 from screen import Failure, Screen, session, wait, xdotool  # noqa: E402
 from status_menu import StatusMenu  # noqa: E402
 
@@ -38,26 +39,6 @@ TEXTS = (
     "Grüße aus Köln, bis bald!",
 )
 
-PANEL = """<?xml version="1.0" encoding="UTF-8"?>
-<channel name="xfce4-panel" version="1.0">
-  <property name="configver" type="int" value="2"/>
-  <property name="panels" type="array"><value type="int" value="1"/>
-    <property name="panel-1" type="empty">
-      <property name="position" type="string" value="p=6;x=0;y=0"/>
-      <property name="position-locked" type="bool" value="true"/>
-      <property name="length" type="uint" value="100"/>
-      <property name="size" type="uint" value="28"/>
-      <property name="plugin-ids" type="array"><value type="int" value="1"/><value type="int" value="2"/></property>
-    </property>
-  </property>
-  <property name="plugins" type="empty">
-    <property name="plugin-1" type="string" value="separator">
-      <property name="expand" type="bool" value="true"/><property name="style" type="uint" value="0"/>
-    </property>
-    <property name="plugin-2" type="string" value="systray"/>
-  </property>
-</channel>
-"""
 # Its scale leaves the font alone.
 NOTIFICATIONS = """[global]
 scale = {scale}
@@ -177,13 +158,13 @@ def windows(*search):
 def desktop():
     """A status bar and a notification service, for as long as it lasts."""
     home = pathlib.Path(os.environ["XDG_CONFIG_HOME"])
-    write(home / "xfce4/xfconf/xfce-perchannel-xml/xfce4-panel.xml", PANEL)
+    xfce_panel.configure(os.environ["HOME"])
     write(home / "dunst/dunstrc", NOTIFICATIONS.format(scale=SCALE, points=9 * SCALE))
     write(home / "gtk-3.0/settings.ini", "[Settings]\ngtk-cursor-blink=false\ngtk-font-name=DejaVu Sans 9\n")
     subprocess.run(["display", "-window", "root", f"xc:{BACKGROUND}"], check=False, timeout=30)  # says 1 when it is done, too
     environment = {**os.environ, "GDK_SCALE": str(SCALE)}
     services = [subprocess.Popen(command, stdin=subprocess.DEVNULL, env=environment)
-                for command in (["xfce4-panel", "--disable-wm-check"], ["dunst"])]
+                for command in (xfce_panel.COMMAND, ["dunst"])]
     try:
         for name in ("org.kde.StatusNotifierWatcher", "org.freedesktop.Notifications"):
             wait(name, lambda name=name: session.name_has_owner(name))

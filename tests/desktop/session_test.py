@@ -1,4 +1,4 @@
-"""What the program hands to the rest of the desktop: the start with a session, and links. Usage: session_test.py PROGRAM, on
+"""What the program has to do with the rest of the desktop: the start with a session, links, a panel that comes and goes. Usage: session_test.py PROGRAM, on
 a private desktop without a window manager (tests/support): the session brings its own."""
 
 import os
@@ -9,7 +9,9 @@ import sys
 import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.realpath(__file__)), "..", "support"))
-from screen import Screen, wait  # noqa: E402
+import xfce_panel  # noqa: E402
+from screen import Screen, session, wait  # noqa: E402
+from status_menu import StatusMenu  # noqa: E402
 
 PROGRAM = sys.argv.pop(1)
 HOME = pathlib.Path(os.environ["HOME"])
@@ -38,10 +40,11 @@ class SessionTest(unittest.TestCase):
     def command(self, word):
         return subprocess.run([PROGRAM, word], capture_output=True, timeout=60, check=False, env=self.environment).returncode
 
-    def start(self, program):
-        process = subprocess.Popen([program], env=self.environment, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    def start(self, *command):
+        process = subprocess.Popen(command, env=self.environment, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         self.addCleanup(process.wait, 10)
         self.addCleanup(process.kill)
+        return process
 
     def test_the_session_starts_what_the_preferences_ask_for(self):
         self.start(PROGRAM)
@@ -66,6 +69,20 @@ class SessionTest(unittest.TestCase):
         wait("links", lambda: self.opened.exists() and self.opened.read_text(encoding="utf-8").splitlines() == [
             "https://example.org/a?b=c", "mailto:?to=ann%40example.org&subject=&body="])
         self.assertFalse(self.screen.all("quillery", "push button", "Facebook"))
+        self.assertEqual(self.command("--quit"), 0)
+
+    def test_a_panel_that_comes_late_or_again_gets_the_icon(self):
+        xfce_panel.configure(HOME)
+        program = self.start(PROGRAM)
+        menu = lambda: self.screen.all("quillery", "push button", "Menu")  # noqa: E731, of the windowed mode
+        wait("windowed mode", menu)
+        for _ in range(2):
+            panel = self.start(*xfce_panel.COMMAND)
+            wait("end of the windowed mode", lambda: not menu())
+            self.assertIn("Saved List", [label for _, label, *_ in StatusMenu(session, program.pid).items()])
+            panel.kill()
+            panel.wait(10)
+            wait("windowed mode", menu)
         self.assertEqual(self.command("--quit"), 0)
 
 
