@@ -25,7 +25,7 @@ LARGE_KINDS = ("vsftpd", "pureftpd")  # the two that are fast enough for the cli
 SMALL_BYTES = 10_000
 LARGE_BYTES = 1 << 30
 MEDIUM_BYTES = 10 << 20
-ROUNDS = 9  # of the large transfers, after one that does not count
+ROUNDS = 12  # of the large transfers, after one that does not count
 MEMORY_ROUNDS = 3
 SMALL_TRANSFERS = 1000
 RIVAL_SMALL_TRANSFERS = 100  # curl takes half a second for each upload to Pure-FTPd
@@ -258,8 +258,8 @@ def main():
     try:
         for kind in LARGE_KINDS:
             for direction, of_client in measure_large(program, folder, kind).items():
-                table.rival_rows(f"1 GiB, {direction}, {kind}",
-                                 {name: Series([s * 1000 for s in values], "ms") for name, values in of_client.items()}, 1)
+                table.race_rows(f"1 GiB, {direction}, {kind}",
+                                {name: [s * 1000 for s in values] for name, values in of_client.items()}, "ms")
         peaks = measure_memory(program, folder)
         for direction in ("upload", "download"):
             medium, large = ({name: Series([k / 1024 for k in values], "MiB") for name, values in peaks[size, direction].items()}
