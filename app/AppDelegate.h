@@ -23,7 +23,8 @@
 #include "platform/TableView.h"
 
 // The one controller: it owns every interface element and all of the program's state, and its operations are
-// what the user can do. The sections below follow the sources, in their order.
+// what the user can do. The sections below follow the sources, in their order; what several of them need is in
+// AppDelegate_Services.cpp, and which control runs what in AppDelegate_Wiring.cpp.
 //
 // UI thread only, with one exception: the operations said to run in the background run on a thread of their
 // own, take copies, and reach the fields and the interface through Shell::ui alone.
@@ -36,7 +37,8 @@ class AppDelegate : public QObject, public TableViewDataSource {
     explicit AppDelegate(Shell shell);
     ~AppDelegate() override;
 
-    // ---- Core: start-up, status menu, probe, quit (AppDelegate.cpp) ----
+    // ---- Core: start-up, status menu, probe (AppDelegate.cpp), requests of other processes and quitting
+    // (AppDelegate_Commands.cpp) ----
 
     // The whole start-up; on first use only the intro. Runs again when the intro ends.
     void applicationDidFinishLaunching();

@@ -9,6 +9,7 @@
 
 #include "FTPManager/FTPManager.h"
 #include "LogCapture.h"
+#include "support/Listener.h"
 #include "support/ScriptedFtpServer.h"
 
 namespace {
@@ -193,27 +194,17 @@ TEST(MuteServer, DoesNotHoldUpTheEndOfTheTransport) {
 
 TEST(UnreachableServer, IsGivenUpAfterTheConnectLimit) {
     // A listener whose queue is full: the kernel drops further connections without a word.
-    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    auto *const generic = reinterpret_cast<sockaddr *>(&address);
-    ASSERT_EQ(bind(listener, generic, size), 0);
-    ASSERT_EQ(listen(listener, 0), 0);
-    ASSERT_EQ(getsockname(listener, generic, &size), 0);
+    std::optional<Listener> listener(std::in_place, 0);
+    ASSERT_TRUE(listener->isListening());
     std::vector<int> queued;
-    for (int i = 0; i < 4; ++i) {
-        queued.push_back(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-        connect(queued.back(), generic, size);
-    }
-    Client client(ntohs(address.sin_port), {.connectTimeout = 400ms, .idleTimeout = 60s});
+    for (int i = 0; i < 4; ++i) queued.push_back(listener->connectWithoutWaiting());
+    Client client(listener->port(), {.connectTimeout = 400ms, .idleTimeout = 60s});
     const Clock::time_point start = Clock::now();
     EXPECT_FALSE(client.upload("x"));
     EXPECT_GE(Clock::now() - start, 300ms);
     EXPECT_LT(Clock::now() - start, 5s);
     for (const int descriptor : queued) close(descriptor);
-    close(listener);
+    listener.reset();
     EXPECT_FALSE(client.upload("x")) << "nobody listens there any more";
 }
 

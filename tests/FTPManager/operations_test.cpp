@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,6 +10,7 @@
 #include "FTPManager/ControlConnection.h"
 #include "FTPManager/FTPManager.h"
 #include "LogCapture.h"
+#include "support/Listener.h"
 #include "support/ScriptedFtpServer.h"
 #include "support/StorageServer.h"
 #include "support/TemporaryFolder.h"
@@ -357,18 +357,11 @@ TEST_F(Operations, AreShownByTheExample) {
 
 TEST(Commands, WaitForNoAnswerBeforeTheLastLineIsSent) {
     // A server that says nothing, not even who it is, until the client has said goodbye.
-    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    auto *const generic = reinterpret_cast<sockaddr *>(&address);
-    ASSERT_EQ(bind(listener, generic, size), 0);
-    ASSERT_EQ(listen(listener, 1), 0);
-    ASSERT_EQ(getsockname(listener, generic, &size), 0);
+    Listener listener(1);
+    ASSERT_TRUE(listener.isListening());
     std::string heard;
     std::jthread patient([&] {
-        const int client = accept(listener, nullptr, nullptr);
+        const int client = accept(listener.descriptor(), nullptr, nullptr);
         char c = 0;
         while (!heard.ends_with("QUIT\r\n") && recv(client, &c, 1, 0) == 1) heard += c;
         const std::string_view answers = "220 Hello.\r\n331 Password?\r\n230 Welcome.\r\n221 Bye.\r\n";
@@ -376,13 +369,12 @@ TEST(Commands, WaitForNoAnswerBeforeTheLastLineIsSent) {
         close(client);
     });
     FMServer server = FMServer::serverWithDestination("127.0.0.1", "u", "p");
-    server.port = ntohs(address.sin_port);
+    server.port = listener.port();
     FTPManager manager(std::make_shared<FTPTransport>(
         TransportOptions{.limits = kQuickLimits, .tls = TlsMode::kOff, .caFile = {}}));
     EXPECT_TRUE(manager.checkLogin(&server));
     patient.join();
     EXPECT_EQ(heard, "USER u\r\nPASS p\r\nQUIT\r\n");
-    close(listener);
 }
 
 TEST(Answers, AreJudgedByTheFirstCharacterOfEachPiece) {

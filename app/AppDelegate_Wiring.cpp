@@ -1,0 +1,175 @@
+#include <QApplication>
+#include <QKeyEvent>
+
+#include "app/AppDelegate.h"
+
+// Which control runs which operation, and the windows that come and go by themselves.
+
+void AppDelegate::enterFromButton(QAbstractButton *button, Operation operation) {
+    connect(button, &QAbstractButton::clicked, this, [this, button, operation] {
+        shell_.gate.enter([this, button, operation] {
+            if (button->isEnabled()) (this->*operation)(button);  // it may have been disabled since
+        });
+    });
+}
+
+// By any means: assistive programs toggle a box without clicking it.
+void AppDelegate::enterFromToggle(QAbstractButton *toggle, Operation operation) {
+    connect(toggle, &QAbstractButton::toggled, this, [this, toggle, operation] {
+        shell_.gate.enter([this, toggle, operation] {
+            if (toggle->isEnabled()) (this->*operation)(toggle);
+            showModes();
+        });
+    });
+}
+
+void AppDelegate::enterFromMenu(QAction *item, Operation operation) {
+    connect(item, &QAction::triggered, this, [this, item, operation] {
+        shell_.gate.enter([this, item, operation] { (this->*operation)(item); });
+    });
+}
+
+void AppDelegate::wireInterface() {
+    Interface &i = interface;
+    i.Quillery_window->installEventFilter(this);
+    i.Intro_window->installEventFilter(this);
+    i.Windowed_mode->installEventFilter(this);
+    armSavingAndLoading();
+    armContacts();
+    disarmPasswordChange();
+    enterFromMenu(i.Open_sign_in_window, &AppDelegate::Open_sign_in_window);
+    enterFromMenu(i.Open_sign_up_view, &AppDelegate::Open_sign_up_view);
+    enterFromMenu(i.Contacts_item, &AppDelegate::Contacts_item);
+    enterFromMenu(i.Preference_menu_item, &AppDelegate::Preference_menu_item);
+    enterFromMenu(i.Windowed_mode_item, &AppDelegate::Windowed_mode_item);
+    enterFromMenu(i.Instructions, &AppDelegate::Instructions);
+    enterFromMenu(i.Info_Action, &AppDelegate::Info_Action);
+    enterFromMenu(i.Quit, &AppDelegate::Quit);
+
+    connect(i.Clipboard_saved_string_combobox, &ListControl::picked, this,
+            [this](int index, const std::string &text) {
+                shell_.gate.enter([this, index, text] {
+                    finishListUses();
+                    interface.Clipboard_saved_string_combobox->selectPicked(index, text);
+                    Clipboard_combox(interface.Clipboard_saved_string_combobox);
+                });
+            });
+    connect(i.Clipboard_saved_string_combobox, &ListControl::dismissed, i.Quillery_window.get(),
+            &QWidget::close);
+    i.Clipboard_saved_string_combobox->setPlaceholderString(tr("Tab to copy to clipboard"));
+    enterFromToggle(i.RemoveItem_button, &AppDelegate::Remove_item_switch);
+    enterFromToggle(i.Share_switch, &AppDelegate::Share_mode_switch);
+    enterFromToggle(i.Read_local_button, &AppDelegate::Read_local_button);
+
+    enterFromButton(i.Clear_list_button, &AppDelegate::Clean_list);
+
+    enterFromButton(i.Sign_up_done, &AppDelegate::Done_Sign_up);
+    enterFromButton(i.Sign_in_done, &AppDelegate::Sing_in_done);
+    enterFromButton(i.Change_done_button, &AppDelegate::Done_Edit);
+
+    enterFromButton(i.Add_contact_done_button, &AppDelegate::Add_contact_done_button);
+    enterFromButton(i.Remove_contact, &AppDelegate::Remove_contact);
+    enterFromButton(i.startFriends_button, &AppDelegate::startFriendsList);
+    enterFromButton(i.startFriendsToAdd_button, &AppDelegate::startFriendsList);
+    i.Contacts_table->setDataSource(this);
+    connect(i.Contacts_table, &TableView::action, this,
+            [this] { shell_.gate.enter([this] { Selected_friend_from_table(interface.Contacts_table); }); });
+
+    enterFromButton(i.Done_insert_passcode, &AppDelegate::Done_insert_passcode_action);
+    connect(i.Insert_passcode_field, &QLineEdit::returnPressed, i.Done_insert_passcode, &QPushButton::click);
+
+    enterFromButton(i.Done_create_passcode, &AppDelegate::Done_create_passcode);
+    enterFromButton(i.Done_change_passcode, &AppDelegate::Done_change_passcode);
+    enterFromButton(i.Remove_passcode_button, &AppDelegate::Remove_Passcode_action);
+
+    enterFromToggle(i.Open_at_launch_check_box, &AppDelegate::Open_at_launch_action);
+    enterFromToggle(i.Auto_Login_Check_box, &AppDelegate::Auto_Login_action);
+    enterFromButton(i.Change_password_button, &AppDelegate::openChangePasswordView);
+    enterFromButton(i.Inst_Next, &AppDelegate::Inst_Next);
+    enterFromButton(i.Inst_Back, &AppDelegate::Inst_Back);
+
+    enterFromButton(i.Close_windowed, &AppDelegate::Close_windowed);
+    enterFromButton(i.Mini_windowed, &AppDelegate::Mini_windowed);
+    enterFromButton(i.Preference_windowed_mode, &AppDelegate::Preference_WinMode);
+    enterFromButton(i.Tutorials_windowed_mode, &AppDelegate::Tutorials_WinMode);
+    enterFromButton(i.Add_friend_windowed_mode, &AppDelegate::Add_friend_WinMode);
+    enterFromButton(i.Remove_contact_windowed_mode, &AppDelegate::Remove_contact_WinMode);
+    connect(i.Contact_us_windowed_mode, &QPushButton::clicked, this, [this] {
+        shell_.gate.enter([this] { Contact_us_WinMode(interface.Contact_us_windowed_mode); });
+    });
+
+    enterFromButton(i.Start_intro_button, &AppDelegate::Start_intro_button);
+    enterFromButton(i.Mini_Intro, &AppDelegate::Mini_Intro);
+    connect(i.Tovanix_intro, &QPushButton::clicked, this,
+            [this] { shell_.gate.enter([this] { Tovanix_intro(interface.Tovanix_intro); }); });
+    giveLinkItemsTheirAddresses();
+
+    connect(i.Windowed_menu_button, &QPushButton::clicked, this, [this] {
+        QPushButton &button = *interface.Windowed_menu_button;
+        interface.Quillery_Menu.popup(button.mapToGlobal(QPoint(0, button.height())));
+    });
+
+    connect(&shell_.notificationCenter, &UserNotifications::activated, this,
+            [this] { shell_.gate.enter([this] { userNotificationCenter_didActivateNotification(); }); });
+    connect(&shell_.notificationCenter, &UserNotifications::undeliverable, this, &AppDelegate::showBanner);
+    i.notificationBanner->installEventFilter(this);
+
+    QSizePolicy keepsItsPlace = i.Checking_cancel->sizePolicy();
+    keepsItsPlace.setRetainSizeWhenHidden(true);
+    i.Checking_cancel->setSizePolicy(keepsItsPlace);
+    i.Checking_cancel->hide();
+    connect(i.Checking_cancel, &QPushButton::clicked, &shell_.waiting, &Waiting::cancel);
+    connect(i.waitingWindow.get(), &WaitingWindow::cancelled, &shell_.waiting, &Waiting::cancel);
+    connect(&shell_.waiting, &Waiting::slow, this, &AppDelegate::showWaiting);
+    connect(&shell_.waiting, &Waiting::finished, this, &AppDelegate::hideWaiting);
+}
+
+bool AppDelegate::eventFilter(QObject *watched, QEvent *event) {
+    const bool isEscape =
+        event->type() == QEvent::KeyPress && static_cast<QKeyEvent *>(event)->key() == Qt::Key_Escape;
+    if (watched == interface.Quillery_window.get() && isEscape) interface.Quillery_window->close();
+    const bool isClosedByUser = event->type() == QEvent::Close && event->spontaneous();
+    if (watched == interface.Intro_window.get() && isClosedByUser && !settingIs("kIsNotFirstUse", "YES")) {
+        QCoreApplication::exit(0);
+    }
+    if (watched == interface.Windowed_mode.get() && isClosedByUser && !Status_Item->isShown()) {
+        event->ignore();
+        shell_.gate.enter([this] { Quit(nullptr); });
+        return true;
+    }
+    if (watched == interface.notificationBanner.get() && event->type() == QEvent::MouseButtonRelease) {
+        interface.notificationBanner->hide();
+        if (!bannerIsNotification_) return QObject::eventFilter(watched, event);
+        shell_.gate.enter([this] { userNotificationCenter_didActivateNotification(); });
+    }
+    return QObject::eventFilter(watched, event);
+}
+
+// For a desktop without a notification service.
+void AppDelegate::showBanner(const QString &title, const QString &text) {
+    showNote(title, text);
+    bannerIsNotification_ = true;
+}
+
+// A click only takes it away.
+void AppDelegate::showNote(const QString &title, const QString &text) {
+    bannerIsNotification_ = false;
+    interface.notificationLabel->setText(title + QStringLiteral("\n") + text);
+    interface.notificationBanner->adjustSize();
+    interface.notificationBanner->showRelativeTo(nullptr, Popover::Edge::kMaxY);
+    bannerTime_.start();
+}
+
+void AppDelegate::showWaiting(const QString &whatFor) {
+    if (interface.Checking_for_connection_view->isVisible()) {
+        interface.Checking_label->setText(whatFor);
+        interface.Checking_cancel->show();
+    } else {
+        interface.waitingWindow->showFor(whatFor, tr("Cancel"), true);
+    }
+}
+
+void AppDelegate::hideWaiting() {
+    interface.Checking_cancel->hide();
+    interface.waitingWindow->hide();
+}
