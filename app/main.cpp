@@ -11,6 +11,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 #include <thread>
 
 #include "app/AppDelegate.h"
@@ -121,8 +122,9 @@ int main(int argc, char **argv) {
     const CommandLine line = CommandLine::parse(argumentsOf(argc, argv));
     if (line.task != CommandLine::Task::kRun || !line.problem.isEmpty()) return runCommand(line);
 
-    if (const std::string problem = problemOfDisplay(); !problem.empty()) {
-        say(problem);
+    std::optional<DisplayCheck> display(std::in_place);
+    if (!display->problem().empty()) {
+        say(display->problem());
         return kRefused;
     }
     SingleInstance instance;
@@ -133,6 +135,7 @@ int main(int argc, char **argv) {
     }
 
     QApplication application(argc, argv);
+    display.reset();
     if (QApplication::arguments().size() > 1) {
         say("unknown argument " + QApplication::arguments().at(1).toStdString() + "\n" +
             CommandLine::help().toStdString());
