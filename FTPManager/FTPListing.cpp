@@ -200,7 +200,7 @@ std::optional<FTPResourceType> typeOf(char letter) {
 /// name.
 void splitLink(FTPResource &entry) {
     constexpr std::string_view kArrow = " -> ";
-    std::size_t arrow = entry.name.find(kArrow);
+    std::size_t arrow = entry.name.find(kArrow, 1);  // a name is never empty
     if (arrow == std::string::npos) return;
     if (entry.size > 0 && entry.name.size() > entry.size + kArrow.size()) {
         const std::size_t bySize = entry.name.size() - entry.size - kArrow.size();

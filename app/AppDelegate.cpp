@@ -91,6 +91,7 @@ void AppDelegate::applicationDidFinishLaunching() {
         lockIfPasscodeIsSet();
     }
     fillSavedListAtStart();
+    if (isLocked()) interface.Quillery_Box->setContentView(interface.Insert_passcode_view);
     showPreferences();
     malloc_trim(0);  // it is going to rest in the status bar for hours
 }

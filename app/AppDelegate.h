@@ -23,8 +23,8 @@
 #include "platform/TableView.h"
 
 // The one controller: it owns every interface element and all of the program's state, and its operations are
-// what the user can do. The sections below follow the sources, in their order; what several of them need is in
-// AppDelegate_Services.cpp, and which control runs what in AppDelegate_Wiring.cpp.
+// what the user can do. The sections below follow the sources, in their order; what several of them need is
+// in AppDelegate_Services.cpp, and which control runs what in AppDelegate_Wiring.cpp.
 //
 // UI thread only, with one exception: the operations said to run in the background run on a thread of their
 // own, take copies, and reach the fields and the interface through Shell::ui alone.
@@ -64,8 +64,9 @@ class AppDelegate : public QObject, public TableViewDataSource {
 
     // Saves the clipboard's text into the list.
     void Save_bar_item(QObject *sender);
-    // The same; whether it was announced as saved.
-    bool saveClipboard();
+    // The same; whether it was announced as saved. `refused` may be empty; it hears why not before the user
+    // is told.
+    bool saveClipboard(const std::function<void(const QString &why)> &refused);
     // The same for the hot key, which arrives from outside the gate.
     Q_INVOKABLE void Save_bar_item(const VkKeyEvent &event);
 
@@ -230,6 +231,7 @@ class AppDelegate : public QObject, public TableViewDataSource {
     void applyOfflineState();
     void applySignedOutState();
     void lockIfPasscodeIsSet();
+    bool isLocked() const { return menu.Unlock_passcode_item.hasAction(); }
     void hideListFromSight();
     void armSavingAndLoading();
     void armContacts();

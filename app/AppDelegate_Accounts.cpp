@@ -107,11 +107,11 @@ void AppDelegate::Sing_in_done(QObject *) {
     const std::string user = toUtf8(i.Sign_in_username->text());
     const QString reading = tr("Asking the storage server for the account…");
     const auto usernameFile = serverText(StorageNames::username(user), reading);
-    // Whoever gives up one of these steps wants none of the others.
+    // Whoever gives up one of these steps gives up the others with it: they gave nothing, too.
     bool isGivenUp = shell_.waiting.wasCancelled();
     const auto passwordFile = isGivenUp ? std::nullopt : serverText(StorageNames::password(user), reading);
     isGivenUp |= shell_.waiting.wasCancelled();
-    const bool isConnected = isGivenUp || Check_if_internet_connection_is_found();
+    const bool isConnected = !isGivenUp && Check_if_internet_connection_is_found();
     const SignInForm form{i.Sign_in_username->text(), i.Sign_in_password->text()};
     setFormLocked(signInForm(), false);
     if (!isConnected) {

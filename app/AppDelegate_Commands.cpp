@@ -21,12 +21,15 @@ void AppDelegate::performRequest(const std::string &request, const SingleInstanc
         if (QWidget *asking = QApplication::activeModalWidget()) orderFront(*asking);
         shell_.gate.enter([this] { bringToFront(); });
     } else if (!Status_Item) {
-        orderFront(*interface.Intro_window);
+        if (!QApplication::activeModalWidget()) orderFront(*interface.Intro_window);
         reply({1, words(tr("Quillery has only just been started: finish its introduction first."))});
+    } else if (QWidget *asking = QApplication::activeModalWidget()) {
+        orderFront(*asking);
+        reply({1, words(tr("Quillery is waiting for an answer to what is on the screen."))});
     } else if (request == "save") {
         shell_.gate.enter([this, reply, words] {
-            reply(saveClipboard() ? SingleInstance::Answer{}
-                                  : SingleInstance::Answer{1, words(tr("Nothing was saved."))});
+            // Whoever has asked need not wait until the user has answered.
+            if (saveClipboard([&](const QString &why) { reply({1, words(why)}); })) reply({});
         });
     } else if (request == "list") {
         shell_.gate.enter([this, reply, words] {

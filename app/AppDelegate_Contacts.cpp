@@ -51,7 +51,7 @@ void AppDelegate::Contacts_item(QObject *) {
 
 void AppDelegate::showWhatAFriendIsPickedFor() {
     constexpr std::size_t kLongestText = 60;
-    const std::string &text = interface.Clipboard_saved_string_combobox->stringValue();
+    const std::string text = isLocked() ? "" : interface.Clipboard_saved_string_combobox->stringValue();
     interface.Contacts_label->setText(RemoveContact_enabled ? tr("Remove from your friends:")
                                                             : tr("Send the text to:"));
     interface.Friends_hint->setText(

@@ -68,7 +68,12 @@ void AppDelegate::Remove_Passcode_action(QObject *) {
 void AppDelegate::hideListFromSight() {
     Interface &i = interface;
     i.QuickView_popover->hide();
-    if (i.Quillery_Box->contentView() != i.List_View) return;
+    i.QuickView_label->setString({});
+    i.notificationBanner->hide();
+    i.notificationLabel->clear();
+    showWhatAFriendIsPickedFor();
+    const QWidget *shown = i.Quillery_Box->contentView();
+    if (shown != i.List_View && shown != i.Contacts_view && shown != i.Contacts_View) return;
     i.Quillery_window->close();
     i.Quillery_Box->setContentView(i.Insert_passcode_view);
 }

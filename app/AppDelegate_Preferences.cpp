@@ -75,6 +75,13 @@ void AppDelegate::Mini_Intro(QObject *) {
 
 void AppDelegate::Tovanix_intro(QWidget *sender) {
     interface.Intro_popover->showRelativeTo(sender, Popover::Edge::kMaxX);
+    // Its buttons are for the keyboard, too.
+    interface.Intro_popover->activateWindow();
+    for (QPushButton *button : interface.Intro_popover->findChildren<QPushButton *>()) {
+        if (!button->isEnabled()) continue;
+        button->setFocus(Qt::OtherFocusReason);
+        break;
+    }
 }
 
 void AppDelegate::Instructions(QObject *) {

@@ -15,33 +15,27 @@ void AppDelegate::Save_bar_item(const VkKeyEvent &) {
 }
 
 void AppDelegate::Save_bar_item(QObject *) {
-    saveClipboard();
+    saveClipboard({});
 }
 
-bool AppDelegate::saveClipboard() {
+bool AppDelegate::saveClipboard(const std::function<void(const QString &why)> &refused) {
+    const auto refuse = [&](const QString &why) {
+        if (refused) refused(why);
+        alert(tr("Error!"), why);
+        return false;
+    };
     finishListUses();
     // One text at a time: a second one in this list is announced when the first is on the disk.
     if (!isSigned_in) finishSaves();
     const PasteboardText copied = shell_.generalPasteboard.stringForType();
-    if (copied.state == PasteboardText::State::kNoAnswer) {
-        alert(tr("Error!"),
-              tr("The program that the text was copied in does not answer. Nothing was saved."));
-        return false;
-    }
-    if (copied.state == PasteboardText::State::kNoAccess) {
-        alert(tr("Error!"),
-              tr("This desktop does not show the clipboard to Quillery while another window is in use. "
-                 "Nothing was saved."));
-        return false;
-    }
-    if (copied.text.empty()) {
-        alert(tr("Error!"), tr("Your clipboard is empty."));
-        return false;
-    }
-    if (isShownInList(copied.text)) {
-        alert(tr("Error!"), tr("Text does exist in the list."));
-        return false;
-    }
+    if (copied.state == PasteboardText::State::kNoAnswer)
+        return refuse(tr("The program that the text was copied in does not answer. Nothing was saved."));
+    if (copied.state == PasteboardText::State::kNoAccess)
+        return refuse(
+            tr("This desktop does not show the clipboard to Quillery while another window is in use. Nothing "
+               "was saved."));
+    if (copied.text.empty()) return refuse(tr("Your clipboard is empty."));
+    if (isShownInList(copied.text)) return refuse(tr("Text does exist in the list."));
     if (isSigned_in) {
         startSave([this, announced = copied.text, server = server(), name = clipListName()] {
             Save_Clipboard_string_cloud(announced, server, name);

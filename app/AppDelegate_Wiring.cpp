@@ -17,7 +17,12 @@ void AppDelegate::enterFromButton(QAbstractButton *button, Operation operation) 
 void AppDelegate::enterFromToggle(QAbstractButton *toggle, Operation operation) {
     connect(toggle, &QAbstractButton::toggled, this, [this, toggle, operation] {
         shell_.gate.enter([this, toggle, operation] {
-            if (toggle->isEnabled()) (this->*operation)(toggle);
+            if (toggle->isEnabled()) {
+                (this->*operation)(toggle);
+            } else {  // it has been disabled since, and says what it said before
+                const QSignalBlocker quiet(toggle);
+                toggle->toggle();
+            }
             showModes();
         });
     });
@@ -49,6 +54,7 @@ void AppDelegate::wireInterface() {
     connect(i.Clipboard_saved_string_combobox, &ListControl::picked, this,
             [this](int index, const std::string &text) {
                 shell_.gate.enter([this, index, text] {
+                    if (isLocked()) return;  // since
                     finishListUses();
                     interface.Clipboard_saved_string_combobox->selectPicked(index, text);
                     Clipboard_combox(interface.Clipboard_saved_string_combobox);

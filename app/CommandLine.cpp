@@ -11,16 +11,25 @@ CommandLine CommandLine::parse(const QStringList &arguments) {
         {QStringLiteral("-h"), Task::kHelp},
     };
     CommandLine line;
-    for (const QString &argument : arguments.mid(1)) {
+    const auto refuse = [&line](const QString &argument) {
+        line.problem = QCoreApplication::translate("CommandLine", "Unknown argument %1.").arg(argument);
+    };
+    QString foreign;  // the last one that is for the toolkit
+    for (int i = 1; i < arguments.size(); ++i) {
+        const QString &argument = arguments[i];
         const auto task = tasks.find(argument);
         if (task != tasks.end() && (line.task == Task::kRun || line.task == *task)) {
             line.task = *task;
         } else if (task != tasks.end()) {
             line.problem = QCoreApplication::translate("CommandLine", "One command at a time.");
-        } else if (argument.startsWith(u"--")) {
-            line.problem = QCoreApplication::translate("CommandLine", "Unknown option %1.").arg(argument);
+        } else if (argument.startsWith(u"--") ||
+                   (!argument.startsWith(u'-') && !arguments[i - 1].startsWith(u'-'))) {
+            refuse(argument);
+        } else {
+            foreign = argument;
         }
     }
+    if (line.task != Task::kRun && !foreign.isEmpty()) refuse(foreign);
     return line;
 }
 

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <QApplication>
+#include <QDBusConnection>
 #include <QDir>
 #include <QIcon>
 #include <QSocketNotifier>
@@ -129,8 +130,13 @@ int main(int argc, char **argv) {
     }
     SingleInstance instance;
     // One that is just ending answers nobody any more, and soon leaves its place.
+    const auto patience = std::chrono::steady_clock::now() + std::chrono::seconds(15);
     while (instance.claim() == SingleInstance::Claim::kIsSecond) {
         if (SingleInstance::send("activate")) return kDone;
+        if (std::chrono::steady_clock::now() > patience) {
+            say("a Quillery runs for you on this display, but does not answer");
+            return kRefused;
+        }
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
 
@@ -164,6 +170,11 @@ int main(int argc, char **argv) {
               loginItem, Configuration::load(), QDir::homePath().toStdString(),
               [&](const std::stop_token &stop) { return storage.ensureRunning(storageIsAt, stop); }});
     endOnSignals(delegate);
+    if (!QDBusConnection::sessionBus().isConnected()) {
+        std::fprintf(stderr,
+                     "Quillery: there is no session bus, so notifications are shown in a window of this "
+                     "program's, and the status bar can only be an X11 tray.\n");
+    }
     unfinished = &background;
     std::atexit(finishWithoutDisplay);
     if (!instance.listen([&](const std::string &request, const SingleInstance::Reply &reply) {

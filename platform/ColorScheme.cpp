@@ -62,15 +62,16 @@ void ColorScheme::apply(const QVariant &value) {
 }
 
 QPalette ColorScheme::darkPalette() {
-    const QColor window(0x2b, 0x2b, 0x2e);
-    const QColor base(0x1e, 0x1e, 0x20);
-    const QColor button(0x3a, 0x3a, 0x3e);
+    // Fields and boxes are told from the window by their ground: the toolkit's outlines are darker still.
+    const QColor window(0x3c, 0x3c, 0x40);
+    const QColor base(0x1b, 0x1b, 0x1d);
+    const QColor button(0x50, 0x50, 0x55);
     const QColor text(0xee, 0xee, 0xee);
     const QColor faint(0x9a, 0x9a, 0x9a);
     const QColor accent(0x2f, 0x6f, 0xc4);
     QPalette palette(text, button, button.lighter(130), button.darker(160), button.darker(125), text,
                      Qt::white, base, window);
-    palette.setColor(QPalette::AlternateBase, window);
+    palette.setColor(QPalette::AlternateBase, QColor(0x26, 0x26, 0x29));
     palette.setColor(QPalette::ToolTipBase, button);
     palette.setColor(QPalette::ToolTipText, text);
     palette.setColor(QPalette::PlaceholderText, faint);

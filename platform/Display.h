@@ -4,8 +4,8 @@
 
 struct xcb_connection_t;
 
-// A look at the display before the QApplication is made, which ends the process without a word that helps where
-// there is none. To be kept until then: an X server may begin anew when its only client leaves.
+// A look at the display before the QApplication is made, which ends the process without a word that helps
+// where there is none. To be kept until then: an X server may begin anew when its only client leaves.
 class DisplayCheck {
   public:
     DisplayCheck();

@@ -90,6 +90,10 @@ void DesktopNotifications::askForCapabilities() {
 
 void DesktopNotifications::deliver(const QString &title, const QString &informativeText) {
     const QString body = presentable(informativeText);
+    if (!QDBusConnection::sessionBus().isConnected()) {  // and no answer would come
+        Q_EMIT undeliverable(title, body);
+        return;
+    }
     if (understandsMarkup_) {
         show(title, body);
         return;

@@ -89,7 +89,9 @@ bool isRunning() {
 // A process that has asked something; its connection.
 struct SingleInstance::Caller {
     explicit Caller(int connection) : descriptor(connection), readable(connection, QSocketNotifier::Read) {}
-    ~Caller() { close(descriptor); }
+    ~Caller() {
+        if (descriptor >= 0) close(descriptor);
+    }
     Caller(const Caller &) = delete;
     Caller &operator=(const Caller &) = delete;
 
@@ -99,6 +101,8 @@ struct SingleInstance::Caller {
 };
 
 SingleInstance::~SingleInstance() {
+    // Whoever waits for the end waits for that of the process, which closes these.
+    for (const auto &caller : callers_) caller->descriptor = -1;
     if (socket_ >= 0) {
         if (const auto address = socketAddress()) unlink(address->sun_path);
         close(socket_);

@@ -50,6 +50,9 @@ bool hasXTray() {
     return there;
 }
 
+enum class Kind { kNone, kNotifierHost, kXTray };
+Kind kind = Kind::kNone;
+
 QIcon statusImage(QString name) {
     name.remove(QStringLiteral(".png"));
     // By its name a status bar finds the installed drawing, which is sharp in every size.
@@ -65,9 +68,19 @@ QIcon statusImage(QString name) {
 }  // namespace
 
 // Qt decides between the two kinds of status bar once, at the first touch of QSystemTrayIcon: so nothing of
-// it is touched before there is one.
+// it is touched before there is one, and only one of that kind counts from then on.
 bool StatusBar::isAvailable() {
-    return hasNotifierHost() || hasXTray();
+    if (kind == Kind::kNone)
+        kind = hasNotifierHost() ? Kind::kNotifierHost : hasXTray() ? Kind::kXTray : Kind::kNone;
+    switch (kind) {
+        case Kind::kNotifierHost:
+            return hasNotifierHost();
+        case Kind::kXTray:
+            return hasXTray();
+        case Kind::kNone:
+            return false;
+    }
+    return false;
 }
 
 StatusItem::StatusItem(QObject *parent) : QObject(parent) {

@@ -11,6 +11,7 @@ class QMenu;
 class StatusBar {
   public:
     // Whether there is a status bar to show items in now: a StatusNotifierItem host, or an X11 system tray.
+    // Once there was one, only one of the same kind counts: the toolkit stays with that kind.
     static bool isAvailable();
 };
 

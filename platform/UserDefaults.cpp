@@ -24,6 +24,7 @@ QString setAsideIfDamaged() {
         aside = storeFile() + QStringLiteral(".damaged-%1").arg(number++);
     } while (QFile::exists(aside));
     const bool isAside = file.rename(aside);
+    if (isAside) file.setPermissions(QFile::ReadOwner | QFile::WriteOwner);
     const QString problem =
         isAside ? QObject::tr(
                       "The settings were damaged. They are kept in %1, and Quillery starts with new "
@@ -41,7 +42,9 @@ bool UserDefaults::isDamaged(const QByteArray &bytes) {
     for (const QByteArray &wholeLine : bytes.split('\n')) {
         const QByteArray line = wholeLine.trimmed();
         const bool isSection = line.startsWith('[') && line.endsWith(']');
-        if (!line.isEmpty() && !line.startsWith(';') && !isSection && line.indexOf('=') < 1) return true;
+        if (!line.isEmpty() && !line.startsWith(';') && !line.startsWith('#') && !isSection &&
+            line.indexOf('=') < 1)
+            return true;
     }
     return false;
 }

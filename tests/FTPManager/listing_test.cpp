@@ -23,6 +23,8 @@ TEST(ListingLine, OfAUnixServer) {
          {"two  blanks and 12:00 .txt", kFile, 1234, date, 0644, "1000", "users"}},
         {"drwxr-sr-t+ 12 anna staff 4096 Nov 22 09:05  blank before",
          {" blank before", kFolder, 4096, date, 03755, "anna", "staff"}},
+        {"lrwxrwxrwx 1 a b 6 Nov 22 09:05  -> target",
+         {" -> target", kSymbolicLink, 6, date, 0777, "a", "b", ""}},
         {"lrwxrwxrwx 1 a b 6 Nov 22 09:05 x -> y -> target",
          {"x -> y", kSymbolicLink, 6, date, 0777, "a", "b", "target"}},
         {"lrwxrwxrwx 1 a b 0 Nov 22 09:05 x -> target",

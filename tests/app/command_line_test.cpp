@@ -29,8 +29,10 @@ TEST(CommandLineTest, KnowsItsCommands) {
 }
 
 TEST(CommandLineTest, RefusesWhatItDoesNotKnow) {
-    for (const QStringList &arguments : {QStringList{u"--sav"_qs}, QStringList{u"--save"_qs, u"--quit"_qs},
-                                         QStringList{u"--save"_qs, u"--now"_qs}, QStringList{u"--"_qs}})
+    for (const QStringList &arguments :
+         {QStringList{u"--sav"_qs}, QStringList{u"--save"_qs, u"--quit"_qs},
+          QStringList{u"--save"_qs, u"--now"_qs}, QStringList{u"--"_qs}, QStringList{u"text"_qs},
+          QStringList{u"--save"_qs, u"text"_qs}, QStringList{u"--help"_qs, u"-x"_qs}})
         EXPECT_FALSE(parse(arguments).problem.isEmpty()) << arguments.join(u' ').toStdString();
 }
 

@@ -104,6 +104,10 @@ TEST_F(PasscodeTest, ChangesOnlyForTheOldOneAndTwoEqualNewOnes) {
     }
     alerts.expect(kError, kNewDiffers);
     change(QStringLiteral("old"), {}, {});
+    set("kPasscode", QString());
+    alerts.expect(kError, wrongOld);
+    change({}, QStringLiteral("new"), QStringLiteral("new"));
+    set("kPasscode", QStringLiteral("old"));
     EXPECT_EQ(stored("kPasscode"), u"old");
 
     alerts.expect(kSuccess, QStringLiteral("Passcode has successfully changed"));
@@ -169,10 +173,25 @@ TEST_F(PasscodeTest, LogOutLocksWhatIsShownAndSignInLiftsTheLock) {
     elements().Clipboard_saves_menu_item->trigger();
     ASSERT_EQ(elements().Quillery_Box->contentView(), elements().List_View);
 
+    pick(0);
+    ASSERT_TRUE(elements().QuickView_popover->isVisible());
+
     elements().Log_in_menu_item->trigger();  // it says "Log out" now
     EXPECT_EQ(armed(), "---+");
     EXPECT_FALSE(elements().Quillery_window->isVisible());
     EXPECT_FALSE(elements().Quillery_window->isAncestorOf(elements().List_View));
+    EXPECT_FALSE(elements().QuickView_popover->isVisible());
+    EXPECT_EQ(elements().QuickView_label->toPlainText(), QString());
+    elements().Contacts_item->trigger();
+    EXPECT_FALSE(elements().Friends_hint->text().contains(u"mine"));
+}
+
+TEST_F(PasscodeTest, AMissingListFileDoesNotOpenTheLock) {
+    lockWith(QStringLiteral("Secret"));
+    std::filesystem::remove(localPath());
+    start();
+    EXPECT_EQ(local(), "");
+    EXPECT_EQ(elements().Quillery_Box->contentView(), elements().Insert_passcode_view);
 }
 
 TEST_F(PasscodeTest, AutoLoginBypassesTheLock) {

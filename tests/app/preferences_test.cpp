@@ -1,6 +1,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <fstream>
+#include <set>
 
 #include "platform/LoginItem.h"
 #include "tests/app/ControllerTest.h"
@@ -101,10 +102,24 @@ TEST_F(PreferencesTest, TheInstructionsGoForwardAndBack) {
                (elements().Inst_Next->isEnabled() ? u'+' : u'-');
     };
     EXPECT_EQ(state(), u"1-+");
+    std::set<QString> texts;
+    std::set<std::string> pictures;
+    const auto look = [&] {
+        texts.insert(elements().Instructions_text->text());
+        texts.insert(elements().Instructions_image_view->accessibleName());
+        const QImage picture = elements().Instructions_image_view->pixmap().toImage();
+        pictures.insert(std::string(reinterpret_cast<const char *>(picture.constBits()),
+                                    static_cast<std::size_t>(picture.sizeInBytes())));
+    };
+    look();
     elements().Inst_Next->click();
     EXPECT_EQ(state(), u"2++");
+    look();
     elements().Inst_Next->click();
     EXPECT_EQ(state(), u"3+-");
+    look();
+    EXPECT_EQ(texts.size(), 6U);
+    EXPECT_EQ(pictures.size(), 3U);
     elements().Quillery_window->close();
     elements().Instructions->trigger();
     EXPECT_EQ(state(), u"3+-") << "it opens where it was left";
@@ -130,6 +145,17 @@ TEST_F(PreferencesTest, WindowedModePassesCommandsOn) {
     EXPECT_FALSE(elements().Contact_us_windowed_mode->isEnabled()) << "no address is configured";
     delegate->Close_windowed(nullptr);
     EXPECT_FALSE(elements().Windowed_mode->isVisible());
+}
+
+TEST_F(PreferencesTest, WindowedModeHasTheFriendsOfWhoIsSignedIn) {
+    putRemote("ann_Contacts.txt", "bob" + kEnd);
+    setAutoLogin(QStringLiteral("ann"));
+    start();
+    elements().Windowed_mode_item->trigger();
+    elements().Add_friend_windowed_mode->click();
+    EXPECT_EQ(elements().Quillery_Box->contentView(), elements().Add_contact_view);
+    elements().Remove_contact_windowed_mode->click();
+    EXPECT_EQ(elements().Quillery_Box->contentView(), elements().Contacts_table);
 }
 
 TEST_F(PreferencesTest, LinksOpenWhatIsConfiguredAndCloseThePopover) {

@@ -217,23 +217,55 @@ class DesktopTest(unittest.TestCase):
         self.copy("saved by a command")
         self.assertEqual(self.command("--save"), (0, ""))
         wait("saved text", lambda: contents(LIST) == "saved by a command" + ENTRY_END)
+        for text in ("", "saved by a command"):  # an answer that does not wait for the user's
+            self.copy(text)
+            self.assertEqual(self.command("--save")[0], 1)
+            wait("alert", lambda: windows("Error!"))
+            self.assertEqual(self.command("--list")[0], 1)
+            subprocess.run(["xdotool", "key", "Return"], check=True, timeout=30)
+            wait("end of the alert", lambda: not windows("Error!"))
         self.assertEqual(self.command("--list"), (0, ""))
         wait("list", lambda: windows("Quillery"))
         subprocess.run(["xdotool", "key", "Escape"], check=True, timeout=30)
         wait("closed list", lambda: not windows("Quillery"))
         started_again = time.monotonic()
         self.assertEqual(self.command(), (0, ""))
-        wait("menu in front", lambda: subprocess.run(["xdotool", "getactivewindow", "getwindowname"], capture_output=True,
-                                                     text=True, timeout=30, check=False).stdout == "Quillery Menu\n")
+        wait("menu in front", lambda: self.active_window() == "Quillery Menu")
         self.assertLess(time.monotonic() - started_again, 10)
         self.assertEqual(self.command("--quit"), (0, ""))
         self.assertEqual(program.wait(1), 0)  # the command has waited for that
+
+    def test_without_a_session_bus_it_says_so_and_works(self):
+        self.quillery(DBUS_SESSION_BUS_ADDRESS=f"unix:path={RUNTIME}/nobody")
+        self.wait_until_started()
+        self.assertIn("there is no session bus", contents(self.log))
+        self.copy("without a bus")
+        self.assertEqual(self.command("--save"), (0, ""))
+        wait("note", lambda: windows("Quillery says"))
+        self.assertEqual(contents(LIST), "without a bus" + ENTRY_END)
 
     def test_a_locked_list_is_refused_to_commands(self):
         self.settings("kIsNotFirstUse=YES", "kHasPasscode=YES", "kPasscode=secret")
         self.quillery()
         wait("lock", lambda: windows("Quillery") and "Old passcode" in contents(self.log))
         self.assertEqual(self.command("--list"), (1, "quillery: The saved list is locked: unlock it with the passcode first.\n"))
+
+    def active_window(self):
+        name = subprocess.run(["xdotool", "getactivewindow", "getwindowname"], capture_output=True, text=True, timeout=30, check=False)
+        return name.stdout.strip()
+
+    def test_the_links_are_for_the_keyboard_too(self):
+        os.makedirs(f"{HOME}/.config/quillery", exist_ok=True)
+        with open(f"{HOME}/.config/quillery/quillery.conf", "w", encoding="utf-8") as file:
+            file.write("[links]\nweb=https://example.org/\n")
+        self.addCleanup(os.unlink, f"{HOME}/.config/quillery/quillery.conf")
+        self.quillery()
+        menu = wait("window with the menu", lambda: windows("Quillery Menu"))
+        self.wait_until_started()
+        subprocess.run(["xdotool", "windowactivate", "--sync", menu[0], "key", "alt+u"], check=True, timeout=30)
+        wait("links with the keyboard", lambda: self.active_window() == "About us")
+        subprocess.run(["xdotool", "key", "Escape"], check=True, timeout=30)
+        wait("menu with the keyboard", lambda: not windows("About us") and self.active_window() == "Quillery Menu")
 
     def test_a_hot_key_that_is_taken_is_told_once(self):
         os.makedirs(f"{RUNTIME}/other", exist_ok=True)

@@ -49,7 +49,7 @@ TEST(UserDefaultsTest, TakesWhatItWritesItselfForSound) {
         EXPECT_TRUE(again.problem().isEmpty()) << qPrintable(again.problem());
         EXPECT_EQ(again.objectForKey(kKey), text);
     }
-    EXPECT_FALSE(UserDefaults::isDamaged("; a comment\r\n[General]\r\nkAutoLogin=Yes\r\n\r\n"));
+    EXPECT_FALSE(UserDefaults::isDamaged("; a comment\r\n# another\r\n[General]\r\nkAutoLogin=Yes\r\n\r\n"));
 }
 
 }  // namespace
