@@ -16,6 +16,12 @@ const QStringList kInstructionPages{QStringLiteral("Instructions-1.png"),
 // ---- Preferences and information ----
 
 void AppDelegate::Preference_menu_item(QObject *) {
+    Interface &i = interface;
+    // A passcode that was typed and left is nobody's to find.
+    if (!i.Preference_View->isVisible()) {
+        emptyFields({i.Create_passcode, i.Retype_passcode, i.Change_old_passcode, i.Change_new_passcode,
+                     i.Change_Retype_passcode});
+    }
     interface.Quillery_Box->setContentView(interface.Preference_View);
     orderFront(*interface.Quillery_window);
 }

@@ -94,9 +94,11 @@ Interface::Interface() {
     quickLayout->addWidget(heading);
     quickLayout->addWidget(QuickView_label);
     // The list lies behind it in the same colours: only a border of its own tells the two apart.
-    QuickView_popover->setStyleSheet(
-        QStringLiteral("#QuickView_popover { background: palette(base); border: 2px solid "
-                       "palette(highlight); border-radius: 4px; }"));
+    QuickView_popover->setFrameStyle(QFrame::Box | QFrame::Plain);
+    QuickView_popover->setLineWidth(2);
+    QuickView_popover->setForegroundRole(QPalette::Highlight);
+    QuickView_popover->setBackgroundRole(QPalette::Base);
+    QuickView_popover->setAutoFillBackground(true);
     QuickView_label->setFrameShape(QFrame::NoFrame);
     QuickView_popover->setFixedSize(kQuickViewWidth, kQuickViewHeight);
 

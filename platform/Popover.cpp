@@ -25,7 +25,9 @@ void Popover::showRelativeTo(QWidget *sender, Edge edge) {
     if (sender) {
         const QRect at(sender->mapToGlobal(QPoint(0, 0)), sender->size());
         const int below = at.bottom() + kGap;
-        const int above = at.top() - kGap - height();
+        // Above the window's title bar as well, where there is room.
+        const int aboveTitle = sender->window()->frameGeometry().top() - kGap - height();
+        const int above = aboveTitle >= room.top() ? aboveTitle : at.top() - kGap - height();
         const int right = at.right() + kGap;
         const int left = at.left() - kGap - width();
         const bool fitsAbove = above >= room.top();

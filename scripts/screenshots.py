@@ -83,7 +83,7 @@ def windowed(quillery):
 
 # ---------------------------------------------------------------- the pictures
 
-SIGN_UP = {"Full name": "Robin Hill", "User name": "robin", "E-mail": "robin@example.org", "Password": "a secret",
+SIGN_UP = {"Full name": "Robin Hill", "User name": "robin.k", "E-mail": "robin@example.org", "Password": "a secret",
            "Password again": "a secret"}
 # Name: the settings, what is done, and the title of the window that is shown (all windows).
 PICTURES = {
@@ -95,7 +95,7 @@ PICTURES = {
     "share-mode": (SIGNED_IN, mode("Share mode"), "Quillery"),
     "pick-a-friend": (SIGNED_IN, friend_for_a_text, "Quillery"),
     "sign-up": (SIGNED_OUT, menu("Sign up", SIGN_UP), "Quillery"),
-    "sign-in": (SIGNED_OUT, menu("Sign in", {"User name": "robin", "Password": "a secret"}), "Quillery"),
+    "sign-in": (SIGNED_OUT, menu("Sign in", {"User name": "robin.k", "Password": "a secret"}), "Quillery"),
     "change-password": (SIGNED_IN, menu("Change Password"), "Quillery"),
     "friends": (SIGNED_IN, friends, "Quillery"),
     "add-friend": (SIGNED_IN, menu("Add a Friend", {"User name": "sam"}), "Quillery"),

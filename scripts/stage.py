@@ -29,7 +29,7 @@ REST_SECONDS = 1.8
 
 BACKGROUND = "#d5dce8"
 
-USER, FRIENDS = "robin", ("kim", "noor", "sam")
+USER, FRIENDS = "robin.k", ("kim", "noor", "sam")
 TEXTS = (
     "Thursday, 10:30",
     "Dear all,\nthe slides are in the shared folder, and the minutes follow tomorrow.\nBest wishes\nRobin",

@@ -11,7 +11,7 @@ sys.path.insert(0, os.path.join(os.path.dirname(os.path.realpath(__file__)), "..
 from stage import FRIENDS, SCALE, TEXTS, Area, Quillery, desktop, save, still, wait, window_area, windows, write  # noqa: E402
 
 PROGRAM, FOLDER = sys.argv[1:]
-SIGNED_IN = ("kIsNotFirstUse=YES", "kAutoLogin=Yes", "kUsername=robin", "kPassword=secret")
+SIGNED_IN = ("kIsNotFirstUse=YES", "kAutoLogin=Yes", "kUsername=robin.k", "kPassword=secret")
 NOTE = f"We meet again next week:\n{TEXTS[0]}\nSee you there!\n"
 
 
@@ -65,7 +65,7 @@ def sharing(screen):
     with Quillery(PROGRAM, screen) as quillery:
         quillery.wait_until_started()
         quillery.choose("Sign in")
-        quillery.fill({"User name": "robin", "Password": "a secret"})
+        quillery.fill({"User name": "robin.k", "Password": "a secret"})
         form = Area.at(quillery.find("label", "User name:")).united(Area.at(quillery.find("push button", "Sign in")))
         keep("sign-in", form.padded(4))
     with Quillery(PROGRAM, screen, SIGNED_IN) as quillery:
