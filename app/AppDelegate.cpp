@@ -191,10 +191,18 @@ void AppDelegate::applyOfflineState() {
 }
 
 void AppDelegate::applySignedInPresentation() {
+    showOnline();
+    offerLogOut();
+}
+
+void AppDelegate::showOnline() {
     interface.State_label->setText(tr("Online"));
     interface.Add_friend_windowed_mode->setEnabled(true);
     interface.Remove_contact_windowed_mode->setEnabled(true);
     interface.Share_switch->setEnabled(true);
+}
+
+void AppDelegate::offerLogOut() {
     menu.Log_in_menu_item.setTitle(tr("Log out"));
     menu.Log_in_menu_item.setImage(QStringLiteral("unlock.png"));
     menu.Log_in_menu_item.setSubmenu(nullptr);

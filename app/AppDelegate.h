@@ -227,7 +227,9 @@ class AppDelegate : public QObject, public TableViewDataSource {
     void Varibles_values();
     void Other_pre_proccesses();
     void Register_HotKeys();
-    void applySignedInPresentation();
+    void applySignedInPresentation();  // which is the two below
+    void showOnline();
+    void offerLogOut();
     void applyOfflineState();
     void applySignedOutState();
     void lockIfPasscodeIsSet();

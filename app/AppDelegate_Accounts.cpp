@@ -129,11 +129,12 @@ void AppDelegate::Sing_in_done(QObject *) {
     Password = toUtf8(form.password);
     Content_file_path = StorageNames::localClipListOf(*Username, shell_.home);
     isSigned_in = true;
+    showOnline();
     i.Quillery_window->close();
     i.Sign_in_done->setText(tr("Sign in"));
     emptyFields({i.Sign_in_username, i.Sign_in_password});
     hidePasswords();
-    applySignedInPresentation();
+    offerLogOut();
     menu.Unlock_passcode_item.clearAction();
     armSavingAndLoading();
     armContacts();
