@@ -19,7 +19,7 @@ namespace {
 constexpr std::size_t kMaxIdleConnections = 8;
 
 /// To a server on this machine no more is under way, so that it finds the bytes in the processor's cache: an
-/// upload takes three quarters of the time. A network needs what the system gives.
+/// upload to vsftpd takes three quarters of the time. A network needs what the system gives.
 constexpr int kLocalSendBufferBytes = 96 * 1024;
 
 /// Values of tcpi_state that the kernel's header leaves unnamed: no connection yet, or none any more.
