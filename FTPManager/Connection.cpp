@@ -18,10 +18,6 @@ namespace {
 /// More than a program runs at once; a server may allow a user only so many.
 constexpr std::size_t kMaxIdleConnections = 8;
 
-/// To a server on this machine no more is under way, so that it finds the bytes in the processor's cache: an
-/// upload to vsftpd takes three quarters of the time. A network needs what the system gives.
-constexpr int kLocalSendBufferBytes = 96 * 1024;
-
 /// Values of tcpi_state that the kernel's header leaves unnamed: no connection yet, or none any more.
 constexpr int kTcpSynSent = 2;
 constexpr int kTcpClose = 7;
@@ -29,17 +25,6 @@ constexpr int kTcpClose = 7;
 std::uint16_t portOf(const curl_sockaddr &address) {
     // The port stands at the same place in an IPv4 and an IPv6 address.
     return ntohs(reinterpret_cast<const sockaddr_in *>(&address.addr)->sin_port);
-}
-
-bool isOnThisMachine(const curl_sockaddr &address) {
-    if (address.family == AF_INET6)
-        return IN6_IS_ADDR_LOOPBACK(&reinterpret_cast<const sockaddr_in6 *>(&address.addr)->sin6_addr);
-    const in_addr_t host = ntohl(reinterpret_cast<const sockaddr_in *>(&address.addr)->sin_addr.s_addr);
-    return address.family == AF_INET && host >> IN_CLASSA_NSHIFT == IN_LOOPBACKNET;
-}
-
-void setSendBuffer(int descriptor, int bytes) {
-    setsockopt(descriptor, SOL_SOCKET, SO_SNDBUF, &bytes, sizeof bytes);
 }
 
 void setResetOnClose(int descriptor) {
@@ -79,7 +64,6 @@ curl_socket_t Connection::openSocket(void *self, curlsocktype, curl_sockaddr *ad
     const int descriptor = socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
     if (descriptor < 0) return CURL_SOCKET_BAD;
     const bool isControl = portOf(*address) == connection.serverPort_;
-    if (!isControl && isOnThisMachine(*address)) setSendBuffer(descriptor, kLocalSendBufferBytes);
     connection.sockets_.push_back({descriptor, isControl});
     if (isControl) {
         ++connection.controlConnectionsOpened_;

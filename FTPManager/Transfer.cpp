@@ -23,11 +23,11 @@ constexpr milliseconds kCheckInterval{50};
 /// The most that libcurl takes; a large download is twice as fast as with its default.
 constexpr long kReceiveBufferBytes = 512 * 1024;
 /// Still in the processor's cache when it is sent; more is slower.
-constexpr long kSendBufferBytes = 32 * 1024;
+constexpr long kSendBufferBytes = 48 * 1024;
 /// Where so much has come since the last wait, more is about to. A pause lets it gather: waking up for every
 /// piece costs this side time, and the server on the same machine as well.
 constexpr std::uint64_t kStreamingBytes = 64 * 1024;
-constexpr std::chrono::microseconds kGatheringPause{1};  // and what the system adds, some 50 µs
+constexpr std::chrono::microseconds kGatheringPause{10};  // and what the system adds, some 50 µs
 /// Once the server has accepted the connection, only silence counts.
 constexpr long kNoLimitMs = 24L * 60 * 60 * 1000;
 

@@ -6,7 +6,6 @@ order changes. The exit status is 0 when every limit is met.
 """
 
 import contextlib
-import mmap
 import os
 import re
 import shutil
@@ -54,9 +53,9 @@ def cores():
 
 
 @contextlib.contextmanager
-def server(kind, folder):
+def server(kind, folder, *options):
     """Yields the port of a server over the folder."""
-    process = subprocess.Popen([SERVER, kind, folder], stdout=subprocess.PIPE, stdin=subprocess.PIPE, text=True,
+    process = subprocess.Popen([SERVER, kind, folder, *options], stdout=subprocess.PIPE, stdin=subprocess.PIPE, text=True,
                                preexec_fn=lambda: os.sched_setaffinity(0, {cores()[0]}))
     try:
         line = process.stdout.readline().split()
@@ -98,11 +97,6 @@ def peak_kib(command):
     return int(run.stderr.split()[-1])
 
 
-def warm_memory():
-    """A virtual machine's host is slow to give memory again that it has taken back, so the next file finds it in use."""
-    mmap.mmap(-1, LARGE_BYTES, flags=mmap.MAP_PRIVATE | mmap.MAP_ANONYMOUS | mmap.MAP_POPULATE).close()
-
-
 def bytes_received():
     """Over the loopback interface, since it is up."""
     with open("/proc/net/dev", encoding="ascii") as file:
@@ -138,16 +132,14 @@ def measure_large(program, folder, kind):
     # What a client takes to put a file into memory is the system's time, and the greatest part of all.
     os.symlink("/dev/null", os.path.join(inbox, "large"))
     times = {}
-    with server(kind, store) as port:
+    with server(kind, store, "--preload", os.path.join(os.path.dirname(program), "libkeep_memory.so")) as port:
         for number in range(ROUNDS + 1):
             for direction, commands in clients(program, port, source, inbox).items():
                 names = list(commands)
                 for name in names[number % len(names):] + names[:number % len(names)]:
-                    if direction == "upload":
-                        warm_memory()
                     before = bytes_received()
                     taken = seconds(commands[name])
-                    moved = os.path.getsize(os.path.join(store, "large")) if direction == "upload" else bytes_received() - before
+                    moved = bytes_received() - before
                     if moved < LARGE_BYTES:
                         sys.exit(f"{name} has moved {moved} bytes")
                     if number > 0:
