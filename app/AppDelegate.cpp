@@ -51,7 +51,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     interface.Checking_for_connection_spinner->setUsesThreadedAnimation(true);
     interface.Checking_for_connection_spinner->startAnimation();
     if (!settingIs("kIsNotFirstUse", "YES")) {
-        interface.Intro_image->setPixmap(sharpPixmap(QStringLiteral("Intro.png")));
+        interface.Intro_image->setImage(QStringLiteral("Intro.png"));
         setFloatingWindowLevel(*interface.Intro_window);
         orderFront(*interface.Intro_window);
         interface.Start_intro_button->setFocus(Qt::OtherFocusReason);
@@ -267,20 +267,6 @@ void AppDelegate::fillSavedListAtStart() {
         readLocal();
     }
     fillSavedList(Content_of_quillery_file_Local);
-}
-
-void AppDelegate::showPreferences() {
-    // To show a setting is not to change it.
-    const QSignalBlocker quietLaunch(interface.Open_at_launch_check_box);
-    const QSignalBlocker quietLogin(interface.Auto_Login_Check_box);
-    const bool opensAtLaunch = settingIs("kOpenAtLaunch", "Yes");
-    interface.Open_at_launch_check_box->setChecked(opensAtLaunch);
-    interface.Open_at_launch_label->setText(opensAtLaunch ? tr("Open at launch:enabled")
-                                                          : tr("Open at launch:disabled"));
-    const bool autoLogin = settingIs("kAutoLogin", "Yes");
-    interface.Auto_Login_Check_box->setChecked(autoLogin);
-    interface.Auto_login_label->setText(autoLogin ? tr("Auto-Login:enabled") : tr("Auto-Login:disabled"));
-    showPasscodeSettings();
 }
 
 void AppDelegate::showPasscodeSettings() {

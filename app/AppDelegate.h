@@ -237,6 +237,7 @@ class AppDelegate : public QObject, public TableViewDataSource {
     void hideListFromSight();
     void armSavingAndLoading();
     void armContacts();
+    void showLaunchProblem(const QString &problem);
     void showPasscodeSettings();
     void fillSavedListAtStart();
     void showPreferences();
@@ -327,7 +328,8 @@ class AppDelegate : public QObject, public TableViewDataSource {
     void Create_Shared_file(const Server &server, const std::string &user, const std::string &contact);
     void lookForFriendsList();
     std::optional<std::string> contactAtRow(int row) const;
-    void setContacts(const std::optional<std::string> &text);
+    void setContacts(const std::optional<std::string> &text,
+                     TableView::Animation removal = TableView::Animation::kNone);
     void offerToStartFriendsList(bool offers);
     void showWhatAFriendIsPickedFor();
 

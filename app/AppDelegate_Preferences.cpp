@@ -31,15 +31,37 @@ void AppDelegate::Info_Action(QObject *) {
     interface.Quillery_Box->setContentView(interface.Info_View);
 }
 
+void AppDelegate::showPreferences() {
+    // To show a setting is not to change it.
+    const QSignalBlocker quietLaunch(interface.Open_at_launch_check_box);
+    const QSignalBlocker quietLogin(interface.Auto_Login_Check_box);
+    const bool opensAtLaunch = settingIs("kOpenAtLaunch", "Yes");
+    interface.Open_at_launch_check_box->setChecked(opensAtLaunch);
+    interface.Open_at_launch_label->setText(opensAtLaunch ? tr("Open at launch:enabled")
+                                                          : tr("Open at launch:disabled"));
+    const bool isMissing = opensAtLaunch && !LoginItem::isEnabled(kLoginItem);
+    showLaunchProblem(isMissing ? tr("%1 is missing. To have it written again, switch this off and on.")
+                                      .arg(toQString(LoginItem::file(kLoginItem).string()))
+                                : QString());
+    const bool autoLogin = settingIs("kAutoLogin", "Yes");
+    interface.Auto_Login_Check_box->setChecked(autoLogin);
+    interface.Auto_login_label->setText(autoLogin ? tr("Auto-Login:enabled") : tr("Auto-Login:disabled"));
+    showPasscodeSettings();
+}
+
 void AppDelegate::Open_at_launch_action(QObject *) {
     const bool isOn = interface.Open_at_launch_check_box->isChecked();
     const std::string problem = shell_.loginItem.setEnabled(kLoginItem, isOn);
     storeSetting("kOpenAtLaunch", isOn ? QStringLiteral("Yes") : QStringLiteral("No"));
     interface.Open_at_launch_label->setText(isOn ? tr("Open at launch:enabled")
                                                  : tr("Open at launch:disabled"));
-    // The setting stands all the same, but nobody is to rely on what will not happen.
-    interface.Open_at_launch_problem->setText(QString::fromStdString(problem));
-    interface.Open_at_launch_problem->setVisible(!problem.empty());
+    showLaunchProblem(QString::fromStdString(problem));
+}
+
+// The setting stands all the same, but nobody is to rely on what will not happen.
+void AppDelegate::showLaunchProblem(const QString &problem) {
+    interface.Open_at_launch_problem->setText(problem);
+    interface.Open_at_launch_problem->setVisible(!problem.isEmpty());
 }
 
 void AppDelegate::Auto_Login_action(QObject *) {
@@ -70,7 +92,7 @@ void AppDelegate::removeAuto() {
 
 void AppDelegate::Start_intro_button(QObject *) {
     interface.Intro_window->close();
-    interface.Intro_image->clear();
+    interface.Intro_image->setImage({});
     storeSetting("kIsNotFirstUse", QStringLiteral("YES"));
     applicationDidFinishLaunching();
 }
@@ -138,7 +160,7 @@ void AppDelegate::showInstructionPage(int page) {
            "picked, "
            "and then a friend to send it to.")};
     instructionPage_ = page;
-    interface.Instructions_image_view->setPixmap(sharpPixmap(kInstructionPages[page]));
+    interface.Instructions_image_view->setImage(kInstructionPages[page]);
     interface.Instructions_image_view->setAccessibleName(pictures[page]);
     interface.Instructions_text->setText(texts[page]);
     interface.Instructions_page->setText(tr("%1 of %2").arg(page + 1).arg(kInstructionPages.size()));

@@ -281,11 +281,6 @@ void emptyFields(std::initializer_list<QLineEdit *> fields) {
     for (QLineEdit *field : fields) field->clear();
 }
 
-QPixmap sharpPixmap(const QString &name) {
-    const QString file = QStringLiteral(":/images/") + name;
-    return QIcon(file).pixmap(QImageReader(file).size(), qApp->devicePixelRatio());
-}
-
 void orderFront(QWidget &window, ScreenPlace place) {
     if (window.isMinimized()) window.showNormal();
     if (!window.property("placed").toBool()) {

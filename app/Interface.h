@@ -133,7 +133,6 @@ struct Interface : Ui::QuilleryWindow,
 void emptyFields(std::initializer_list<QLineEdit *> fields);
 
 // The program's picture of that file name, as sharp as the screens can show it.
-QPixmap sharpPixmap(const QString &name);
 
 // Where a window stands the first time; afterwards it is where the user left it.
 enum class ScreenPlace {

@@ -18,11 +18,11 @@ const QString kInterface = QStringLiteral("org.freedesktop.portal.Settings");
 const QString kGroup = QStringLiteral("org.freedesktop.appearance");
 const QString kKey = QStringLiteral("color-scheme");
 
-bool isDark(const QPalette &palette) {
+}  // namespace
+
+bool ColorScheme::isDark(const QPalette &palette) {
     return palette.color(QPalette::Window).lightness() < kMiddleLightness;
 }
-
-}  // namespace
 
 ColorScheme::ColorScheme(QObject *parent) : QObject(parent), usual_(QApplication::palette()) {
     QDBusConnection bus = QDBusConnection::sessionBus();
@@ -58,7 +58,8 @@ void ColorScheme::apply(const QVariant &value) {
     // "Read" wraps the value once more than it should.
     const QVariant inner = value.canConvert<QDBusVariant>() ? value.value<QDBusVariant>().variant() : value;
     const bool wantsDark = inner.toUInt() == kPrefersDark;
-    QApplication::setPalette(wantsDark && !isDark(usual_) ? darkPalette() : usual_);
+    const QPalette palette = wantsDark && !isDark(usual_) ? darkPalette() : usual_;
+    if (palette != QApplication::palette()) QApplication::setPalette(palette);
 }
 
 QPalette ColorScheme::darkPalette() {

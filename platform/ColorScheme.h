@@ -14,6 +14,8 @@ class ColorScheme : public QObject {
     // Asks the portal, and applies its answer when it comes, now and after every change.
     explicit ColorScheme(QObject *parent = nullptr);
 
+    // Whether its windows are dark.
+    static bool isDark(const QPalette &palette);
     // A dark palette in which every pair of text and background can be read.
     static QPalette darkPalette();
 

@@ -40,6 +40,11 @@ fs::path LoginItem::file(const std::string &identifier) {
     return configurationFolder() / "autostart" / (identifier + ".desktop");
 }
 
+bool LoginItem::isEnabled(const std::string &identifier) {
+    std::error_code error;
+    return fs::exists(file(identifier), error);
+}
+
 std::string LoginItem::entryFor(const fs::path &program) {
     return "[Desktop Entry]\n"
            "Type=Application\n"

@@ -14,6 +14,9 @@ class LoginItem {
     // is done; what was there before is left as it was then.
     std::string setEnabled(const std::string &identifier, bool isEnabled) const;
 
+    // Whether there is an entry of that identifier.
+    static bool isEnabled(const std::string &identifier);
+
     // Where the entry stands.
     static std::filesystem::path file(const std::string &identifier);
     // What it says.

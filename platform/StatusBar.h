@@ -26,6 +26,7 @@ class StatusItem : public QObject {
 
     // The name of an image, "online.png": the resources hold it in each size that status bars ask for.
     void setImage(const QString &name);
+    QString image() const { return image_; }
     // Not owned; to outlive the item. A left click opens it, too.
     void setMenu(QMenu *menu);
     void setToolTip(const QString &text);

@@ -2,6 +2,8 @@
 
 #include <QAbstractListModel>
 #include <QKeyEvent>
+#include <QPainter>
+#include <QStyle>
 
 namespace {
 constexpr int kRowPadding = 8;
@@ -41,6 +43,11 @@ TableView::TableView(QWidget *parent) : QListView(parent), rows_(std::make_uniqu
     setUniformItemSizes(true);
     setAlternatingRowColors(true);
     connect(this, &QListView::clicked, this, &TableView::action);
+    fade_.setStartValue(1.0);
+    fade_.setEndValue(0.0);
+    const auto repaint = qOverload<>(&QWidget::update);
+    connect(&fade_, &QVariantAnimation::valueChanged, viewport(), repaint);
+    connect(&fade_, &QVariantAnimation::finished, this, [this] { fadingRow_ = QPixmap(); });
 }
 
 TableView::~TableView() {
@@ -51,8 +58,29 @@ void TableView::setDataSource(const TableViewDataSource *source) {
     rows_->setSource(source);
 }
 
-void TableView::reloadData() {
+void TableView::reloadData(Animation removal) {
+    if (removal == Animation::kFade) fadeSelectedRow();
     rows_->reload();
+}
+
+void TableView::fadeSelectedRow() {
+    const int duration = style()->styleHint(QStyle::SH_Widget_Animation_Duration, nullptr, this);
+    const QRect place = visualRect(model()->index(selectedRow(), 0)).intersected(viewport()->rect());
+    if (!isVisible() || place.isEmpty() || duration <= 0) return;
+    fade_.stop();
+    fadingRow_ = QPixmap();
+    fadingRow_ = viewport()->grab(place);
+    fadingPlace_ = place.topLeft();
+    fade_.setDuration(duration);
+    fade_.start();
+}
+
+void TableView::paintEvent(QPaintEvent *event) {
+    QListView::paintEvent(event);
+    if (fadingRow_.isNull()) return;
+    QPainter painter(viewport());
+    painter.setOpacity(fade_.currentValue().toDouble());
+    painter.drawPixmap(fadingPlace_, fadingRow_);
 }
 
 int TableView::selectedRow() const {

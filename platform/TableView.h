@@ -1,6 +1,8 @@
 #pragma once
 
 #include <QListView>
+#include <QPixmap>
+#include <QVariantAnimation>
 #include <memory>
 
 class TableView;
@@ -25,8 +27,10 @@ class TableView : public QListView {
 
     // Not owned; must outlive the view or be replaced.
     void setDataSource(const TableViewDataSource *source);
-    // Asks the data source anew. No row is selected afterwards.
-    void reloadData();
+    enum class Animation { kNone, kFade };
+    // Asks the data source anew, for its rows may be others now. No row is selected afterwards. With kFade,
+    // what was the selected row fades from its place, if it was in sight and the desktop has animations.
+    void reloadData(Animation removal = Animation::kNone);
     // The selected row, or -1.
     int selectedRow() const;
 
@@ -35,10 +39,16 @@ class TableView : public QListView {
     void action();
 
   protected:
+    void paintEvent(QPaintEvent *event) override;
     void keyPressEvent(QKeyEvent *event) override;
     void focusInEvent(QFocusEvent *event) override;
 
   private:
     class Rows;
+    void fadeSelectedRow();
+
     std::unique_ptr<Rows> rows_;
+    QPixmap fadingRow_;  // null unless one is fading
+    QPoint fadingPlace_;
+    QVariantAnimation fade_;  // of its opacity
 };

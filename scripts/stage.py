@@ -1,5 +1,6 @@
 """A stage for pictures of Quillery, on a private desktop (tests/support): a status bar, notifications, and the program with
-a home folder of its own, brought into a state. PICTURE_SCALE is how many pixels a unit of the desktop has.
+a home folder of its own, brought into a state. PICTURE_SCALE is how many pixels a unit of the desktop has, PICTURE_COLORS is
+"dark" or "light".
 
 Keys rather than the mouse drive the program, as a place on the screen is another at each scale.
 """
@@ -23,11 +24,12 @@ from screen import Failure, Screen, session, wait, xdotool  # noqa: E402
 from status_menu import StatusMenu  # noqa: E402
 
 SCALE = int(os.environ.get("PICTURE_SCALE", "1"))
+IS_DARK = os.environ.get("PICTURE_COLORS") == "dark"
 ENTRY_END = "\n-CLIPBOARD'S END-\n"
 # Longer than it takes a text cursor to go, come, and go again.
 REST_SECONDS = 1.8
 
-BACKGROUND = "#d5dce8"
+BACKGROUND = "#22262e" if IS_DARK else "#d5dce8"
 
 USER, FRIENDS = "robin.k", ("kim", "noor", "sam")
 TEXTS = (
@@ -50,16 +52,18 @@ offset = 16x44
 padding = 12
 horizontal_padding = 12
 frame_width = 1
-frame_color = "#b8c4d9"
+frame_color = "{frame}"
 corner_radius = 6
 max_icon_size = 24
 show_indicators = no
 notification_limit = 1
 timeout = 60
 [urgency_normal]
-background = "#ffffff"
-foreground = "#26334a"
+background = "{ground}"
+foreground = "{ink}"
 """
+NOTIFICATION_COLORS = ({"frame": "#5a6375", "ground": "#29292d", "ink": "#eeeeee"} if IS_DARK
+                       else {"frame": "#b8c4d9", "ground": "#ffffff", "ink": "#26334a"})
 
 
 def write(path, text):
@@ -159,14 +163,17 @@ def desktop():
     """A status bar and a notification service, for as long as it lasts."""
     home = pathlib.Path(os.environ["XDG_CONFIG_HOME"])
     xfce_panel.configure(os.environ["HOME"])
-    write(home / "dunst/dunstrc", NOTIFICATIONS.format(scale=SCALE, points=9 * SCALE))
-    write(home / "gtk-3.0/settings.ini", "[Settings]\ngtk-cursor-blink=false\ngtk-font-name=DejaVu Sans 9\n")
+    write(home / "dunst/dunstrc", NOTIFICATIONS.format(scale=SCALE, points=9 * SCALE, **NOTIFICATION_COLORS))
+    write(home / "gtk-3.0/settings.ini", "[Settings]\ngtk-cursor-blink=false\ngtk-font-name=DejaVu Sans 9\n"
+          f"gtk-application-prefer-dark-theme={int(IS_DARK)}\n")
     subprocess.run(["display", "-window", "root", f"xc:{BACKGROUND}"], check=False, timeout=30)  # says 1 when it is done, too
     environment = {**os.environ, "GDK_SCALE": str(SCALE)}
-    services = [subprocess.Popen(command, stdin=subprocess.DEVNULL, env=environment)
-                for command in (xfce_panel.COMMAND, ["dunst"])]
+    commands = {"org.kde.StatusNotifierWatcher": xfce_panel.COMMAND, "org.freedesktop.Notifications": ["dunst"]}
+    if IS_DARK:
+        commands["org.freedesktop.portal.Desktop"] = [sys.executable, os.path.join(SUPPORT, "dark_portal.py")]
+    services = [subprocess.Popen(command, stdin=subprocess.DEVNULL, env=environment) for command in commands.values()]
     try:
-        for name in ("org.kde.StatusNotifierWatcher", "org.freedesktop.Notifications"):
+        for name in commands:
             wait(name, lambda name=name: session.name_has_owner(name))
         yield Screen()
     finally:

@@ -54,7 +54,8 @@ class Accounts : public ControllerTest {
             if (shown.toImage() == expected.toImage()) letters += std::string(" ") + image;
         }
         return letters + " " + i().State_label->text().toStdString() + " " +
-               i().Log_in_menu_item->text().toStdString();
+               i().Log_in_menu_item->text().toStdString() + " " +
+               delegate->Status_Item->image().toStdString();
     }
 };
 
@@ -218,13 +219,13 @@ TEST_F(Accounts, SignInSwitchesToTheUsersListAndLogOutBack) {
     putRemote(".alice1_Quillery.txt", "theirs" + kEnd);
     putLocal("mine");
     start();
-    EXPECT_EQ(presentation(), "--------- lock Offline Log in");
+    EXPECT_EQ(presentation(), "--------- lock Offline Log in offline.png");
     signIn(QStringLiteral("alice1"), QStringLiteral("secret"));
     EXPECT_TRUE(delegate->isSigned_in);
     EXPECT_EQ(delegate->Username, "alice1");
     EXPECT_FALSE(i().Quillery_window->isVisible());
     EXPECT_EQ(i().Sign_in_username->text() + i().Sign_in_password->text(), QString());
-    EXPECT_EQ(presentation(), "+++++++++ unlock Online Log out");
+    EXPECT_EQ(presentation(), "+++++++++ unlock Online Log out online.png");
     EXPECT_EQ(i().Log_in_menu_item->menu(), nullptr);
     EXPECT_EQ(delegate->Content_file_path, home / "Documents" / ".alice1_Quillery.txt");
     EXPECT_EQ(items(), Items({"mine"})) << "the list is read when it is opened";
@@ -236,7 +237,7 @@ TEST_F(Accounts, SignInSwitchesToTheUsersListAndLogOutBack) {
     i().Log_in_menu_item->trigger();
     EXPECT_FALSE(delegate->isSigned_in);
     EXPECT_EQ(*delegate->Username + *delegate->Password, "");
-    EXPECT_EQ(presentation(), "--------- lock Offline Log in");
+    EXPECT_EQ(presentation(), "--------- lock Offline Log in offline.png");
     EXPECT_EQ(i().Log_in_menu_item->menu(), &i().Log_in_menu);
     i().Clipboard_saves_menu_item->trigger();
     EXPECT_EQ(items(), Items({"mine"}));
@@ -284,7 +285,7 @@ TEST_F(Accounts, ASecondSignInTakesOver) {
     signIn(QStringLiteral("alice1"), QStringLiteral("secret"));
     signIn(QStringLiteral("bobby1"), QStringLiteral("Secret"));
     EXPECT_EQ(*delegate->Username + *delegate->Password, "bobby1Secret");
-    EXPECT_EQ(presentation(), "+++++++++ unlock Online Log out");
+    EXPECT_EQ(presentation(), "+++++++++ unlock Online Log out online.png");
     save("his");
     EXPECT_EQ(remote(".bobby1_Quillery.txt"), "his" + kEnd);
     EXPECT_EQ(remote(".alice1_Quillery.txt"), std::nullopt);

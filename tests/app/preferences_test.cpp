@@ -3,6 +3,7 @@
 #include <fstream>
 #include <set>
 
+#include "platform/ColorScheme.h"
 #include "platform/LoginItem.h"
 #include "tests/app/ControllerTest.h"
 
@@ -43,6 +44,10 @@ TEST_F(PreferencesTest, OpenAtLaunchWritesAndRemovesTheEntry) {
     fs::remove(entry());
     start();
     EXPECT_FALSE(fs::exists(entry())) << "starting only shows the setting";
+    EXPECT_TRUE(elements().Open_at_launch_problem->text().contains(u"is missing"));
+    for (int click = 0; click < 2; ++click) elements().Open_at_launch_check_box->click();
+    EXPECT_TRUE(fs::exists(entry()));
+    EXPECT_EQ(elements().Open_at_launch_problem->text(), u"");
 }
 
 TEST_F(PreferencesTest, AnEntryThatCannotBeWrittenIsSaidAndTheSettingStands) {
@@ -53,12 +58,15 @@ TEST_F(PreferencesTest, AnEntryThatCannotBeWrittenIsSaidAndTheSettingStands) {
     EXPECT_EQ(stored("kOpenAtLaunch"), u"Yes");
     EXPECT_EQ(elements().Open_at_launch_label->text(), u"Open at launch:enabled");
     EXPECT_TRUE(elements().Open_at_launch_problem->text().contains(u"could not be written"));
+    fs::remove(entry().parent_path());
+    fs::create_directories(entry() / "in the way");
+    elements().Open_at_launch_check_box->click();
+    EXPECT_TRUE(elements().Open_at_launch_problem->text().contains(u"could not be removed"));
 }
 
 TEST_F(PreferencesTest, TheEntryQuotesAnyPath) {
-    EXPECT_NE(LoginItem::entryFor("/opt/a b/100%/$x\\y").find("\nExec=\"/opt/a b/100%%/\\\\$x\\\\\\\\y\"\n"),
-              std::string::npos)
-        << LoginItem::entryFor("/opt/a b/100%/$x\\y");
+    const std::string entry = LoginItem::entryFor(R"(/opt/a b/100%/$x\y"`)");
+    EXPECT_NE(entry.find(R"(Exec="/opt/a b/100%%/\\$x\\\\y\\"\\`")"), std::string::npos) << entry;
 }
 
 TEST_F(PreferencesTest, AutoLoginStoresWhoIsSignedInAndForgetsThem) {
@@ -120,6 +128,26 @@ TEST_F(PreferencesTest, TheInstructionsGoForwardAndBack) {
     look();
     EXPECT_EQ(texts.size(), 6U);
     EXPECT_EQ(pictures.size(), 3U);
+
+    // Pictures follow the colours, and are as sharp as the screen.
+    const auto isDark = [this] {
+        const QImage picture = elements().Instructions_image_view->pixmap().toImage();
+        return picture.pixelColor(picture.width() / 2, 4).lightness() < 128;
+    };
+    EXPECT_FALSE(isDark());
+    const QPalette usual = QApplication::palette();
+    QApplication::setPalette(ColorScheme::darkPalette());
+    EXPECT_TRUE(waitFor(isDark));
+    QApplication::setPalette(usual);
+    EXPECT_TRUE(waitFor([&] { return !isDark(); }));
+    for (const char *name : {"Intro", "Instructions-1", "Instructions-2", "Instructions-3"}) {
+        for (const char *folder : {"", "dark/"}) {
+            const QString file = QStringLiteral(":/images/") + QLatin1String(folder) + QLatin1String(name);
+            const QImage picture(file + QStringLiteral(".png"));
+            EXPECT_FALSE(picture.isNull()) << name;
+            EXPECT_EQ(QImage(file + QStringLiteral("@2x.png")).size(), picture.size() * 2) << name;
+        }
+    }
     elements().Quillery_window->close();
     elements().Instructions->trigger();
     EXPECT_EQ(state(), u"3+-") << "it opens where it was left";
@@ -135,6 +163,9 @@ TEST_F(PreferencesTest, WindowedModePassesCommandsOn) {
     elements().Windowed_mode_item->trigger();
     EXPECT_FALSE(elements().Quillery_window->isVisible());
     EXPECT_TRUE(elements().Windowed_mode->isVisible());
+    EXPECT_TRUE(elements().Windowed_text->isVisible());
+    EXPECT_FALSE(elements().Close_windowed->isVisible())
+        << "without a status bar nothing would bring it back";
     EXPECT_FALSE(elements().Add_friend_windowed_mode->isEnabled());
     elements().Preference_windowed_mode->click();
     EXPECT_EQ(elements().Quillery_Box->contentView(), elements().Preference_View);

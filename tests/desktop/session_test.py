@@ -71,6 +71,15 @@ class SessionTest(unittest.TestCase):
         self.assertFalse(self.screen.all("quillery", "push button", "Facebook"))
         self.assertEqual(self.command("--quit"), 0)
 
+    def test_a_killed_one_leaves_its_place_to_the_next(self):
+        killed = self.start(PROGRAM)
+        wait("windowed mode", lambda: self.screen.all("quillery", "push button", "Menu"))
+        killed.kill()
+        killed.wait(10)
+        self.start(PROGRAM)
+        wait("windowed mode", lambda: self.screen.all("quillery", "push button", "Menu"))
+        self.assertEqual(self.command("--quit"), 0)
+
     def test_a_panel_that_comes_late_or_again_gets_the_icon(self):
         xfce_panel.configure(HOME)
         program = self.start(PROGRAM)
@@ -79,7 +88,11 @@ class SessionTest(unittest.TestCase):
         for _ in range(2):
             panel = self.start(*xfce_panel.COMMAND)
             wait("end of the windowed mode", lambda: not menu())
-            self.assertIn("Saved List", [label for _, label, *_ in StatusMenu(session, program.pid).items()])
+            status_menu = StatusMenu(session, program.pid)
+            self.assertIn("Saved List", [label for _, label, *_ in status_menu.items()])
+            status_menu.click("Windowed Mode")
+            self.press("push button", "Close")
+            wait("end of the windowed mode", lambda: not menu())
             panel.kill()
             panel.wait(10)
             wait("windowed mode", menu)

@@ -17,17 +17,19 @@ std::optional<SingleInstance::Answer> ask(const std::string &request) {
 }
 
 TEST(SingleInstanceTest, OnlyOneHasTheClaimAndEndingFreesIt) {
+    const QByteArray display = qgetenv("DISPLAY");
     EXPECT_FALSE(SingleInstance::send("save").has_value()) << "nobody runs";
     {
         SingleInstance first;
         EXPECT_EQ(first.claim(), SingleInstance::Claim::kIsTheOne);
         SingleInstance second;
         EXPECT_EQ(second.claim(), SingleInstance::Claim::kIsSecond);
-        qputenv("DISPLAY", qgetenv("DISPLAY") + ".0");
+        qputenv("DISPLAY", display + ".0");
         EXPECT_EQ(second.claim(), SingleInstance::Claim::kIsSecond) << "the same display by another name";
         qputenv("DISPLAY", ":77");
         EXPECT_EQ(second.claim(), SingleInstance::Claim::kIsTheOne) << "another display";
     }
+    qputenv("DISPLAY", display);
     SingleInstance third;
     EXPECT_EQ(third.claim(), SingleInstance::Claim::kIsTheOne);
 }

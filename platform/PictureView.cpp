@@ -1,0 +1,20 @@
+#include "platform/PictureView.h"
+
+#include <QEvent>
+#include <QIcon>
+#include <QImageReader>
+
+#include "platform/ColorScheme.h"
+
+void PictureView::setImage(const QString &name) {
+    name_ = name;
+    if (name.isEmpty()) return clear();
+    const QString folder = ColorScheme::isDark(palette()) ? QStringLiteral("dark/") : QString();
+    const QString file = QStringLiteral(":/images/") + folder + name;
+    setPixmap(QIcon(file).pixmap(QImageReader(file).size(), devicePixelRatio()));
+}
+
+void PictureView::changeEvent(QEvent *event) {
+    QLabel::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange) setImage(name_);
+}
