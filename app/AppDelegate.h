@@ -328,8 +328,7 @@ class AppDelegate : public QObject, public TableViewDataSource {
     void Create_Shared_file(const Server &server, const std::string &user, const std::string &contact);
     void lookForFriendsList();
     std::optional<std::string> contactAtRow(int row) const;
-    void setContacts(const std::optional<std::string> &text,
-                     TableView::Animation removal = TableView::Animation::kNone);
+    void setContacts(const std::optional<std::string> &text);
     void offerToStartFriendsList(bool offers);
     void showWhatAFriendIsPickedFor();
 

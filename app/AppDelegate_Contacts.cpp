@@ -32,13 +32,13 @@ std::optional<std::string> AppDelegate::contactAtRow(int row) const {
 }
 
 // An absent text counts as no contacts at all, an empty one as one empty contact.
-void AppDelegate::setContacts(const std::optional<std::string> &text, TableView::Animation removal) {
+void AppDelegate::setContacts(const std::optional<std::string> &text) {
     Contacts_array.clear();
     if (text) {
         const auto pieces = ClipList::componentsSeparatedByTerminator(*text);
         Contacts_array.assign(pieces.begin(), pieces.end());
     }
-    interface.Contacts_table->reloadData(removal);
+    interface.Contacts_table->reloadData();
 }
 
 void AppDelegate::Contacts_item(QObject *) {
@@ -239,7 +239,10 @@ void AppDelegate::Remove_contact_from_server_action(const Server &server, const 
         log("Time number:" + std::to_string(shell_.ui.run([this] { return Remove_contact_time_number; })));
         log("Content:" + *old);
         const auto contacts = server.text(name);
-        shell_.ui.run([&] { setContacts(contacts, TableView::Animation::kFade); });
+        shell_.ui.run([&] {
+            if (contactAtRow(row) == contact) interface.Contacts_table->fadeOutRow(row);
+            setContacts(contacts);
+        });
     } else {
         log("Faild to delete");
     }

@@ -12,13 +12,15 @@ namespace {
 
 constexpr off_t kLarge = 1 << 30;
 
-int flagsFor(const char *path, int flags) {
-    return std::string_view(path).ends_with("large") ? flags & ~O_TRUNC : flags;
-}
-
 template <class Function>
 Function *next(const char *name) {
     return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
+}
+
+int openKept(const char *name, const char *path, int flags, std::va_list &rest) {
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(rest, mode_t) : 0;
+    if (std::string_view(path).ends_with("large")) flags &= ~O_TRUNC;
+    return next<int(const char *, int, ...)>(name)(path, flags, mode);
 }
 
 int cut(const char *name, int file, off_t length) {
@@ -34,17 +36,17 @@ extern "C" {
 int open(const char *path, int flags, ...) {
     std::va_list rest;
     va_start(rest, flags);
-    const mode_t mode = va_arg(rest, mode_t);
+    const int file = openKept("open", path, flags, rest);
     va_end(rest);
-    return next<int(const char *, int, ...)>("open")(path, flagsFor(path, flags), mode);
+    return file;
 }
 
 int open64(const char *path, int flags, ...) {
     std::va_list rest;
     va_start(rest, flags);
-    const mode_t mode = va_arg(rest, mode_t);
+    const int file = openKept("open64", path, flags, rest);
     va_end(rest);
-    return next<int(const char *, int, ...)>("open64")(path, flagsFor(path, flags), mode);
+    return file;
 }
 
 int ftruncate(int file, off_t length) noexcept {

@@ -47,7 +47,7 @@ TableView::TableView(QWidget *parent) : QListView(parent), rows_(std::make_uniqu
     fade_.setEndValue(0.0);
     const auto repaint = qOverload<>(&QWidget::update);
     connect(&fade_, &QVariantAnimation::valueChanged, viewport(), repaint);
-    connect(&fade_, &QVariantAnimation::finished, this, [this] { fadingRow_ = QPixmap(); });
+    connect(&fade_, &QVariantAnimation::finished, this, [this] { fading_ = QPixmap(); });
 }
 
 TableView::~TableView() {
@@ -58,18 +58,17 @@ void TableView::setDataSource(const TableViewDataSource *source) {
     rows_->setSource(source);
 }
 
-void TableView::reloadData(Animation removal) {
-    if (removal == Animation::kFade) fadeSelectedRow();
+void TableView::reloadData() {
     rows_->reload();
 }
 
-void TableView::fadeSelectedRow() {
+void TableView::fadeOutRow(int row) {
     const int duration = style()->styleHint(QStyle::SH_Widget_Animation_Duration, nullptr, this);
-    const QRect place = visualRect(model()->index(selectedRow(), 0)).intersected(viewport()->rect());
+    const QRect place = visualRect(model()->index(row, 0)).intersected(viewport()->rect());
     if (!isVisible() || place.isEmpty() || duration <= 0) return;
     fade_.stop();
-    fadingRow_ = QPixmap();
-    fadingRow_ = viewport()->grab(place);
+    fading_ = QPixmap();
+    fading_ = viewport()->grab(place);
     fadingPlace_ = place.topLeft();
     fade_.setDuration(duration);
     fade_.start();
@@ -77,10 +76,10 @@ void TableView::fadeSelectedRow() {
 
 void TableView::paintEvent(QPaintEvent *event) {
     QListView::paintEvent(event);
-    if (fadingRow_.isNull()) return;
+    if (fading_.isNull()) return;
     QPainter painter(viewport());
     painter.setOpacity(fade_.currentValue().toDouble());
-    painter.drawPixmap(fadingPlace_, fadingRow_);
+    painter.drawPixmap(fadingPlace_, fading_);
 }
 
 int TableView::selectedRow() const {

@@ -27,10 +27,11 @@ class TableView : public QListView {
 
     // Not owned; must outlive the view or be replaced.
     void setDataSource(const TableViewDataSource *source);
-    enum class Animation { kNone, kFade };
-    // Asks the data source anew, for its rows may be others now. No row is selected afterwards. With kFade,
-    // what was the selected row fades from its place, if it was in sight and the desktop has animations.
-    void reloadData(Animation removal = Animation::kNone);
+    // Asks the data source anew. No row is selected afterwards.
+    void reloadData();
+    // To be called before its rows change: what is in `row` now, if it is in sight and the desktop has
+    // animations, fades from its place, whatever the table shows there.
+    void fadeOutRow(int row);
     // The selected row, or -1.
     int selectedRow() const;
 
@@ -45,10 +46,8 @@ class TableView : public QListView {
 
   private:
     class Rows;
-    void fadeSelectedRow();
-
     std::unique_ptr<Rows> rows_;
-    QPixmap fadingRow_;  // null unless one is fading
+    QPixmap fading_;  // null unless one is fading
     QPoint fadingPlace_;
     QVariantAnimation fade_;  // of its opacity
 };
