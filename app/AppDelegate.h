@@ -237,6 +237,7 @@ class AppDelegate : public QObject, public TableViewDataSource {
     void hideListFromSight();
     void armSavingAndLoading();
     void armContacts();
+    void showLaunch();
     void showLaunchProblem(const QString &problem);
     void showPasscodeSettings();
     void fillSavedListAtStart();
@@ -296,6 +297,7 @@ class AppDelegate : public QObject, public TableViewDataSource {
     }
     void setFormLocked(const Form &form, bool isLocked);
     void hidePasswords();
+    void forgetTypedPasswords();
 
     // Accounts. Both run in the background.
     void Sign_up_upload_data(const Server &server);
@@ -335,9 +337,9 @@ class AppDelegate : public QObject, public TableViewDataSource {
     // Saved list.
     void finishListUses();
     void Clean_server_file(const Server &server, const std::string &name);
-    void Save_Clipboard_string_cloud(const std::string &announced, const Server &server,
+    bool Save_Clipboard_string_cloud(const std::string &announced, const Server &server,
                                      const std::string &name);
-    void Save_Clipboard_string_local(const std::string &announced, std::promise<void> &hasText);
+    bool Save_Clipboard_string_local(const std::string &announced, std::promise<void> &hasText);
     void Upload_after_removing_action(const Server &server, const std::string &name, ListUse &list);
     bool isShownInList(const std::string &text);
     std::string clipboardTextForSaving(const std::string &announced);
@@ -349,9 +351,10 @@ class AppDelegate : public QObject, public TableViewDataSource {
     void tellUnlessWritten(const std::filesystem::path &path, const std::string &problem);
     void reportUnsavedText(const std::string &text, const std::filesystem::path &path,
                            const std::string &why);
-    void startSave(std::function<void()> save);
+    void startSave(std::function<bool()> save);  // which tells whether it has saved
     void finishSaves();
-    void waitFor(const std::shared_future<void> &event, const QString &whatFor);
+    template <class Result>
+    void waitFor(const std::shared_future<Result> &event, const QString &whatFor);
     std::filesystem::path localListPath() const;
     std::string clipListName() const;
     void showModes();
@@ -374,12 +377,13 @@ class AppDelegate : public QObject, public TableViewDataSource {
     Shell shell_;
     std::shared_ptr<FTPTransport> transport_;
     std::string storageHost_;
-    std::shared_future<void> savesInProgress_;
+    std::shared_future<bool> savesInProgress_;
     std::vector<std::shared_future<void>> listUses_;
     LocalList localList_;
     std::vector<std::shared_ptr<VkHotKey>> hotKeys_;
     int instructionPage_ = 0;  // the one shown, counted from 0
     bool isQuitting_ = false;  // the user has decided to quit
+    std::stop_source quits_;   // so that nobody needs what is only being read
     bool isEnding_ = false;    // the session ends: there is nobody left to answer
     QTimer bannerTime_;
     bool bannerIsNotification_ = false;  // or a note of the program's own

@@ -35,6 +35,16 @@ void AppDelegate::hidePasswords() {
         box->setChecked(false);
 }
 
+// Typed and left, they are nobody's to find. What is being checked or written is needed.
+void AppDelegate::forgetTypedPasswords() {
+    hidePasswords();
+    for (const Form &form : {signUpForm(), signInForm(), passwordForm()}) {
+        for (QLineEdit *field : form.fields) {
+            if (field->echoMode() == QLineEdit::Password && !field->isReadOnly()) field->clear();
+        }
+    }
+}
+
 // ---- Sign-up ----
 
 void AppDelegate::Open_sign_up_view(QObject *) {
@@ -143,6 +153,8 @@ void AppDelegate::Sing_in_done(QObject *) {
 }
 
 void AppDelegate::Log_out_Action() {
+    const bool locks = settingIs("kHasPasscode", "YES");
+    if (locks) finishListUses();  // they need the text that it takes away
     menu.Log_in_menu_item.setTitle(tr("Log in"));
     menu.Log_in_menu_item.clearAction();
     menu.Log_in_menu_item.setSubmenu(&interface.Log_in_menu);
@@ -170,10 +182,10 @@ void AppDelegate::Log_out_Action() {
     RemoveContact_enabled = false;
     showModes();
     disarmPasswordChange();
-    hidePasswords();
+    forgetTypedPasswords();
     offerToStartFriendsList(false);
     showPasscodeSettings();
-    if (settingIs("kHasPasscode", "YES")) {
+    if (locks) {
         menu.Saveing_menu_item.clearAction();
         menu.Clipboard_saves_menu_item.clearAction();
         hideListFromSight();

@@ -29,7 +29,14 @@ void AppDelegate::performRequest(const std::string &request, const SingleInstanc
     } else if (request == "save") {
         shell_.gate.enter([this, reply, words] {
             // Whoever has asked need not wait until the user has answered.
-            if (saveClipboard([&](const QString &why) { reply({1, words(why)}); })) reply({});
+            if (!saveClipboard([&](const QString &why) { reply({1, words(why)}); })) return;
+            shell_.background.performSelectorInBackground([this, reply, words, saved = savesInProgress_] {
+                const bool isSaved = saved.get();
+                shell_.ui.post([=] {
+                    reply(isSaved ? SingleInstance::Answer{}
+                                  : SingleInstance::Answer{1, words(tr("The text could not be saved."))});
+                });
+            });
         });
     } else if (request == "list") {
         shell_.gate.enter([this, reply, words] {
@@ -64,6 +71,7 @@ void AppDelegate::bringToFront() {
 // operation that wants its turn can end.
 void AppDelegate::terminate() {
     if (std::exchange(isQuitting_, true)) return;
+    quits_.request_stop();
     interface.Quillery_window->close();
     connect(&shell_.background, &BackgroundTasks::ended, this, &AppDelegate::quitWhenDone);
     // A write that was announced is finished first; whoever cannot wait for it may say so.

@@ -82,11 +82,13 @@ static std::optional<bool> hasNoFriendsList(const std::optional<std::vector<FTPR
 void AppDelegate::lookForFriendsList() {
     offerToStartFriendsList(false);
     if (!isSigned_in) return;
-    shell_.background.performSelectorInBackground([this, server = server(), user = Username.value_or("")] {
-        const std::optional<bool> isMissing = hasNoFriendsList(server.contents(), user);
-        shell_.ui.run(
-            [&] { offerToStartFriendsList(isSigned_in && Username == user && isMissing.value_or(false)); });
-    });
+    shell_.background.performSelectorInBackground(
+        [this, server = server(), user = Username.value_or(""), quits = quits_.get_token()] {
+            const std::optional<bool> isMissing = hasNoFriendsList(server.contents(quits), user);
+            shell_.ui.run([&] {
+                offerToStartFriendsList(isSigned_in && Username == user && isMissing.value_or(false));
+            });
+        });
 }
 
 void AppDelegate::startFriendsList(QObject *) {

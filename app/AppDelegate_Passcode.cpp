@@ -71,6 +71,7 @@ void AppDelegate::hideListFromSight() {
     i.QuickView_label->setString({});
     i.notificationBanner->hide();
     i.notificationLabel->clear();
+    i.Clipboard_saved_string_combobox->selectItemAtIndex(-1);  // a friend could be sent its text
     showWhatAFriendIsPickedFor();
     const QWidget *shown = i.Quillery_Box->contentView();
     if (shown != i.List_View && shown != i.Contacts_view && shown != i.Contacts_View) return;

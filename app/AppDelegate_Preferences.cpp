@@ -19,9 +19,11 @@ void AppDelegate::Preference_menu_item(QObject *) {
     Interface &i = interface;
     // A passcode that was typed and left is nobody's to find.
     if (!i.Preference_View->isVisible()) {
+        for (QCheckBox *box : {i.Create_passcode_show, i.Change_passcode_show}) box->setChecked(false);
         emptyFields({i.Create_passcode, i.Retype_passcode, i.Change_old_passcode, i.Change_new_passcode,
                      i.Change_Retype_passcode});
     }
+    showLaunch();
     interface.Quillery_Box->setContentView(interface.Preference_View);
     orderFront(*interface.Quillery_window);
 }
@@ -32,21 +34,24 @@ void AppDelegate::Info_Action(QObject *) {
 }
 
 void AppDelegate::showPreferences() {
-    // To show a setting is not to change it.
-    const QSignalBlocker quietLaunch(interface.Open_at_launch_check_box);
-    const QSignalBlocker quietLogin(interface.Auto_Login_Check_box);
-    const bool opensAtLaunch = settingIs("kOpenAtLaunch", "Yes");
-    interface.Open_at_launch_check_box->setChecked(opensAtLaunch);
-    interface.Open_at_launch_label->setText(opensAtLaunch ? tr("Open at launch:enabled")
-                                                          : tr("Open at launch:disabled"));
-    const bool isMissing = opensAtLaunch && !LoginItem::isEnabled(kLoginItem);
-    showLaunchProblem(isMissing ? tr("%1 is missing. To have it written again, switch this off and on.")
-                                      .arg(toQString(LoginItem::file(kLoginItem).string()))
-                                : QString());
+    showLaunch();
+    const QSignalBlocker quiet(interface.Auto_Login_Check_box);  // to show a setting is not to change it
     const bool autoLogin = settingIs("kAutoLogin", "Yes");
     interface.Auto_Login_Check_box->setChecked(autoLogin);
     interface.Auto_login_label->setText(autoLogin ? tr("Auto-Login:enabled") : tr("Auto-Login:disabled"));
     showPasscodeSettings();
+}
+
+void AppDelegate::showLaunch() {
+    const QSignalBlocker quiet(interface.Open_at_launch_check_box);
+    const bool isOn = settingIs("kOpenAtLaunch", "Yes");
+    interface.Open_at_launch_check_box->setChecked(isOn);
+    interface.Open_at_launch_label->setText(isOn ? tr("Open at launch:enabled")
+                                                 : tr("Open at launch:disabled"));
+    const std::string problem = isOn ? shell_.loginItem.problem(kLoginItem) : "";
+    showLaunchProblem(
+        problem.empty() ? QString()
+                        : tr("%1 To have it written anew, switch this off and on.").arg(toQString(problem)));
 }
 
 void AppDelegate::Open_at_launch_action(QObject *) {
@@ -62,6 +67,7 @@ void AppDelegate::Open_at_launch_action(QObject *) {
 void AppDelegate::showLaunchProblem(const QString &problem) {
     interface.Open_at_launch_problem->setText(problem);
     interface.Open_at_launch_problem->setVisible(!problem.isEmpty());
+    interface.Open_at_launch_check_box->setAccessibleDescription(problem);
 }
 
 void AppDelegate::Auto_Login_action(QObject *) {

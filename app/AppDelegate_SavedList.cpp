@@ -10,6 +10,17 @@
 
 // ---- Saving the clipboard ----
 
+template <class Result>
+void AppDelegate::waitFor(const std::shared_future<Result> &event, const QString &whatFor) {
+    using namespace std::chrono_literals;
+    if (event.wait_for(0s) == std::future_status::ready) return;
+    shell_.waiting.run(whatFor, [event](const std::stop_token &stop) {
+        while (event.wait_for(20ms) != std::future_status::ready && !stop.stop_requested()) {
+        }
+        return true;
+    });
+}
+
 void AppDelegate::Save_bar_item(const VkKeyEvent &) {
     shell_.gate.enter([this] { Save_bar_item(static_cast<QObject *>(nullptr)); });
 }
@@ -38,12 +49,13 @@ bool AppDelegate::saveClipboard(const std::function<void(const QString &why)> &r
     if (isShownInList(copied.text)) return refuse(tr("Text does exist in the list."));
     if (isSigned_in) {
         startSave([this, announced = copied.text, server = server(), name = clipListName()] {
-            Save_Clipboard_string_cloud(announced, server, name);
+            return Save_Clipboard_string_cloud(announced, server, name);
         });
     } else {
         const auto hasText = std::make_shared<std::promise<void>>();
-        startSave(
-            [this, announced = copied.text, hasText] { Save_Clipboard_string_local(announced, *hasText); });
+        startSave([this, announced = copied.text, hasText] {
+            return Save_Clipboard_string_local(announced, *hasText);
+        });
         // Whoever copies the next text as soon as this one is announced must not replace it in the file.
         waitFor(hasText->get_future().share(), tr("Asking for the copied text…"));
     }
@@ -76,7 +88,7 @@ std::string AppDelegate::clipboardTextForSaving(const std::string &announced) {
     return text;
 }
 
-void AppDelegate::Save_Clipboard_string_cloud(const std::string &announced, const Server &server,
+bool AppDelegate::Save_Clipboard_string_cloud(const std::string &announced, const Server &server,
                                               const std::string &name) {
     const auto read = server.text(name);
     const auto old = read ? std::make_shared<const std::string>(*read) : nullptr;
@@ -84,9 +96,10 @@ void AppDelegate::Save_Clipboard_string_cloud(const std::string &announced, cons
     const std::string text = clipboardTextForSaving(announced);
     const bool uploaded = server.upload(ClipList::withEntryInFront(text, read), name);
     shell_.ui.run([&] { UploadDidFinish = uploaded; });
+    return uploaded;
 }
 
-void AppDelegate::Save_Clipboard_string_local(const std::string &announced, std::promise<void> &hasText) {
+bool AppDelegate::Save_Clipboard_string_local(const std::string &announced, std::promise<void> &hasText) {
     const auto path = shell_.ui.run([this] { return Content_file_path = localListPath(); });
     const std::string text = clipboardTextForSaving(announced);
     hasText.set_value();
@@ -95,6 +108,7 @@ void AppDelegate::Save_Clipboard_string_local(const std::string &announced, std:
     const auto old = change.old ? std::make_shared<const std::string>(std::move(*change.old)) : nullptr;
     shell_.ui.run([&] { Content_of_quillery_file_Local = old; });
     if (!change.isWritten) reportUnsavedText(text, path, change.problem);
+    return change.isWritten;
 }
 
 // The user has been told of success by now, so this must not go unseen. Called in the background; waits for
@@ -115,13 +129,13 @@ void AppDelegate::reportUnsavedText(const std::string &text, const std::filesyst
 }
 
 // Starts a background save that finishSaves() waits for, together with those before it.
-void AppDelegate::startSave(std::function<void()> save) {
-    auto saved = std::make_shared<std::promise<void>>();
+void AppDelegate::startSave(std::function<bool()> save) {
+    auto saved = std::make_shared<std::promise<bool>>();
     const auto before = std::exchange(savesInProgress_, saved->get_future().share());
     shell_.background.performSelectorInBackground([before, saved, save = std::move(save)] {
-        save();
+        const bool isSaved = save();
         if (before.valid()) before.wait();
-        saved->set_value();
+        saved->set_value(isSaved);
     });
 }
 
@@ -134,16 +148,6 @@ void AppDelegate::finishListUses() {
 // Waits until the list file holds what was announced, unless the user cannot wait for it.
 void AppDelegate::finishSaves() {
     if (savesInProgress_.valid()) waitFor(savesInProgress_, tr("Finishing the save before this one…"));
-}
-
-void AppDelegate::waitFor(const std::shared_future<void> &event, const QString &whatFor) {
-    using namespace std::chrono_literals;
-    if (event.wait_for(0s) == std::future_status::ready) return;
-    shell_.waiting.run(whatFor, [event](const std::stop_token &stop) {
-        while (event.wait_for(20ms) != std::future_status::ready && !stop.stop_requested()) {
-        }
-        return true;
-    });
 }
 
 void AppDelegate::userNotificationCenter_didActivateNotification() {

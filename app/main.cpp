@@ -24,6 +24,11 @@
 
 namespace {
 
+// How long the program that runs may take to answer: to a mere question, and to what needs a storage server
+// that may be slow.
+constexpr std::chrono::seconds kPatience{15};
+constexpr std::chrono::seconds kWorkLimit{300};
+
 std::array<int, 2> endRequests = {-1, -1};
 
 void requestEnd(int) {
@@ -92,7 +97,7 @@ int runCommand(const CommandLine &line) {
         case CommandLine::Task::kRun:
             return kWrongUsage;
     }
-    const auto answer = SingleInstance::send(request, line.task == CommandLine::Task::kQuit);
+    const auto answer = SingleInstance::send(request, kWorkLimit, line.task == CommandLine::Task::kQuit);
     if (!answer) {
         say("no Quillery runs for you on this display");
         return kNoneRuns;
@@ -130,9 +135,12 @@ int main(int argc, char **argv) {
     }
     SingleInstance instance;
     // One that is just ending answers nobody any more, and soon leaves its place.
-    const auto patience = std::chrono::steady_clock::now() + std::chrono::seconds(15);
+    const auto patience = std::chrono::steady_clock::now() + kPatience;
     while (instance.claim() == SingleInstance::Claim::kIsSecond) {
-        if (SingleInstance::send("activate")) return kDone;
+        if (const auto answer = SingleInstance::send("activate", kPatience)) {
+            if (answer->status != kDone) say(answer->words);
+            return answer->status;
+        }
         if (std::chrono::steady_clock::now() > patience) {
             say("a Quillery runs for you on this display, but does not answer");
             return kRefused;

@@ -2,6 +2,7 @@
 
 #include <QFile>
 #include <QSaveFile>
+#include <fstream>
 #include <system_error>
 
 #include "platform/UserFolders.h"
@@ -30,6 +31,10 @@ std::string execArgument(const std::string &text) {
     return quoted + '"';
 }
 
+std::string execLine(const fs::path &program) {
+    return "Exec=" + execArgument(program.string());
+}
+
 QString toPath(const fs::path &path) {
     return QFile::decodeName(path.c_str());
 }
@@ -40,18 +45,26 @@ fs::path LoginItem::file(const std::string &identifier) {
     return configurationFolder() / "autostart" / (identifier + ".desktop");
 }
 
-bool LoginItem::isEnabled(const std::string &identifier) {
-    std::error_code error;
-    return fs::exists(file(identifier), error);
+std::string LoginItem::problem(const std::string &identifier) const {
+    const fs::path entry = file(identifier);
+    std::ifstream reading(entry);
+    if (!reading) return entry.string() + " is missing.";
+    const std::string exec = execLine(program_);
+    bool startsThis = false;
+    for (std::string line; std::getline(reading, line);) {
+        if (line == "Hidden=true" || line == "X-GNOME-Autostart-enabled=false")
+            return entry.string() + " is switched off.";
+        startsThis |= line == exec;
+    }
+    return startsThis ? "" : entry.string() + " starts another program.";
 }
 
 std::string LoginItem::entryFor(const fs::path &program) {
     return "[Desktop Entry]\n"
            "Type=Application\n"
            "Name=Quillery\n"
-           "Comment=Keeps the texts that you copy\n"
-           "Exec=" +
-           execArgument(program.string()) +
+           "Comment=Keeps the texts that you copy\n" +
+           execLine(program) +
            "\n"
            "Icon=quillery\n"
            "Terminal=false\n"

@@ -14,8 +14,8 @@ class LoginItem {
     // is done; what was there before is left as it was then.
     std::string setEnabled(const std::string &identifier, bool isEnabled) const;
 
-    // Whether there is an entry of that identifier.
-    static bool isEnabled(const std::string &identifier);
+    // Why the entry of that identifier would not start this program, a sentence; empty if it would.
+    std::string problem(const std::string &identifier) const;
 
     // Where the entry stands.
     static std::filesystem::path file(const std::string &identifier);

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -74,6 +75,12 @@ std::string readAll(int descriptor) {
         if (count <= 0) return text;
         text.append(piece, static_cast<std::size_t>(count));
     }
+}
+
+// None where it is zero.
+void setReadLimit(int descriptor, std::chrono::seconds limit) {
+    const timeval time{.tv_sec = limit.count(), .tv_usec = 0};
+    setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &time, sizeof time);
 }
 
 bool isRunning() {
@@ -185,7 +192,8 @@ void SingleInstance::drop(const Caller &caller) {
         this, [leaving] {}, Qt::QueuedConnection);
 }
 
-std::optional<SingleInstance::Answer> SingleInstance::send(const std::string &request, bool untilItEnds) {
+std::optional<SingleInstance::Answer> SingleInstance::send(const std::string &request,
+                                                           std::chrono::seconds limit, bool untilItEnds) {
     const auto address = socketAddress();
     if (!address) return std::nullopt;
     const int connection = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -199,12 +207,18 @@ std::optional<SingleInstance::Answer> SingleInstance::send(const std::string &re
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     std::string text;
+    bool isInTime = true;
     if (writeAll(connection, request + "\n")) {
+        setReadLimit(connection, limit);
         char byte = 0;
-        while (::read(connection, &byte, 1) == 1 && byte != '\n') text += byte;
-        if (untilItEnds) readAll(connection);
+        ssize_t count = 0;
+        while ((count = ::read(connection, &byte, 1)) == 1 && byte != '\n') text += byte;
+        isInTime = count >= 0 || errno != EAGAIN;
+        setReadLimit(connection, std::chrono::seconds::zero());
+        if (untilItEnds && isInTime) readAll(connection);
     }
     close(connection);
+    if (!isInTime) return Answer{Answer::kFailed, "the Quillery that runs does not answer"};
     std::size_t digits = 0;
     while (digits < text.size() && text[digits] >= '0' && text[digits] <= '9') ++digits;
     if (digits == 0) return std::nullopt;

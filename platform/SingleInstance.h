@@ -18,6 +18,7 @@ class SingleInstance : public QObject {
   public:
     // What the running program answers: an exit status, and words for the user unless it is 0.
     struct Answer {
+        static constexpr int kFailed = 1;
         int status = 0;
         std::string words;
     };
@@ -40,9 +41,11 @@ class SingleInstance : public QObject {
     // Takes requests from now on. Needs a claim and the event loop. False if the socket cannot be had.
     bool listen(Handler handler);
 
-    // Sends a request to the running program and waits for its answer, however long that takes it. Nothing if
-    // none runs, or it ended before it answered. With `untilItEnds` it also waits for its end.
-    static std::optional<Answer> send(const std::string &request, bool untilItEnds = false);
+    // Sends a request to the running program and waits for its answer; where none comes within `limit`, that
+    // is what the answer says. Nothing if none runs, or it ended before it answered. With `untilItEnds` it
+    // also waits for its end.
+    static std::optional<Answer> send(const std::string &request, std::chrono::seconds limit,
+                                      bool untilItEnds = false);
 
   private:
     struct Caller;

@@ -40,8 +40,22 @@ def locked(quillery):
     wait("window", lambda: quillery.windows("--name", "^Quillery$"))
 
 
+def about_us(quillery):
+    intro(quillery)
+    quillery.press("About Us")
+    wait("links", lambda: quillery.windows("--name", "^About us$"))
+
+
 def slow(quillery):
     quillery.find("push button", "Work Offline")
+
+
+def waiting(quillery):
+    quillery.press("Work Offline")
+    quillery.press("OK")
+    menu("Sign in", {"User name": "robin.k", "Password": "a secret"})(quillery)
+    quillery.press("Sign in")
+    wait("what is waited for", lambda: quillery.windows("--name", "^Quillery is waiting$"))
 
 
 def status_menu(quillery):
@@ -76,6 +90,23 @@ def friends(quillery):
     quillery.find("push button", "Remove a friend")
 
 
+def first_friend(quillery):
+    (quillery.store / f"{USER}_Contacts.txt").unlink()
+    quillery.choose("Friends")
+    quillery.find("push button", "Start a Friends List")
+
+
+def question(quillery):
+    quillery.choose("Saved List")
+    quillery.find("list item", TEXTS[0])
+    quillery.press("Clean the list")
+    quillery.find("push button", "Yes")
+
+
+def stand_in(quillery):
+    wait("small window", lambda: quillery.windows("--name", "^Quillery Menu$"))
+
+
 def windowed(quillery):
     quillery.choose("Windowed Mode")
     wait("small window", lambda: quillery.windows("--name", "^Quillery Menu$"))
@@ -88,16 +119,21 @@ SIGN_UP = {"Full name": "Robin Hill", "User name": "robin.k", "E-mail": "robin@e
 # Name: the settings, what is done, and the title of the window that is shown (all windows).
 PICTURES = {
     "intro": (FIRST_USE, intro, "Welcome to Quillery"),
+    "about-us": (FIRST_USE, about_us, None),
     "checking": (SIGNED_OUT, slow, "Quillery"),
+    "waiting": (SIGNED_OUT, waiting, None),
     "status-menu": (SIGNED_OUT, status_menu, None),
     "saved-list": (SIGNED_OUT, picked, None),
     "remove-mode": (SIGNED_OUT, mode("Remove mode"), "Quillery"),
+    "question": (SIGNED_OUT, question, None),
     "share-mode": (SIGNED_IN, mode("Share mode"), "Quillery"),
     "pick-a-friend": (SIGNED_IN, friend_for_a_text, "Quillery"),
     "sign-up": (SIGNED_OUT, menu("Sign up", SIGN_UP), "Quillery"),
     "sign-in": (SIGNED_OUT, menu("Sign in", {"User name": "robin.k", "Password": "a secret"}), "Quillery"),
     "change-password": (SIGNED_IN, menu("Change Password"), "Quillery"),
     "friends": (SIGNED_IN, friends, "Quillery"),
+    "first-friend": (SIGNED_IN, first_friend, "Quillery"),
+    "remove-a-friend": (SIGNED_IN, menu("Remove a Friend"), "Quillery"),
     "add-friend": (SIGNED_IN, menu("Add a Friend", {"User name": "sam"}), "Quillery"),
     "preferences": (SIGNED_OUT, menu("Preferences"), "Quillery"),
     "preferences-with-passcode": (SIGNED_IN + WITH_PASSCODE[1:], menu("Preferences"), "Quillery"),
@@ -105,23 +141,35 @@ PICTURES = {
     "instructions": (SIGNED_OUT, menu("Instructions"), "Quillery"),
     "information": (SIGNED_OUT, menu("Information"), "Quillery"),
     "windowed-mode": (SIGNED_OUT, windowed, "Quillery Menu"),
+    "without-status-bar": (SIGNED_OUT, stand_in, "Quillery Menu"),
 }
+# Those with a server that says nothing, and what they wait for turns.
+MUTE = (slow, waiting)
 
 
 def take(name, screen):
     settings, act, title = PICTURES[name]
     with contextlib.ExitStack() as stack:
         environment = {}
-        if act is slow:  # a server that says nothing
+        if act in MUTE:
             mute = stack.enter_context(socket.create_server(("127.0.0.1", 0)))
             environment = {"QUILLERY_STORAGE_HOST": "127.0.0.1", "QUILLERY_STORAGE_PORT": str(mute.getsockname()[1])}
         quillery = stack.enter_context(Quillery(PROGRAM, screen, settings, environment))
-        if act not in (intro, slow):
+        if settings is not FIRST_USE and act not in MUTE:
             quillery.wait_until_started()
         act(quillery)
-        # A wait shows a spinner, which never comes to rest.
-        pixels = shot() if act is slow else still()
+        pixels = shot() if act in MUTE else still()
         save(pixels, quillery.area(title, with_frame=True), os.path.join(FOLDER, f"{name}.png"))
+
+
+def is_taken(name, screen):
+    try:
+        take(name, screen)
+    except (Failure, OSError, ValueError, subprocess.SubprocessError, dbus.DBusException) as error:
+        print(f"[FAILED] {name}: {error}", file=REPORT)
+        return False
+    print(f"[ ok ] {name}", file=REPORT)
+    return True
 
 
 def main():
@@ -130,14 +178,10 @@ def main():
         print(f"There are no pictures {', '.join(sorted(unknown))}; there are: {', '.join(PICTURES)}", file=REPORT)
         return 2
     failed = 0
-    with desktop() as screen:
-        for name in wanted:
-            try:
-                take(name, screen)
-                print(f"[ ok ] {name}", file=REPORT)
-            except (Failure, OSError, ValueError, subprocess.SubprocessError, dbus.DBusException) as error:
-                failed += 1
-                print(f"[FAILED] {name}: {error}", file=REPORT)
+    for has_status_bar in (True, False):
+        names = [name for name in wanted if has_status_bar == (PICTURES[name][1] is not stand_in)]
+        with desktop(has_status_bar) as screen:
+            failed += sum(not is_taken(name, screen) for name in names)
     return 1 if failed else 0
 
 

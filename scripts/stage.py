@@ -32,6 +32,7 @@ REST_SECONDS = 1.8
 BACKGROUND = "#22262e" if IS_DARK else "#d5dce8"
 
 USER, FRIENDS = "robin.k", ("kim", "noor", "sam")
+LINKS = ("web", "email", "facebook", "twitter", "pinterest", "google_plus", "tutorials")
 TEXTS = (
     "Thursday, 10:30",
     "Dear all,\nthe slides are in the shared folder, and the minutes follow tomorrow.\nBest wishes\nRobin",
@@ -158,9 +159,16 @@ def windows(*search):
 # ---------------------------------------------------------------- the desktop
 
 
+def make_frames_dark(home):
+    """The frames of windows, which the window manager draws."""
+    settings = pathlib.Path("/etc/xdg/openbox/rc.xml").read_text(encoding="utf-8")
+    write(home / "openbox/rc.xml", settings.replace("<name>Clearlooks</name>", "<name>Onyx</name>"))
+    subprocess.run(["openbox", "--reconfigure"], check=True, timeout=30)
+
+
 @contextlib.contextmanager
-def desktop():
-    """A status bar and a notification service, for as long as it lasts."""
+def desktop(has_status_bar=True):
+    """With a notification service, for as long as it lasts."""
     home = pathlib.Path(os.environ["XDG_CONFIG_HOME"])
     xfce_panel.configure(os.environ["HOME"])
     write(home / "dunst/dunstrc", NOTIFICATIONS.format(scale=SCALE, points=9 * SCALE, **NOTIFICATION_COLORS))
@@ -168,8 +176,11 @@ def desktop():
           f"gtk-application-prefer-dark-theme={int(IS_DARK)}\n")
     subprocess.run(["display", "-window", "root", f"xc:{BACKGROUND}"], check=False, timeout=30)  # says 1 when it is done, too
     environment = {**os.environ, "GDK_SCALE": str(SCALE)}
-    commands = {"org.kde.StatusNotifierWatcher": xfce_panel.COMMAND, "org.freedesktop.Notifications": ["dunst"]}
+    commands = {"org.freedesktop.Notifications": ["dunst"]}
+    if has_status_bar:
+        commands["org.kde.StatusNotifierWatcher"] = xfce_panel.COMMAND
     if IS_DARK:
+        make_frames_dark(home)
         commands["org.freedesktop.portal.Desktop"] = [sys.executable, os.path.join(SUPPORT, "dark_portal.py")]
     services = [subprocess.Popen(command, stdin=subprocess.DEVNULL, env=environment) for command in commands.values()]
     try:
@@ -189,8 +200,9 @@ class Quillery:
         self.screen = screen
         self.home = pathlib.Path(tempfile.mkdtemp(dir=os.environ["HOME"]))
         write(self.home / ".config/TovanixDev/Quillery.ini", "\n".join(["[General]", *settings, ""]))
+        write(self.home / ".config/quillery/quillery.conf", "\n".join(["[links]", *(f"{link}=example.org/{link}" for link in LINKS)]))
         write(self.home / "Documents/.Quillery.txt", listed(texts))
-        store = self.home / ".local/share/quillery/htdocs"
+        self.store = store = self.home / ".local/share/quillery/htdocs"
         for name in (USER, *FRIENDS):
             for kind, content in {"Fullname": name.title(), "Username": name, "Email": f"{name}@example.org",
                                   "Password": "secret"}.items():

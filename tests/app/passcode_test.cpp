@@ -175,6 +175,8 @@ TEST_F(PasscodeTest, LogOutLocksWhatIsShownAndSignInLiftsTheLock) {
 
     pick(0);
     ASSERT_TRUE(elements().QuickView_popover->isVisible());
+    EXPECT_EQ(elements().Clipboard_saved_string_combobox->stringValue(), "mine");
+    elements().Change_old_password->setText(QStringLiteral("typed and left"));
 
     elements().Log_in_menu_item->trigger();  // it says "Log out" now
     EXPECT_EQ(armed(), "---+");
@@ -182,6 +184,8 @@ TEST_F(PasscodeTest, LogOutLocksWhatIsShownAndSignInLiftsTheLock) {
     EXPECT_FALSE(elements().Quillery_window->isAncestorOf(elements().List_View));
     EXPECT_FALSE(elements().QuickView_popover->isVisible());
     EXPECT_EQ(elements().QuickView_label->toPlainText(), QString());
+    EXPECT_EQ(elements().Clipboard_saved_string_combobox->stringValue(), "") << "a friend could be sent it";
+    EXPECT_EQ(elements().Change_old_password->text(), QString());
     elements().Contacts_item->trigger();
     EXPECT_FALSE(elements().Friends_hint->text().contains(u"mine"));
 }

@@ -44,10 +44,19 @@ TEST_F(PreferencesTest, OpenAtLaunchWritesAndRemovesTheEntry) {
     fs::remove(entry());
     start();
     EXPECT_FALSE(fs::exists(entry())) << "starting only shows the setting";
-    EXPECT_TRUE(elements().Open_at_launch_problem->text().contains(u"is missing"));
+    const auto problem = [this] { return elements().Open_at_launch_problem->text(); };
+    EXPECT_TRUE(problem().contains(u"is missing"));
+    for (const auto &[text, words] : {std::pair{"Exec=\"/opt/quillery\"\nHidden=true\n", u"is switched off"},
+                                      std::pair{"Exec=\"/opt/older\"\n", u"another program"}}) {
+        std::ofstream(entry()) << text;
+        elements().Preference_menu_item->trigger();
+        EXPECT_TRUE(problem().contains(QStringView(words))) << problem().toStdString();
+    }
     for (int click = 0; click < 2; ++click) elements().Open_at_launch_check_box->click();
     EXPECT_TRUE(fs::exists(entry()));
-    EXPECT_EQ(elements().Open_at_launch_problem->text(), u"");
+    EXPECT_EQ(problem(), u"");
+    elements().Preference_menu_item->trigger();
+    EXPECT_EQ(problem(), u"");
 }
 
 TEST_F(PreferencesTest, AnEntryThatCannotBeWrittenIsSaidAndTheSettingStands) {

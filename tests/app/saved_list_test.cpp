@@ -133,11 +133,16 @@ TEST_F(SavedListTest, AWriteThatFailsIsSaid) {
         QStringLiteral(
             "The text \"lost?\" could not be saved to %1: the folder %2 could not be made: Not a directory")
             .arg(where, QString::fromStdString(localPath().parent_path().string())));
-    save("lost?");
-    EXPECT_TRUE(waitFor([&] { return alerts.outstanding() == 0; }));
+    copy("lost?");
+    std::vector<int> answers;
+    const auto answer = [&](const SingleInstance::Answer &given) { answers.push_back(given.status); };
+    delegate->performRequest("save", answer);
+    EXPECT_TRUE(waitFor([&] { return alerts.outstanding() == 0 && !answers.empty(); }));
     fs::remove(localPath().parent_path());
-    save("lost?");
+    delegate->performRequest("save", answer);
+    EXPECT_TRUE(waitFor([&] { return answers.size() == 2; }));
     EXPECT_EQ(local(), "lost?") << "trying again is no duplicate";
+    EXPECT_EQ(answers, (std::vector<int>{1, 0}));
 }
 
 // ---- Loading ----

@@ -403,4 +403,13 @@ TEST_F(ServerFaults, WhatWasPickedStaysPickedUntilItIsDone) {
     EXPECT_EQ(stored(".alice1_Quillery.txt"), "one" + kEnd + "three" + kEnd);
 }
 
+TEST_F(ServerFaults, QuittingDoesNotWaitForWhatIsOnlyRead) {
+    startWith(true);
+    server->setFaults({{.at = "LIST", .stalls = true}});
+    i().Contacts_item->trigger();
+    ASSERT_TRUE(waitFor([&] { return server->waitUntilAt("LIST"); }));
+    delegate->performRequest("quit", [](const SingleInstance::Answer &) {});
+    EXPECT_TRUE(waitFor([&] { return background.running() == 0; }, 3000));
+}
+
 }  // namespace

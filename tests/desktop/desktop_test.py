@@ -11,6 +11,9 @@ import sys
 import time
 import unittest
 
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.realpath(__file__)), "..", "support"))
+from screen import Screen, xdotool  # noqa: E402
+
 PROGRAM = sys.argv.pop(1)
 HOME, RUNTIME = os.environ["HOME"], os.environ["XDG_RUNTIME_DIR"]
 LIST = f"{HOME}/Documents/.Quillery.txt"
@@ -25,6 +28,11 @@ def wait(what, look, seconds=30):
             raise AssertionError(f"no {what} within {seconds} s")
         time.sleep(0.02)
     return seen
+
+
+def active_title():
+    found = subprocess.run(["xdotool", "getactivewindow", "getwindowname"], capture_output=True, text=True, timeout=30, check=False)
+    return found.stdout.strip()
 
 
 def windows(title):
@@ -71,7 +79,7 @@ class DesktopTest(unittest.TestCase):
     def quillery(self, **environment):
         self.log = f"{RUNTIME}/quillery.log"
         with open(self.log, "w", encoding="utf-8") as log:
-            return self.start(PROGRAM, stderr=log, env={**os.environ, **environment})
+            return self.start(PROGRAM, stderr=log, env={**os.environ, "QT_LINUX_ACCESSIBILITY_ALWAYS_ON": "1", **environment})
 
     def wait_until_started(self):
         wait("last line of the start", lambda: "New passcode" in contents(self.log))
@@ -84,6 +92,7 @@ class DesktopTest(unittest.TestCase):
     def start_notification_service(self):
         self.start("dunst", stderr=subprocess.DEVNULL)
         wait("notification service", lambda: self.notifications() is not None)
+        subprocess.run(["dunstctl", "close-all"], check=True, timeout=30)  # of one that was there already
 
     def storage_server(self):
         """Its process on this desktop: the one that has this home folder."""
@@ -146,20 +155,26 @@ class DesktopTest(unittest.TestCase):
                 program.terminate()
                 self.assertEqual(program.wait(10), 0)
 
-    def test_a_write_in_progress_is_finished_before_the_end(self):
+    def test_a_write_in_progress_is_finished_before_the_end_unless_the_user_cannot_wait(self):
         self.settings("kIsNotFirstUse=YES", "kAutoLogin=Yes", "kUsername=alice", "kPassword=secret")
         self.start_notification_service()
-        program = self.quillery()
-        self.wait_until_started()
-        self.copy("in flight")
-        os.kill(self.storage_server(), signal.SIGSTOP)
-        subprocess.run(["xdotool", "key", "super+shift+c"], check=True, timeout=30)
-        wait("announcement", self.notifications)
-        program.terminate()
-        wait("window that says so", lambda: windows("Quillery is waiting"))
-        os.kill(self.storage_server(), signal.SIGCONT)
-        self.assertEqual(program.wait(20), 0)
-        self.assertEqual(contents(f"{HOME}/.local/share/quillery/htdocs/.alice_Quillery.txt"), "in flight" + ENTRY_END)
+        for text, gives_up in (("in flight", False), ("given up", True)):
+            program = self.quillery()
+            self.wait_until_started()
+            self.copy(text)
+            storage = self.storage_server()
+            os.kill(storage, signal.SIGSTOP)
+            subprocess.run(["xdotool", "key", "super+shift+c"], check=True, timeout=30)
+            wait("announcement", self.notifications)
+            subprocess.run(["dunstctl", "close-all"], check=True, timeout=30)
+            program.terminate()
+            wait("window that says so", lambda: windows("Quillery is waiting"))
+            if gives_up:
+                Screen().find(program.pid, "push button", "Quit Without Saving").press()
+                self.assertEqual(program.wait(20), 1)
+            os.kill(storage, signal.SIGCONT)
+            self.assertEqual(program.wait(20), int(gives_up))
+            self.assertEqual(contents(f"{HOME}/.local/share/quillery/htdocs/.alice_Quillery.txt"), "in flight" + ENTRY_END)
 
     def test_a_server_that_ran_before_is_used_and_left_alone(self):
         storage = self.start(os.path.join(os.path.dirname(PROGRAM), "quillery-storage"))
@@ -244,6 +259,21 @@ class DesktopTest(unittest.TestCase):
         wait("note", lambda: windows("Quillery says"))
         self.assertEqual(contents(LIST), "without a bus" + ENTRY_END)
 
+    def test_closing_what_stands_in_for_the_status_bar_asks_and_closing_the_intro_ends(self):
+        program = self.quillery()
+        for answer in ("No", "Yes"):
+            Screen().find(program.pid, "push button", "Menu")
+            wait("window in front", lambda: active_title() == "Quillery Menu")
+            xdotool("key", "alt+F4")
+            Screen().find(program.pid, "push button", answer).press()
+        self.assertEqual(program.wait(20), 0)
+        self.settings()
+        program = self.quillery()
+        Screen().find(program.pid, "push button", "Start Using Quillery")
+        wait("window in front", lambda: active_title() == "Welcome to Quillery")
+        xdotool("key", "alt+F4")
+        self.assertEqual(program.wait(20), 0)
+
     def test_a_locked_list_is_refused_to_commands(self):
         self.settings("kIsNotFirstUse=YES", "kHasPasscode=YES", "kPasscode=secret")
         self.quillery()
@@ -281,6 +311,7 @@ class DesktopTest(unittest.TestCase):
 
     def test_what_was_announced_survives_the_end_of_the_display(self):
         self.settings("kIsNotFirstUse=YES", "kAutoLogin=Yes", "kUsername=alice", "kPassword=secret")
+        self.start_notification_service()
         number = f"{RUNTIME}/second-display"
         with open(number, "w", encoding="utf-8") as file:
             display = self.start("Xvfb", "-displayfd", str(file.fileno()), "-nolisten", "tcp", stderr=subprocess.DEVNULL,
@@ -295,7 +326,8 @@ class DesktopTest(unittest.TestCase):
         wait("copied text", lambda: subprocess.run(["xclip", "-out", "-selection", "clipboard"], capture_output=True, timeout=30,
                                                    env={**os.environ, "DISPLAY": name}, check=False).stdout == b"late")
         os.kill(self.storage_server(), signal.SIGSTOP)
-        self.assertEqual(self.command("--save", DISPLAY=name), (0, ""))
+        self.start(PROGRAM, "--save", env={**os.environ, "DISPLAY": name})
+        wait("announcement", self.notifications)
         display.kill()
         wait("words", lambda: "the display is gone" in contents(self.log))
         os.kill(self.storage_server(), signal.SIGCONT)

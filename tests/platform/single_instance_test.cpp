@@ -8,9 +8,11 @@
 
 namespace {
 
+using namespace std::chrono_literals;
+
 // Asks from another thread, since the answer needs this one's event loop.
 std::optional<SingleInstance::Answer> ask(const std::string &request) {
-    auto answer = std::async(std::launch::async, [request] { return SingleInstance::send(request); });
+    auto answer = std::async(std::launch::async, [request] { return SingleInstance::send(request, 60s); });
     EXPECT_TRUE(
         waitFor([&] { return answer.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }));
     return answer.get();
@@ -18,7 +20,7 @@ std::optional<SingleInstance::Answer> ask(const std::string &request) {
 
 TEST(SingleInstanceTest, OnlyOneHasTheClaimAndEndingFreesIt) {
     const QByteArray display = qgetenv("DISPLAY");
-    EXPECT_FALSE(SingleInstance::send("save").has_value()) << "nobody runs";
+    EXPECT_FALSE(SingleInstance::send("save", 60s).has_value()) << "nobody runs";
     {
         SingleInstance first;
         EXPECT_EQ(first.claim(), SingleInstance::Claim::kIsTheOne);
@@ -53,13 +55,18 @@ TEST(SingleInstanceTest, PassesRequestsOnAndAnswersBack) {
     EXPECT_EQ(refused->words, "It is locked: größer.");
 
     // An answer that takes its time holds up nobody else.
-    auto slow = std::async(std::launch::async, [] { return SingleInstance::send("save"); });
+    auto slow = std::async(std::launch::async, [] { return SingleInstance::send("save", 60s); });
     ASSERT_TRUE(waitFor([&] { return static_cast<bool>(later); }));
     EXPECT_TRUE(ask("list").has_value());
+    const auto late = SingleInstance::send("list", 1s);  // which nobody can hear meanwhile
+    ASSERT_TRUE(late);
+    EXPECT_EQ(late->status, SingleInstance::Answer::kFailed);
+    EXPECT_EQ(late->words, "the Quillery that runs does not answer");
     later({});
     ASSERT_TRUE(waitFor([&] { return slow.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }));
     EXPECT_EQ(slow.get()->status, 0);
-    EXPECT_EQ(requests, (std::vector<std::string>{"list", "save", "list"}));
+    EXPECT_TRUE(waitFor([&] { return requests.size() == 4; }));
+    EXPECT_EQ(requests, (std::vector<std::string>{"list", "save", "list", "list"}));
 
     // What is no request is dropped, and the next one heard.
     EXPECT_FALSE(ask(std::string(1000, 'x')).has_value());
