@@ -115,6 +115,7 @@ void AppDelegate::startFriendsList(QObject *) {
 void AppDelegate::Add_contact_menu_item(QObject *) {
     orderFront(*interface.Quillery_window);
     interface.Quillery_Box->setContentView(interface.Add_contact_view);
+    interface.Add_contact_hint->hide();
     lookForFriendsList();
 }
 
@@ -123,6 +124,9 @@ void AppDelegate::Add_contact_done_button(QObject *) {
     setContacts(serverText(StorageNames::contacts(Username.value_or("")),
                            tr("Reading your friends from the storage server…")));
     bool isAdding = false;
+    // The look goes on where the last one ended, and may find nobody any more.
+    const bool isOver = Contact_index_number >= static_cast<std::int32_t>(Contacts_array.size());
+    interface.Add_contact_hint->setVisible(isOver && !Contacts_array.empty());
     while (Contact_index_number < static_cast<std::int32_t>(Contacts_array.size())) {
         const std::string contact = Contacts_array[static_cast<std::size_t>(Contact_index_number)];
         if (toUtf8(interface.Add_contact_textfield->text()) == contact) {

@@ -47,6 +47,24 @@ void makeWideEnoughFor(QPushButton &button, std::initializer_list<QString> title
     button.setMinimumWidth(width);
 }
 
+// A label beside a control looks disabled with it.
+class LabelOf : public QObject {
+  public:
+    LabelOf(QWidget &control, QWidget &label) : QObject(&label), control_(control), label_(label) {
+        control.installEventFilter(this);
+        label.setEnabled(control.isEnabled());
+    }
+    bool eventFilter(QObject *watched, QEvent *event) override {
+        if (watched == &control_ && event->type() == QEvent::EnabledChange)
+            label_.setEnabled(control_.isEnabled());
+        return QObject::eventFilter(watched, event);
+    }
+
+  private:
+    QWidget &control_;
+    QWidget &label_;
+};
+
 // Buttons below fields are pressed by Enter while they have the focus.
 void makeEnterPress(QWidget &root) {
     for (QPushButton *button : root.findChildren<QPushButton *>()) button->setAutoDefault(true);
@@ -122,6 +140,11 @@ Interface::Interface() {
     bannerLayout->setContentsMargins(14, 12, 14, 12);
     bannerLayout->addWidget(notificationLabel);
     makeMenu();
+    // It belongs to the list.
+    QObject::connect(Quillery_Box, &Box::contentViewChanged, QuickView_popover.get(), &QWidget::hide);
+    new LabelOf(*Share_switch, *Share_label);
+    new LabelOf(*Read_local_button, *Make_available_offline_label);
+    new LabelOf(*Auto_Login_Check_box, *Auto_login_label);
 
     for (QWidget *root :
          {Quillery_window.get(), Intro_window.get(), Windowed_mode.get(), &windows_,

@@ -20,6 +20,7 @@
 #include "app/Shell.h"
 #include "platform/ColorScheme.h"
 #include "platform/Display.h"
+#include "platform/OutlineStyle.h"
 #include "platform/SingleInstance.h"
 
 namespace {
@@ -159,6 +160,7 @@ int main(int argc, char **argv) {
     QApplication::setWindowIcon(applicationIcon());
     QApplication::setQuitOnLastWindowClosed(false);  // it lives in the status bar
 
+    QApplication::setStyle(new OutlineStyle);  // the application's from now on
     const ColorScheme colors;
     UiThread ui;
     ActionGate gate;

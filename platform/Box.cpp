@@ -1,6 +1,7 @@
 #include "platform/Box.h"
 
 #include <QScreen>
+#include <QShowEvent>
 #include <QVBoxLayout>
 #include <algorithm>
 
@@ -34,12 +35,23 @@ void Box::setContentView(QWidget *view) {
         if (owner_ && owner_ != this) view_->setParent(owner_);
     }
     view_ = view;
+    Q_EMIT contentViewChanged();
     if (!view_) return;
     owner_ = view_->parentWidget();
     layout()->addWidget(view_);
     view_->show();
-    if (QWidget *first = firstControl(view_)) first->setFocus(Qt::OtherFocusReason);
+    focusFirstControl();
     if (window()->isVisible()) growToContent(*window());
+}
+
+void Box::showEvent(QShowEvent *event) {
+    QWidget::showEvent(event);
+    if (!event->spontaneous()) focusFirstControl();
+}
+
+void Box::focusFirstControl() {
+    QWidget *first = view_ ? firstControl(view_) : nullptr;
+    if (first) first->setFocus(Qt::OtherFocusReason);
 }
 
 void growToContent(QWidget &window) {

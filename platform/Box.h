@@ -12,11 +12,20 @@ class Box : public QWidget {
     explicit Box(QWidget *parent = nullptr);
 
     // Makes `view` the content, or empties the box (null). The keyboard focus goes to the view's first
-    // control.
+    // control, and so it does whenever the box is shown again.
     void setContentView(QWidget *view);
     QWidget *contentView() const { return view_; }
 
+  Q_SIGNALS:
+    // The content is another one now.
+    void contentViewChanged();
+
+  protected:
+    void showEvent(QShowEvent *event) override;
+
   private:
+    void focusFirstControl();
+
     QWidget *view_ = nullptr;
     QPointer<QWidget> owner_;  // of the view, where it was before
 };

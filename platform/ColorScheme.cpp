@@ -83,6 +83,7 @@ QPalette ColorScheme::darkPalette() {
     for (const auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText})
         palette.setColor(QPalette::Disabled, role, faint);
     palette.setColor(QPalette::Disabled, QPalette::Highlight, button);
+    palette.setColor(QPalette::Disabled, QPalette::Base, window);
     palette.setColor(QPalette::Disabled, QPalette::Light, base);  // the shadow of disabled text
     return palette;
 }

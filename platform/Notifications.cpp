@@ -75,8 +75,12 @@ void DesktopNotifications::askForCapabilities() {
     auto *reply = new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(question), this);
     connect(reply, &QDBusPendingCallWatcher::finished, this, [this, reply] {
         const QDBusPendingReply<QStringList> capabilities = *reply;
-        if (!capabilities.isError())
-            understandsMarkup_ = capabilities.value().contains(QStringLiteral("body-markup"));
+        if (!capabilities.isError()) {
+            // Whoever has links reads tags, even where it shows none.
+            const QStringList can = capabilities.value();
+            understandsMarkup_ = can.contains(QStringLiteral("body-markup")) ||
+                                 can.contains(QStringLiteral("body-hyperlinks"));
+        }
         for (const auto &[title, body] : std::exchange(waiting_, {})) {
             if (understandsMarkup_) {
                 show(title, body);
@@ -108,7 +112,8 @@ void DesktopNotifications::show(const QString &title, const QString &body) {
                             {QStringLiteral("image-data"), imageData()},
                             {QStringLiteral("desktop-entry"), QStringLiteral("quillery")}};
     QDBusMessage notify = call(QStringLiteral("Notify"));
-    notify << QStringLiteral("Quillery") << 0U << QString() << title
+    const uint before = delivered_.isEmpty() ? 0U : *delivered_.cbegin();  // whose place it takes
+    notify << QStringLiteral("Quillery") << before << QString() << title
            << (*understandsMarkup_ ? body.toHtmlEscaped() : body)
            << QStringList{QStringLiteral("default"), tr("Show")} << hints << -1;
     auto *reply = new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(notify), this);

@@ -97,6 +97,9 @@ TEST_F(Contacts, AddingLooksForTheNameFromWhereItStoppedLast) {
     alerts.expect("Error!", "You can't add your self");
     add(QStringLiteral("alice1"));
     EXPECT_EQ(delegate->Contact_index_number, 2);
+    EXPECT_FALSE(i().Add_contact_hint->isVisible());
+    add(QStringLiteral("bobby1"));
+    EXPECT_TRUE(i().Add_contact_hint->isVisible()) << "nobody is left to look at";
     expectAdded(QStringLiteral("bobby1"));
     putContacts("x" + kEnd + "y" + kEnd);  // so that the scan goes on at the empty last one
     add(QStringLiteral("bobby1"));

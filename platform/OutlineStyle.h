@@ -1,0 +1,15 @@
+#pragma once
+
+#include <QProxyStyle>
+
+// The toolkit's style, which draws outlines darker than the ground: with some that can be seen in dark
+// colours, too.
+class OutlineStyle : public QProxyStyle {
+    Q_OBJECT
+
+  public:
+    void drawPrimitive(PrimitiveElement element, const QStyleOption *option, QPainter *painter,
+                       const QWidget *widget) const override;
+    void drawControl(ControlElement element, const QStyleOption *option, QPainter *painter,
+                     const QWidget *widget) const override;
+};
