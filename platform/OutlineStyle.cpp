@@ -24,9 +24,8 @@ constexpr double kOfDivision = 0.2;
 void OutlineStyle::drawPrimitive(PrimitiveElement element, const QStyleOption *option, QPainter *painter,
                                  const QWidget *widget) const {
     QProxyStyle::drawPrimitive(element, option, painter, widget);
-    const bool isBox = element == PE_IndicatorCheckBox;
-    if ((!isBox && element != PE_FrameGroupBox) || !ColorScheme::isDark(option->palette)) return;
-    painter->setPen(outline(*option, isBox ? kOfControl : kOfDivision));
+    if (element != PE_IndicatorCheckBox || !ColorScheme::isDark(option->palette)) return;
+    painter->setPen(outline(*option, kOfControl));
     painter->setBrush(Qt::NoBrush);
     painter->drawRect(option->rect.adjusted(0, 0, -1, -1));
 }
