@@ -204,13 +204,13 @@ void AppDelegate::showOnline() {
 
 void AppDelegate::offerLogOut() {
     menu.Log_in_menu_item.setTitle(tr("Log out"));
-    menu.Log_in_menu_item.setImage(QStringLiteral("unlock.png"));
     menu.Log_in_menu_item.setSubmenu(nullptr);
-    Status_Item->setImage(QStringLiteral("online.png"));
-    interface.Auto_Login_Check_box->setEnabled(true);
-    menu.Log_in_menu_item.setAction([this] { Log_out_Action(); });
     interface.Change_done_button->setEnabled(true);
     armPasswordChange();
+    menu.Log_in_menu_item.setAction([this] { Log_out_Action(); });
+    menu.Log_in_menu_item.setImage(QStringLiteral("unlock.png"));
+    Status_Item->setImage(QStringLiteral("online.png"));
+    interface.Auto_Login_Check_box->setEnabled(true);
     interface.Read_local_button->setEnabled(true);
 }
 
@@ -271,9 +271,13 @@ void AppDelegate::fillSavedListAtStart() {
 
 void AppDelegate::showPasscodeSettings() {
     const bool hasPasscode = settingIs("kHasPasscode", "YES");
-    log(hasPasscode ? "Old passcode" : "New passcode");
-    interface.Passcode_box->setContentView(hasPasscode ? interface.change_passcode_view
-                                                       : interface.new_passcode_view);
+    if (hasPasscode) {
+        interface.Passcode_box->setContentView(interface.change_passcode_view);
+        log("Old passcode");
+    } else {
+        log("New passcode");
+        interface.Passcode_box->setContentView(interface.new_passcode_view);
+    }
 }
 
 void AppDelegate::armSavingAndLoading() {

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -342,6 +343,16 @@ TEST_F(Operations, SendTheirCommandsAtOnceInTheirOrder) {
     server.port = 1;
     EXPECT_FALSE(manager.checkLogin(&server));
     EXPECT_THAT(log.take(), ElementsAre("error connecting."));
+
+    rlimit usual{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &usual), 0);
+    const int next = dup(STDIN_FILENO);
+    close(next);
+    const rlimit noMore{static_cast<rlim_t>(next), usual.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &noMore), 0);
+    EXPECT_FALSE(manager.checkLogin(&server));
+    setrlimit(RLIMIT_NOFILE, &usual);
+    EXPECT_THAT(log.take(), ElementsAre("could not open socket!"));
 }
 
 TEST_F(Operations, AreShownByTheExample) {
