@@ -245,7 +245,7 @@ void AppDelegate::Remove_contact_from_server_action(const Server &server, const 
         log("Time number:" + std::to_string(shell_.ui.run([this] { return Remove_contact_time_number; })));
         log("Content:" + *old);
         const auto contacts = server.text(name);
-        shell_.ui.run([&] {
+        shell_.ui.run([this, &contacts, row = row, &contact = contact] {
             if (contactAtRow(row) == contact) interface.Contacts_table->fadeOutRow(row);
             setContacts(contacts);
         });
