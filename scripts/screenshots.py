@@ -143,7 +143,7 @@ PICTURES = {
     "windowed-mode": (SIGNED_OUT, windowed, "Quillery Menu"),
     "without-status-bar": (SIGNED_OUT, stand_in, "Quillery Menu"),
 }
-# Those with a server that says nothing, and what they wait for turns.
+# Those with a server that says nothing; something in their window turns for ever.
 MUTE = (slow, waiting)
 
 

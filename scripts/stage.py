@@ -168,7 +168,7 @@ def make_frames_dark(home):
 
 @contextlib.contextmanager
 def desktop(has_status_bar=True):
-    """With a notification service, for as long as it lasts."""
+    """A notification service and, unless it is to have none, a status bar, for as long as it lasts."""
     home = pathlib.Path(os.environ["XDG_CONFIG_HOME"])
     xfce_panel.configure(os.environ["HOME"])
     write(home / "dunst/dunstrc", NOTIFICATIONS.format(scale=SCALE, points=9 * SCALE, **NOTIFICATION_COLORS))
