@@ -14,8 +14,6 @@ namespace {
 constexpr const char *kStorageUser = "qz7m_50281946";
 constexpr const char *kStoragePassword = "w5rt9x2h";
 
-constexpr std::chrono::seconds kBannerTime{6};  // as long as notification services show one
-
 void log(const std::string &line) {
     std::fprintf(stderr, "Quillery: %s\n", line.c_str());
 }
@@ -30,9 +28,6 @@ AppDelegate::AppDelegate(Shell shell)
       shell_(std::move(shell)) {
     interface.fillInformation(shell_.configuration.storageHost);
     wireInterface();
-    bannerTime_.setSingleShot(true);
-    bannerTime_.setInterval(kBannerTime);
-    connect(&bannerTime_, &QTimer::timeout, interface.notificationBanner.get(), &QWidget::hide);
     for (const QString &problem : shell_.configuration.problems) log(problem.toStdString());
     QMap<QString, QString> settings;
     for (const char *key : {"kIsNotFirstUse", "kHasPasscode", "kAutoLogin", "kOpenAtLaunch"}) {
@@ -163,7 +158,8 @@ void AppDelegate::tellOfMissingHotKey(const std::string &reason) {
     if (settingIs("hotKeyFailureTold", toUtf8(why).c_str())) return;
     storeSetting("hotKeyFailureTold", why);
     // After the start, whose windows would take it away.
-    shell_.gate.enter([this] { showNote(tr("No hot key"), interface.Hot_key_label->text()); });
+    shell_.gate.enter(
+        [this] { interface.notificationBanner->present(tr("No hot key"), interface.Hot_key_label->text()); });
 }
 
 bool AppDelegate::Check_if_internet_connection_is_found() {

@@ -249,7 +249,6 @@ class AppDelegate : public QObject, public TableViewDataSource {
     void tellOfMissingHotKey(const std::string &reason);
     void bringToFront();
     void showBanner(const QString &title, const QString &text);
-    void showNote(const QString &title, const QString &text);
     void quitWhenDone();
     void enterFromButton(QAbstractButton *button, Operation operation);
     void enterFromToggle(QAbstractButton *toggle, Operation operation);
@@ -385,6 +384,4 @@ class AppDelegate : public QObject, public TableViewDataSource {
     bool isQuitting_ = false;  // the user has decided to quit
     std::stop_source quits_;   // so that nobody needs what is only being read
     bool isEnding_ = false;    // the session ends: there is nobody left to answer
-    QTimer bannerTime_;
-    bool bannerIsNotification_ = false;  // or a note of the program's own
 };

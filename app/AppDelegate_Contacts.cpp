@@ -50,6 +50,11 @@ void AppDelegate::Contacts_item(QObject *) {
 }
 
 void AppDelegate::showWhatAFriendIsPickedFor() {
+    interface.Contacts_table->setPlaceholder(
+        isSigned_in
+            ? tr("Your friends are listed here once you have shared a text or chosen \"Remove a Friend\" "
+                 "from the menu.")
+            : tr("Log in to see your friends."));
     constexpr std::size_t kLongestText = 60;
     const std::string text = isLocked() ? "" : interface.Clipboard_saved_string_combobox->stringValue();
     interface.Contacts_label->setText(RemoveContact_enabled ? tr("Remove from your friends:")

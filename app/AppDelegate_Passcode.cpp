@@ -69,8 +69,7 @@ void AppDelegate::hideListFromSight() {
     Interface &i = interface;
     i.QuickView_popover->hide();
     i.QuickView_label->setString({});
-    i.notificationBanner->hide();
-    i.notificationLabel->clear();
+    i.notificationBanner->dismiss();
     i.Clipboard_saved_string_combobox->selectItemAtIndex(-1);  // a friend could be sent its text
     showWhatAFriendIsPickedFor();
     const QWidget *shown = i.Quillery_Box->contentView();

@@ -290,6 +290,7 @@ void AppDelegate::copyPickedItem(QWidget *sender) {
     }
     writeToPasteBoard(picked);
     interface.QuickView_label->setString(toQString(picked));
+    interface.fitQuickViewToText();
     interface.QuickView_popover->showRelativeTo(sender, Popover::Edge::kMaxY);
 }
 

@@ -118,7 +118,6 @@ void AppDelegate::wireInterface() {
     connect(&shell_.notificationCenter, &UserNotifications::activated, this,
             [this] { shell_.gate.enter([this] { userNotificationCenter_didActivateNotification(); }); });
     connect(&shell_.notificationCenter, &UserNotifications::undeliverable, this, &AppDelegate::showBanner);
-    i.notificationBanner->installEventFilter(this);
 
     QSizePolicy keepsItsPlace = i.Checking_cancel->sizePolicy();
     keepsItsPlace.setRetainSizeWhenHidden(true);
@@ -143,27 +142,14 @@ bool AppDelegate::eventFilter(QObject *watched, QEvent *event) {
         shell_.gate.enter([this] { Quit(nullptr); });
         return true;
     }
-    if (watched == interface.notificationBanner.get() && event->type() == QEvent::MouseButtonRelease) {
-        interface.notificationBanner->hide();
-        if (!bannerIsNotification_) return QObject::eventFilter(watched, event);
-        shell_.gate.enter([this] { userNotificationCenter_didActivateNotification(); });
-    }
     return QObject::eventFilter(watched, event);
 }
 
 // For a desktop without a notification service.
 void AppDelegate::showBanner(const QString &title, const QString &text) {
-    showNote(title, text);
-    bannerIsNotification_ = true;
-}
-
-// A click only takes it away.
-void AppDelegate::showNote(const QString &title, const QString &text) {
-    bannerIsNotification_ = false;
-    interface.notificationLabel->setText(title + QStringLiteral("\n") + text);
-    interface.notificationBanner->adjustSize();
-    interface.notificationBanner->showRelativeTo(nullptr, Popover::Edge::kMaxY);
-    bannerTime_.start();
+    interface.notificationBanner->present(title, text, [this] {
+        shell_.gate.enter([this] { userNotificationCenter_didActivateNotification(); });
+    });
 }
 
 void AppDelegate::showWaiting(const QString &whatFor) {

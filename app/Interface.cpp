@@ -14,7 +14,6 @@ namespace {
 constexpr int kQuickViewWidth = 428;  // the width of the list it belongs to
 constexpr int kQuickViewHeight = 150;
 constexpr int kTitleBar = 28;  // what a window manager commonly adds on top
-constexpr int kBannerWidth = 360;
 constexpr double kTitleScale = 1.3;
 constexpr int kMargin = 16;  // between a window and the edge of the screen
 
@@ -128,17 +127,9 @@ Interface::Interface() {
 
     waitingWindow = std::make_unique<WaitingWindow>();
 
-    notificationBanner = std::make_unique<Popover>(nullptr);
+    notificationBanner = std::make_unique<NotificationBanner>();
     notificationBanner->setObjectName(QStringLiteral("notificationBanner"));
     notificationBanner->setWindowTitle(QObject::tr("Quillery says"));
-    notificationLabel = new QLabel(notificationBanner.get());
-    notificationLabel->setTextFormat(Qt::PlainText);
-    notificationLabel->setWordWrap(true);
-    notificationLabel->setFixedWidth(kBannerWidth);
-    notificationLabel->setObjectName(QStringLiteral("notificationLabel"));
-    auto *bannerLayout = new QVBoxLayout(notificationBanner.get());
-    bannerLayout->setContentsMargins(14, 12, 14, 12);
-    bannerLayout->addWidget(notificationLabel);
     makeMenu();
     // It belongs to the list.
     QObject::connect(Quillery_Box, &Box::contentViewChanged, QuickView_popover.get(), &QWidget::hide);
@@ -280,6 +271,14 @@ void Interface::fillInformation(const std::optional<std::string> &storageHost) {
                  shortPath(configurationFolder() / "TovanixDev/Quillery.ini"),
                  QObject::tr("MIT: use it, change it and pass it on as you like, without any warranty."),
                  QLatin1String(qVersion())));
+}
+
+void Interface::fitQuickViewToText() {
+    QuickView_popover->setFixedSize(kQuickViewWidth, kQuickViewHeight);
+    QuickView_popover->layout()->activate();
+    const QSize usual = QuickView_label->size();
+    const int height = QuickView_label->heightForText(usual.width(), usual.height());
+    QuickView_popover->setFixedHeight(kQuickViewHeight - usual.height() + height);
 }
 
 void Interface::showContactsToPick() {

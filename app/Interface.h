@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "platform/NotificationBanner.h"
 #include "platform/Popover.h"
 #include "platform/TextView.h"
 #include "platform/WaitingWindow.h"
@@ -85,8 +86,7 @@ struct Interface : Ui::QuilleryWindow,
     TextView *QuickView_label;
     std::unique_ptr<Popover> Intro_popover;
     std::unique_ptr<WaitingWindow> waitingWindow;
-    std::unique_ptr<Popover> notificationBanner;  // stands in for a notification service
-    QLabel *notificationLabel;
+    std::unique_ptr<NotificationBanner> notificationBanner;
 
     // The status menu. An action's object name is the name of its item.
     QMenu Quillery_Menu;
@@ -117,6 +117,9 @@ struct Interface : Ui::QuilleryWindow,
 
     // What Info_View says. No host: the personal storage server.
     void fillInformation(const std::optional<std::string> &storageHost);
+
+    // Makes the quick view as high as its text, up to what is usual.
+    void fitQuickViewToText();
 
     // Contacts_table is shown in three places: in Contacts_view, in Contacts_View, and by itself. Each of
     // these moves it there and makes it, or the view, the content of the panel's box.

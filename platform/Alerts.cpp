@@ -36,7 +36,7 @@ int MessageBoxAlerts::run(const QString &title, const QString &message, const QS
     box.setIcon(iconFor(title, buttons.size()));
     box.setTextFormat(Qt::PlainText);  // a saved text may look like markup
     const QString shown = firstPart(message);
-    box.setText(shown);
+    box.setText(breakable(shown));
     if (shown.size() < message.size()) box.setDetailedText(shortened(message, kMostDetailCharacters));
     box.setWindowFlag(Qt::WindowStaysOnTopHint);  // the panel is kept on top as well
     QList<QPushButton *> made;

@@ -24,8 +24,10 @@ class ListControl::Rows : public QAbstractListModel {
     }
 
     QVariant data(const QModelIndex &index, int role) const override {
-        if (role != Qt::DisplayRole || !index.isValid()) return {};
-        return oneLine(items_.at(shown_[static_cast<std::size_t>(index.row())]));
+        if (!index.isValid() || (role != Qt::DisplayRole && role != Qt::TextAlignmentRole)) return {};
+        const QString line = oneLine(items_.at(shown_[static_cast<std::size_t>(index.row())]));
+        if (role == Qt::DisplayRole) return line;
+        return QVariant::fromValue(Qt::AlignVCenter | readingSide(line));
     }
 
     const std::vector<std::size_t> &shown() const { return shown_; }

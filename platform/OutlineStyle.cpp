@@ -2,6 +2,7 @@
 
 #include <QPainter>
 #include <QStyleOption>
+#include <optional>
 
 #include "platform/ColorScheme.h"
 
@@ -19,13 +20,31 @@ QColor outline(const QStyleOption &option, double ofText) {
 constexpr double kOfControl = 0.45;
 constexpr double kOfDivision = 0.2;
 
+// The colour that an element's outline is drawn in, if it is to have another than the toolkit's.
+std::optional<QColor> outlineOf(QStyle::PrimitiveElement element, const QStyleOption &option) {
+    if (!ColorScheme::isDark(option.palette)) return {};
+    switch (element) {
+        case QStyle::PE_IndicatorCheckBox:
+            return outline(option, kOfControl);
+        case QStyle::PE_PanelLineEdit:
+            if (option.state & QStyle::State_HasFocus) return option.palette.color(QPalette::Link);
+            return outline(option, kOfDivision);
+        case QStyle::PE_FrameGroupBox:
+        case QStyle::PE_Frame:
+            return outline(option, kOfDivision);
+        default:
+            return {};
+    }
+}
+
 }  // namespace
 
 void OutlineStyle::drawPrimitive(PrimitiveElement element, const QStyleOption *option, QPainter *painter,
                                  const QWidget *widget) const {
     QProxyStyle::drawPrimitive(element, option, painter, widget);
-    if (element != PE_IndicatorCheckBox || !ColorScheme::isDark(option->palette)) return;
-    painter->setPen(outline(*option, kOfControl));
+    const std::optional<QColor> color = outlineOf(element, *option);
+    if (!color) return;
+    painter->setPen(*color);
     painter->setBrush(Qt::NoBrush);
     painter->drawRect(option->rect.adjusted(0, 0, -1, -1));
 }

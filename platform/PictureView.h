@@ -15,7 +15,9 @@ class PictureView : public QLabel {
 
   protected:
     void changeEvent(QEvent *event) override;
+    void paintEvent(QPaintEvent *event) override;
 
   private:
     QString name_;
+    double ratio_ = 1;  // the screen's for which it was made
 };

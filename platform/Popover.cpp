@@ -6,6 +6,7 @@
 #include <QMouseEvent>
 #include <QScreen>
 #include <algorithm>
+#include <vector>
 
 namespace {
 constexpr int kGap = 6;  // pixels between the control and its popover
@@ -21,36 +22,50 @@ void Popover::showRelativeTo(QWidget *sender, Edge edge) {
     const QScreen *screen = sender ? sender->screen() : QGuiApplication::primaryScreen();
     const QRect room = screen->availableGeometry();
     adjustSize();
-    QPoint place = room.center() - rect().center();
-    if (sender) {
-        const QRect at(sender->mapToGlobal(QPoint(0, 0)), sender->size());
-        const int below = at.bottom() + kGap;
-        // Above the window's title bar as well, where there is room.
-        const int aboveTitle = sender->window()->frameGeometry().top() - kGap - height();
-        const int above = aboveTitle >= room.top() ? aboveTitle : at.top() - kGap - height();
-        const int right = at.right() + kGap;
-        const int left = at.left() - kGap - width();
-        const bool fitsAbove = above >= room.top();
-        const bool fitsBelow = below + height() <= room.bottom();
-        const bool fitsRight = right + width() <= room.right();
-        const bool fitsLeft = left >= room.left();
-        switch (edge) {
-            case Edge::kMaxY:
-                place = {at.left(), fitsAbove || !fitsBelow ? above : below};
-                break;
-            case Edge::kMinY:
-                place = {at.left(), fitsBelow || !fitsAbove ? below : above};
-                break;
-            case Edge::kMaxX:
-                place = {fitsRight || !fitsLeft ? right : left, at.top()};
-                break;
-            case Edge::kMinX:
-                place = {fitsLeft || !fitsRight ? left : right, at.top()};
-                break;
-        }
+    if (!sender) return showAt(inside(room, room.center() - rect().center()), nullptr);
+    const QRect at(sender->mapToGlobal(QPoint(0, 0)), sender->size());
+    const QRect window = sender->window()->frameGeometry();
+    const QPoint above(at.left(), at.top() - kGap - height());
+    const QPoint aboveTitle(at.left(), window.top() - kGap - height());
+    const QPoint below(at.left(), at.bottom() + kGap);
+    const QPoint right(at.right() + kGap, at.top());
+    const QPoint left(at.left() - kGap - width(), at.top());
+    const QPoint rightOfWindow(window.right() + kGap, at.top());
+    const QPoint leftOfWindow(window.left() - kGap - width(), at.top());
+    std::vector<QPoint> places;
+    switch (edge) {
+        case Edge::kMaxY:
+            places = {aboveTitle, rightOfWindow, leftOfWindow, above, below};
+            break;
+        case Edge::kMinY:
+            places = {below, aboveTitle, rightOfWindow, leftOfWindow, above};
+            break;
+        case Edge::kMaxX:
+            places = {right, left, below, above};
+            break;
+        case Edge::kMinX:
+            places = {left, right, below, above};
+            break;
     }
-    place.setX(std::clamp(place.x(), room.left(), std::max(room.left(), room.right() - width())));
-    place.setY(std::clamp(place.y(), room.top(), std::max(room.top(), room.bottom() - height())));
+    for (QPoint &place : places) place = inside(room, place);
+    const auto fits = [&](const QPoint &place) { return !QRect(place, size()).intersects(at); };
+    const auto place = std::find_if(places.begin(), places.end(), fits);
+    showAt(place == places.end() ? places.front() : *place, sender);
+}
+
+void Popover::showInCorner() {
+    constexpr int kMargin = 16;
+    const QRect room = QGuiApplication::primaryScreen()->availableGeometry();
+    adjustSize();
+    showAt(inside(room, room.topRight() + QPoint(-width() - kMargin, kMargin)), nullptr);
+}
+
+QPoint Popover::inside(const QRect &room, const QPoint &place) const {
+    return {std::clamp(place.x(), room.left(), std::max(room.left(), room.right() - width())),
+            std::clamp(place.y(), room.top(), std::max(room.top(), room.bottom() - height()))};
+}
+
+void Popover::showAt(const QPoint &place, QWidget *sender) {
     move(place);
     sender_ = sender;
     show();

@@ -15,14 +15,20 @@ class Popover : public QFrame {
 
     explicit Popover(QWidget *parent = nullptr);
 
-    // Shows the popover at `edge` of `sender` (kMaxY is the top edge), or on the other side where there is
-    // more room. With no sender it stands in the middle of the screen.
+    // Shows the popover at `edge` of `sender` (kMaxY is the top edge) or, where it would cover the sender, at
+    // another one; it does cover it where no edge has room. With no sender it stands in the middle of the
+    // screen.
     void showRelativeTo(QWidget *sender, Edge edge);
 
   protected:
+    // Shows it in the upper right corner of the screen.
+    void showInCorner();
+
     bool eventFilter(QObject *watched, QEvent *event) override;
 
   private:
+    QPoint inside(const QRect &room, const QPoint &place) const;
+    void showAt(const QPoint &place, QWidget *sender);
     void closeIfLeft();
 
     QPointer<QWidget> sender_;

@@ -62,6 +62,12 @@ void TableView::reloadData() {
     rows_->reload();
 }
 
+void TableView::setPlaceholder(const QString &text) {
+    placeholder_ = text;
+    setAccessibleDescription(text);
+    viewport()->update();
+}
+
 void TableView::fadeOutRow(int row) {
     const int duration = style()->styleHint(QStyle::SH_Widget_Animation_Duration, nullptr, this);
     const QRect place = visualRect(model()->index(row, 0)).intersected(viewport()->rect());
@@ -76,8 +82,14 @@ void TableView::fadeOutRow(int row) {
 
 void TableView::paintEvent(QPaintEvent *event) {
     QListView::paintEvent(event);
-    if (fading_.isNull()) return;
     QPainter painter(viewport());
+    if (model()->rowCount() == 0) {
+        constexpr int kMargin = 12;
+        painter.setPen(palette().color(QPalette::PlaceholderText));
+        painter.drawText(viewport()->rect().adjusted(kMargin, kMargin, -kMargin, -kMargin),
+                         Qt::AlignHCenter | Qt::AlignTop | Qt::TextWordWrap, placeholder_);
+    }
+    if (fading_.isNull()) return;
     painter.setOpacity(fade_.currentValue().toDouble());
     painter.drawPixmap(fadingPlace_, fading_);
 }

@@ -32,6 +32,8 @@ class TableView : public QListView {
     // To be called before its rows change: what is in `row` now, if it is in sight and the desktop has
     // animations, fades from its place, whatever the table shows there.
     void fadeOutRow(int row);
+    // What stands in the table while it has no rows.
+    void setPlaceholder(const QString &text);
     // The selected row, or -1.
     int selectedRow() const;
 
@@ -47,6 +49,7 @@ class TableView : public QListView {
   private:
     class Rows;
     std::unique_ptr<Rows> rows_;
+    QString placeholder_;
     QPixmap fading_;  // null unless one is fading
     QPoint fadingPlace_;
     QVariantAnimation fade_;  // of its opacity

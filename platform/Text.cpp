@@ -89,9 +89,29 @@ QString oneLine(std::string_view utf8, std::size_t limit) {
     return line;
 }
 
+Qt::Alignment readingSide(const QString &text) {
+    return Qt::AlignAbsolute | (text.isRightToLeft() ? Qt::AlignRight : Qt::AlignLeft);
+}
+
 QString shortened(const QString &text, qsizetype limit) {
     if (text.size() <= limit) return text;
     qsizetype cut = limit;
     if (text.at(cut).isLowSurrogate()) --cut;
     return text.left(cut) + QChar(0x2026);
+}
+
+QString breakable(const QString &text) {
+    constexpr qsizetype kLongWord = 32;  // characters that fit in every label
+    constexpr QChar kZeroWidthSpace(0x200B);
+    QString broken;
+    qsizetype length = 0;
+    for (const QChar c : text) {
+        length = c.isSpace() ? 0 : length + 1;
+        if (length > kLongWord && !c.isLowSurrogate() && !c.isMark()) {
+            broken += kZeroWidthSpace;
+            length = 1;
+        }
+        broken += c;
+    }
+    return broken;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <Qt>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -22,6 +23,12 @@ std::string toUtf8(const QString &text);
 // other control characters as visible signs, an ellipsis where something was left out.
 QString oneLine(std::string_view utf8, std::size_t limit = 200);
 
+// The side at which a text begins in its own script, whatever that of the desktop is.
+Qt::Alignment readingSide(const QString &text);
+
 // At most `limit` characters of `text`, with an ellipsis if something was left out. No character is cut in
 // two.
 QString shortened(const QString &text, qsizetype limit);
+
+// The same to read, with places in its longest words (addresses, say) at which a label may break the line.
+QString breakable(const QString &text);

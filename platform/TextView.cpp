@@ -3,6 +3,9 @@
 #include <QScrollBar>
 #include <QTextCursor>
 #include <algorithm>
+#include <cmath>
+
+#include "platform/Text.h"
 
 TextView::TextView(QWidget *parent) : QPlainTextEdit(parent) {
     setReadOnly(true);
@@ -16,12 +19,25 @@ void TextView::setString(const QString &text) {
     next_.stop();
     clear();
     text_ = text;
+    QTextOption option = document()->defaultTextOption();
+    option.setAlignment(readingSide(text));
+    document()->setDefaultTextOption(option);
     shown_ = 0;
     lineLength_ = 0;
     showNextPiece();
     moveCursor(QTextCursor::Start);
     verticalScrollBar()->setValue(0);
     if (!isComplete()) next_.start();
+}
+
+int TextView::heightForText(int width, int most) const {
+    constexpr qsizetype kMoreThanFits = 4000;
+    if (text_.size() > kMoreThanFits) return most;
+    const int margin = static_cast<int>(std::ceil(document()->documentMargin())) + frameWidth();
+    const QRect room(0, 0, width - 2 * margin, most);
+    const QRect taken =
+        fontMetrics().boundingRect(room, Qt::TextWordWrap | Qt::TextWrapAnywhere | Qt::TextExpandTabs, text_);
+    return std::min(taken.height() + 2 * margin + 1, most);  // one that it only just fits in scrolls
 }
 
 void TextView::showNextPiece() {

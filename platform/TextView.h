@@ -18,6 +18,9 @@ class TextView : public QPlainTextEdit {
     // Shows `text` in place of what was shown, from its beginning.
     void setString(const QString &text);
 
+    // The height in pixels that shows all of the text to a view of that width, or `most` where that is less.
+    int heightForText(int width, int most) const;
+
     // Whether all of the text is in the view.
     bool isComplete() const { return shown_ >= text_.size(); }
 

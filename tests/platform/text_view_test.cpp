@@ -34,3 +34,21 @@ TEST(TextView, ShowsLargeTextsWholeWithoutHoldingUpTheInterface) {
         EXPECT_LT(longest, 1000) << "milliseconds for one turn of the event loop";
     }
 }
+
+TEST(TextView, TellsTheHeightThatShowsItsTextAndBeginsWhereItsScriptDoes) {
+    TextView view;
+    view.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&view));
+    for (const QString &text : {QStringLiteral("one"), QStringLiteral("one\ntwo\n\tthree"),
+                                QString(200, u'w'), QStringLiteral("words and words and ").repeated(10)}) {
+        view.setString(text);
+        const int height = view.heightForText(400, 300);
+        view.resize(400, height);
+        EXPECT_TRUE(waitFor([&] { return view.verticalScrollBar()->maximum() == 0; })) << text.toStdString();
+        view.resize(400, height - view.fontMetrics().height());
+        EXPECT_TRUE(waitFor([&] { return view.verticalScrollBar()->maximum() > 0; })) << text.toStdString();
+    }
+    EXPECT_EQ(view.heightForText(400, 40), 40);
+    view.setString(QStringLiteral("\u05E9\u05DC\u05D5\u05DD"));
+    EXPECT_GT(view.cursorRect().left(), 200);
+}
