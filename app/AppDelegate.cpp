@@ -93,6 +93,8 @@ void AppDelegate::applicationDidFinishLaunching() {
 
 void AppDelegate::CreatingStatus_item() {
     Status_Item = std::make_unique<StatusItem>();
+    connect(Status_Item.get(), &StatusItem::imageChanged, interface.Windowed_menu_button,
+            &QPushButton::setIcon);
     Status_Item->setImage(QStringLiteral("offline.png"));
     Status_Item->setToolTip(QStringLiteral("Quillery"));
     Status_Item->setMenu(&interface.Quillery_Menu);

@@ -24,8 +24,8 @@ QString firstPart(const QString &message) {
 
 QMessageBox::Icon iconFor(const QString &title, qsizetype buttons) {
     if (buttons > 1) return QMessageBox::Question;
-    if (title.startsWith(u"Success")) return QMessageBox::Information;
-    return QMessageBox::Warning;
+    const bool isFailure = title.startsWith(u"Error") || title.startsWith(u"Faild");
+    return isFailure ? QMessageBox::Warning : QMessageBox::Information;
 }
 
 }  // namespace

@@ -1,7 +1,9 @@
 #include "platform/OutlineStyle.h"
 
+#include <QGroupBox>
 #include <QPainter>
 #include <QStyleOption>
+#include <algorithm>
 #include <optional>
 
 #include "platform/ColorScheme.h"
@@ -22,19 +24,37 @@ constexpr double kOfDivision = 0.2;
 
 // The colour that an element's outline is drawn in, if it is to have another than the toolkit's.
 std::optional<QColor> outlineOf(QStyle::PrimitiveElement element, const QStyleOption &option) {
-    if (!ColorScheme::isDark(option.palette)) return {};
+    const bool isDark = ColorScheme::isDark(option.palette);
+    const bool hasFocus = option.state & QStyle::State_HasFocus;
     switch (element) {
         case QStyle::PE_IndicatorCheckBox:
-            return outline(option, kOfControl);
+            // The toolkit marks the text of a box; those with a label beside them have none.
+            if (hasFocus) return option.palette.color(isDark ? QPalette::Link : QPalette::Highlight);
+            if (isDark) return outline(option, kOfControl);
+            return {};
         case QStyle::PE_PanelLineEdit:
-            if (option.state & QStyle::State_HasFocus) return option.palette.color(QPalette::Link);
-            return outline(option, kOfDivision);
+            if (isDark) return hasFocus ? option.palette.color(QPalette::Link) : outline(option, kOfDivision);
+            return {};
         case QStyle::PE_FrameGroupBox:
         case QStyle::PE_Frame:
-            return outline(option, kOfDivision);
+            if (isDark) return outline(option, kOfDivision);
+            return {};
         default:
             return {};
     }
+}
+
+// The toolkit's frame of a group leaves out the title.
+QRect frameOf(QStyle::PrimitiveElement element, const QStyleOption &option, const QStyle &style,
+              const QWidget *widget) {
+    QRect frame = option.rect;
+    const auto *group = qobject_cast<const QGroupBox *>(widget);
+    if (element == QStyle::PE_FrameGroupBox && group && !group->title().isEmpty()) {
+        constexpr int kGap = 3;
+        const int box = style.pixelMetric(QStyle::PM_IndicatorHeight, &option, widget);
+        frame.setTop(frame.top() + std::max(box, option.fontMetrics.height()) + kGap);
+    }
+    return frame.adjusted(0, 0, -1, -1);
 }
 
 }  // namespace
@@ -44,9 +64,14 @@ void OutlineStyle::drawPrimitive(PrimitiveElement element, const QStyleOption *o
     QProxyStyle::drawPrimitive(element, option, painter, widget);
     const std::optional<QColor> color = outlineOf(element, *option);
     if (!color) return;
+    painter->save();
     painter->setPen(*color);
     painter->setBrush(Qt::NoBrush);
-    painter->drawRect(option->rect.adjusted(0, 0, -1, -1));
+    const QRect frame = frameOf(element, *option, *this, widget);
+    painter->drawRect(frame);
+    const bool isBoxWithFocus = element == PE_IndicatorCheckBox && (option->state & State_HasFocus);
+    if (isBoxWithFocus) painter->drawRect(frame.adjusted(1, 1, -1, -1));
+    painter->restore();
 }
 
 void OutlineStyle::drawControl(ControlElement element, const QStyleOption *option, QPainter *painter,

@@ -92,7 +92,9 @@ StatusItem::~StatusItem() = default;
 
 void StatusItem::setImage(const QString &name) {
     image_ = name;
-    if (icon_) icon_->setIcon(statusImage(image_));
+    const QIcon image = statusImage(name);
+    if (icon_) icon_->setIcon(image);
+    Q_EMIT imageChanged(image);
 }
 
 void StatusItem::setToolTip(const QString &text) {

@@ -34,6 +34,7 @@ class StatusItem : public QObject {
     bool isShown() const { return icon_ != nullptr; }
 
   Q_SIGNALS:
+    void imageChanged(const QIcon &image);
     // The item has just become visible in a status bar.
     void shown();
     // The status bar has gone, and the item with it.
