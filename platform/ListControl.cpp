@@ -24,10 +24,8 @@ class ListControl::Rows : public QAbstractListModel {
     }
 
     QVariant data(const QModelIndex &index, int role) const override {
-        if (!index.isValid() || (role != Qt::DisplayRole && role != Qt::TextAlignmentRole)) return {};
-        const QString line = oneLine(items_.at(shown_[static_cast<std::size_t>(index.row())]));
-        if (role == Qt::DisplayRole) return line;
-        return QVariant::fromValue(Qt::AlignVCenter | readingSide(line));
+        if (role != Qt::DisplayRole || !index.isValid()) return {};
+        return oneLine(items_.at(shown_[static_cast<std::size_t>(index.row())]));
     }
 
     const std::vector<std::size_t> &shown() const { return shown_; }
@@ -115,7 +113,8 @@ class ListControl::Delegate : public QStyledItemDelegate {
         const QRect room = option.rect.adjusted(kRowMargin, 0, -kRowMargin, 0);
         painter->save();
         painter->setPen(option.palette.color(group, isSelected ? QPalette::HighlightedText : QPalette::Text));
-        painter->drawText(room, Qt::AlignVCenter | Qt::AlignLeading | Qt::TextSingleLine,
+        painter->setLayoutDirection(Qt::LayoutDirectionAuto);
+        painter->drawText(room, Qt::AlignVCenter | readingSide(text) | Qt::TextSingleLine,
                           option.fontMetrics.elidedText(text, Qt::ElideRight, room.width()));
         painter->restore();
     }

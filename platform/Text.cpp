@@ -102,16 +102,18 @@ QString shortened(const QString &text, qsizetype limit) {
 
 QString breakable(const QString &text) {
     constexpr qsizetype kLongWord = 32;  // characters that fit in every label
+    constexpr qsizetype kPiece = 8;
     constexpr QChar kZeroWidthSpace(0x200B);
     QString broken;
-    qsizetype length = 0;
+    qsizetype length = 0;  // of the word so far, or of its last piece
     for (const QChar c : text) {
-        length = c.isSpace() ? 0 : length + 1;
-        if (length > kLongWord && !c.isLowSurrogate() && !c.isMark()) {
+        if (c.isSpace()) length = 0;
+        if (length >= kLongWord && !c.isLowSurrogate() && !c.isMark()) {
             broken += kZeroWidthSpace;
-            length = 1;
+            length = kLongWord - kPiece;
         }
         broken += c;
+        if (!c.isSpace()) ++length;
     }
     return broken;
 }
