@@ -140,17 +140,6 @@ TEST(IdleConnection, IsNotTriedAgainAfterARefusalOrOnceBytesHaveMoved) {
     EXPECT_TRUE(client.upload("4")) << "on a new connection";
 }
 
-TEST(SurplusReply, IsNotTakenForTheNextOne) {
-    ScriptedFtpServer server(Faults{{.at = "done", .reply = "226 Stored.\r\n226 Stored indeed.", .times = 1},
-                                    {.at = "STOR", .reply = "553 No.", .skip = 1, .times = 1}});
-    Client client(server.port());
-    ASSERT_TRUE(client.upload("1"));
-    EXPECT_FALSE(client.upload("2")) << "refused by the server";
-    EXPECT_EQ(server.file("htdocs/n"), "1");
-    EXPECT_TRUE(client.upload("3"));
-    EXPECT_EQ(client.read(), "3");
-}
-
 TEST(SlowServer, IsWaitedForAsLongAsItAnswers) {
     Faults delays;
     for (const std::string at :

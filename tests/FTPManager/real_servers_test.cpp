@@ -93,13 +93,18 @@ TEST_P(RealServer, KeepsFilesOfEveryName) {
         EXPECT_EQ(contentOf(local.path() / name), name);
         EXPECT_TRUE(entry(name)) << "not in the listing";
     }
-    EXPECT_TRUE(manager.uploadData(large, "large", &server));
-    EXPECT_TRUE(manager.uploadData("", "empty", &server));
-    EXPECT_TRUE(manager.downloadFile("large", local.path(), &server));
-    EXPECT_TRUE(manager.downloadFile("empty", local.path(), &server));
-    EXPECT_TRUE(contentOf(local.path() / "large") == large);
-    EXPECT_TRUE(std::filesystem::is_empty(local.path() / "empty"));
-    EXPECT_EQ(read("empty"), "");
+    for (const auto &[name, content] : std::vector<std::pair<std::string, std::string>>{
+             {"large", large},
+             {"empty", ""},
+             {"one buffer", std::string(32768, 'x')},
+             {"zeros and ends", std::string("\xEF\xBB\xBF\0a\0\r\n\r\n", 10)}}) {
+        SCOPED_TRACE(name);
+        EXPECT_TRUE(manager.uploadData(content, name, &server));
+        EXPECT_TRUE(manager.downloadFile(name, local.path(), &server));
+        EXPECT_TRUE(contentOf(local.path() / name) == content);
+        EXPECT_TRUE(read(name) == (name == "large" ? std::nullopt : std::optional(content))) << "not UTF-8";
+    }
+    EXPECT_THAT(log.take(), IsEmpty());
     EXPECT_EQ(read("absent"), std::nullopt);
 }
 

@@ -47,32 +47,6 @@ class RealServer : public testing::Test {
     LogCapture log;
 };
 
-TEST_F(RealServer, KeepsEveryNameAndEveryByte) {
-    std::string large;
-    while (large.size() < 5'000'000)
-        large += "line " + std::to_string(large.size()) + " \xF0\x9F\x98\x80\r\n";
-    const std::vector<std::pair<std::string, std::string>> files = {
-        {".someone_Quillery.txt", "new\n-CLIPBOARD'S END-\nold\n-CLIPBOARD'S END-\n"},
-        {" blank before", "\r\n\r\n"},
-        {"..two dots", std::string("\0a\0", 3)},
-        {"a#b%20c?d;type=a&e+f", "marks"},
-        {"\xC3\xBC \xF0\x9F\x98\x80", "\xEF\xBB\xBF\xC3\xBC"},
-        {"-la", ""},
-        {"large", large},
-        {"exactly one buffer", std::string(32768, 'x')},
-    };
-    for (const auto &[name, content] : files) {
-        SCOPED_TRACE(name);
-        EXPECT_TRUE(manager.uploadData("what was there before", name, &server));
-        EXPECT_TRUE(manager.uploadData(content, name, &server));
-        EXPECT_TRUE(std::filesystem::exists(storage.listsFolder() / name));
-        EXPECT_TRUE(read(name) == content);
-    }
-    EXPECT_EQ(read("absent"), std::nullopt);
-    EXPECT_EQ(stringWithContentsOfURL(urlOf(storage.port(), "-la")), "");
-    EXPECT_THAT(log.take(), IsEmpty());
-}
-
 TEST_F(RealServer, TextThatIsNotUtf8OrNoFileReadsAsNothing) {
     std::ofstream(storage.listsFolder() / "latin") << "caf\xE9";
     std::ofstream(storage.listsFolder() / "cut") << "\xE2\x82";
@@ -83,16 +57,6 @@ TEST_F(RealServer, TextThatIsNotUtf8OrNoFileReadsAsNothing) {
          {"", "/", "/htdocs", "/htdocs/", "/htdocs/..", "/htdocs/%2e%2e", "/htdocs/cut%0d%0a"})
         EXPECT_EQ(stringWithContentsOfURL(root + path, *transport), std::nullopt) << path;
     EXPECT_EQ(stringWithContentsOfURL("file:///etc/passwd", *transport), std::nullopt);
-}
-
-TEST_F(RealServer, RefusedLoginFailsWithItsLogLine) {
-    FMServer wrong = server;
-    wrong.password = "wrong";
-    EXPECT_FALSE(manager.uploadData("x", "n", &wrong));
-    EXPECT_THAT(log.take(), ElementsAre("ftp stream failed: general stream error (check credentials?)"));
-    EXPECT_EQ(manager.action(), FTPManagerAction::kFinished);
-    EXPECT_FALSE(manager.streamSuccess());
-    EXPECT_TRUE(manager.uploadData("x", "n", &server)) << "another login has a connection of its own";
 }
 
 TEST_F(RealServer, ThreadsUploadAndReadAtTheSameTime) {
