@@ -26,17 +26,18 @@ constexpr double kOfDivision = 0.2;
 std::optional<QColor> outlineOf(QStyle::PrimitiveElement element, const QStyleOption &option) {
     const bool isDark = ColorScheme::isDark(option.palette);
     const bool hasFocus = option.state & QStyle::State_HasFocus;
+    const QColor focus = option.palette.color(isDark ? QPalette::Link : QPalette::Highlight);
     switch (element) {
         case QStyle::PE_IndicatorCheckBox:
             // The toolkit marks the text of a box; those with a label beside them have none.
-            if (hasFocus) return option.palette.color(isDark ? QPalette::Link : QPalette::Highlight);
+            if (hasFocus) return focus;
             if (isDark) return outline(option, kOfControl);
             return {};
         case QStyle::PE_PanelLineEdit:
-            if (isDark) return hasFocus ? option.palette.color(QPalette::Link) : outline(option, kOfDivision);
-            return {};
-        case QStyle::PE_FrameGroupBox:
         case QStyle::PE_Frame:
+            if (hasFocus) return focus;
+            [[fallthrough]];
+        case QStyle::PE_FrameGroupBox:
             if (isDark) return outline(option, kOfDivision);
             return {};
         default:

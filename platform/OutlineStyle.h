@@ -3,7 +3,7 @@
 #include <QProxyStyle>
 
 // The toolkit's style, which draws outlines darker than the ground: with some that can be seen in dark
-// colours, too, and with check boxes that show whether they have the focus.
+// colours, too, and with check boxes and lists that show whether they have the focus.
 class OutlineStyle : public QProxyStyle {
     Q_OBJECT
 

@@ -8,10 +8,10 @@
 
 void PictureView::setImage(const QString &name) {
     name_ = name;
+    ratio_ = devicePixelRatioF();
     if (name.isEmpty()) return clear();
     const QString folder = ColorScheme::isDark(palette()) ? QStringLiteral("dark/") : QString();
     const QString file = QStringLiteral(":/images/") + folder + name;
-    ratio_ = devicePixelRatioF();
     setPixmap(QIcon(file).pixmap(QImageReader(file).size(), ratio_));
 }
 

@@ -5,6 +5,7 @@
 #include <QLayout>
 #include <set>
 
+#include "platform/OutlineStyle.h"
 #include "tests/app/ControllerTest.h"
 
 namespace {
@@ -15,7 +16,10 @@ bool isControl(const QWidget &widget) {
 
 class AccessibilityTest : public ControllerTest {
   protected:
-    AccessibilityTest() { setNotFirstUse(); }
+    AccessibilityTest() {
+        QApplication::setStyle(new OutlineStyle);
+        setNotFirstUse();
+    }
 
     // Each place that a user can get to: a name, and what shows it.
     std::vector<std::pair<const char *, QWidget *>> places() {
@@ -55,7 +59,7 @@ class AccessibilityTest : public ControllerTest {
     }
 };
 
-TEST_F(AccessibilityTest, EveryControlHasANameAndIsReachedByTab) {
+TEST_F(AccessibilityTest, EveryControlHasANameAndIsReachedByTabVisibly) {
     start();
     for (const bool hasPasscode : {false, true}) {
         Interface &i = delegate->interface;
@@ -79,6 +83,13 @@ TEST_F(AccessibilityTest, EveryControlHasANameAndIsReachedByTab) {
                 EXPECT_FALSE(seen->text(QAccessible::Name).isEmpty());
                 EXPECT_TRUE(inTabOrder.contains(widget));
                 EXPECT_TRUE(widget->focusPolicy() & Qt::TabFocus);
+                if (!widget->isEnabled()) continue;
+                QApplication::setActiveWindow(window);
+                widget->setFocus(Qt::TabFocusReason);
+                const QImage focused = widget->grab().toImage();
+                EXPECT_TRUE(widget->hasFocus());
+                widget->clearFocus();
+                EXPECT_NE(widget->grab().toImage(), focused);
             }
             EXPECT_GT(controls, 0);
         }
