@@ -159,7 +159,7 @@ void AppDelegate::tellOfMissingHotKey(const std::string &reason) {
     interface.Hot_key_label->setText(tr("Super+Shift+C cannot save the clipboard: %1\n%2").arg(why, wayOut));
     if (settingIs("hotKeyFailureTold", toUtf8(why).c_str())) return;
     storeSetting("hotKeyFailureTold", why);
-    // After the start, whose windows would take it away.
+    // After the start, when it can be seen.
     shell_.gate.enter(
         [this] { interface.notificationBanner->present(tr("No hot key"), interface.Hot_key_label->text()); });
 }
@@ -181,7 +181,7 @@ void AppDelegate::applyOfflineState() {
     Username.reset();
     Password.reset();
     isSigned_in = false;
-    interface.State_label->setText(tr("Offline"));
+    interface.showState(tr("Offline"));
     interface.Add_friend_windowed_mode->setEnabled(false);
     interface.Remove_contact_windowed_mode->setEnabled(false);
     interface.Read_local_button->setEnabled(false);
@@ -194,7 +194,7 @@ void AppDelegate::applySignedInPresentation() {
 }
 
 void AppDelegate::showOnline() {
-    interface.State_label->setText(tr("Online"));
+    interface.showState(tr("Online"));
     interface.Add_friend_windowed_mode->setEnabled(true);
     interface.Remove_contact_windowed_mode->setEnabled(true);
     interface.Share_switch->setEnabled(true);
@@ -218,7 +218,7 @@ void AppDelegate::applySignedOutState() {
     menu.Remove_a_friend_item.clearAction();
     Password.reset();
     isSigned_in = false;
-    interface.State_label->setText(tr("Offline"));
+    interface.showState(tr("Offline"));
     interface.Add_friend_windowed_mode->setEnabled(false);
     interface.Remove_contact_windowed_mode->setEnabled(false);
     interface.Change_done_button->setEnabled(false);

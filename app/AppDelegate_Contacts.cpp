@@ -42,19 +42,14 @@ void AppDelegate::setContacts(const std::optional<std::string> &text) {
 }
 
 void AppDelegate::Contacts_item(QObject *) {
+    lookForFriendsList();  // which takes away the offer of the last time
     interface.showContacts();
     orderFront(*interface.Quillery_window);
     interface.Contacts_table->reloadData();
     showWhatAFriendIsPickedFor();
-    lookForFriendsList();
 }
 
 void AppDelegate::showWhatAFriendIsPickedFor() {
-    interface.Contacts_table->setPlaceholder(
-        isSigned_in
-            ? tr("Your friends are listed here once you have shared a text or chosen \"Remove a Friend\" "
-                 "from the menu.")
-            : tr("Log in to see your friends."));
     constexpr std::size_t kLongestText = 60;
     const std::string text = isLocked() ? "" : interface.Clipboard_saved_string_combobox->stringValue();
     interface.Contacts_label->setText(RemoveContact_enabled ? tr("Remove from your friends:")

@@ -24,6 +24,7 @@ void AppDelegate::Unlock_passcode(QObject *) {
 void AppDelegate::Done_insert_passcode_action(QObject *) {
     if (setting("kPasscode") != interface.Insert_passcode_field->text()) {
         alert(tr("Error!"), tr("Wrong passcode."));
+        interface.Insert_passcode_field->selectAll();
         return;
     }
     armSavingAndLoading();

@@ -416,7 +416,8 @@ void AppDelegate::showModeHint() {
     }();
     interface.Mode_hint->setText(text);
     interface.Mode_hint->setStyleSheet(
-        colour ? QStringLiteral("background: %1; color: white; font-weight: bold; border-radius: 3px;")
+        colour ? QStringLiteral(
+                     "background: %1; color: white; font-weight: bold; border-radius: 3px; padding: 4px;")
                      .arg(QLatin1String(colour))
-               : QString());
+               : QStringLiteral("padding: 4px 0;"));
 }

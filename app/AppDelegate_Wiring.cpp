@@ -1,5 +1,6 @@
 #include <QApplication>
 #include <QKeyEvent>
+#include <QShortcut>
 
 #include "app/AppDelegate.h"
 
@@ -109,6 +110,14 @@ void AppDelegate::wireInterface() {
     connect(i.Tovanix_intro, &QPushButton::clicked, this,
             [this] { shell_.gate.enter([this] { Tovanix_intro(interface.Tovanix_intro); }); });
     giveLinkItemsTheirAddresses();
+
+    const auto turnWith = [&i](Qt::Key key, QPushButton *button) {
+        auto *shortcut = new QShortcut(key, i.Instructions_view);
+        shortcut->setContext(Qt::WidgetWithChildrenShortcut);
+        connect(shortcut, &QShortcut::activated, button, [button] { button->click(); });
+    };
+    turnWith(Qt::Key_Left, i.Inst_Back);
+    turnWith(Qt::Key_Right, i.Inst_Next);
 
     connect(i.Windowed_menu_button, &QPushButton::clicked, this, [this] {
         QPushButton &button = *interface.Windowed_menu_button;

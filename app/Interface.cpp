@@ -131,8 +131,13 @@ Interface::Interface() {
     notificationBanner->setObjectName(QStringLiteral("notificationBanner"));
     notificationBanner->setWindowTitle(QObject::tr("Quillery says"));
     makeMenu();
+    Contacts_table->setPlaceholder(QObject::tr(
+        "No friends to show yet. They are read when you share a text or choose \"Remove a Friend\" "
+        "from the menu."));
     // It belongs to the list.
     QObject::connect(Quillery_Box, &Box::contentViewChanged, QuickView_popover.get(), &QWidget::hide);
+    QObject::connect(Quillery_Box, &Box::contentViewChanged, Quillery_window.get(),
+                     [this] { Quillery_window->setWindowTitle(QStringLiteral("Quillery")); });
     new LabelOf(*Share_switch, *Share_label);
     new LabelOf(*Read_local_button, *Make_available_offline_label);
     new LabelOf(*Auto_Login_Check_box, *Auto_login_label);
@@ -273,9 +278,14 @@ void Interface::fillInformation(const std::optional<std::string> &storageHost) {
                  QLatin1String(qVersion())));
 }
 
+void Interface::showState(const QString &state) {
+    State_label->setText(state);
+    Windowed_menu_button->setAccessibleDescription(state);
+}
+
 void Interface::fitQuickViewToText() {
     QuickView_popover->setFixedSize(kQuickViewWidth, kQuickViewHeight);
-    QuickView_popover->layout()->activate();
+    QuickView_popover->layout()->setGeometry(QuickView_popover->contentsRect());  // even while it is hidden
     const QSize usual = QuickView_label->size();
     const int height = QuickView_label->heightForText(usual.width(), usual.height());
     QuickView_popover->setFixedHeight(kQuickViewHeight - usual.height() + height);
@@ -291,12 +301,16 @@ void Interface::showContactsToPick() {
 void Interface::showContacts() {
     Quillery_Box->setContentView(Contacts_View);
     Friends_layout->insertWidget(Friends_layout->indexOf(startFriends), Contacts_table);
+    // It has come to the end of the chain; what is below it is to follow it.
+    QWidget::setTabOrder(Contacts_table, Remove_contact);
+    QWidget::setTabOrder(Contacts_table, startFriends_button);
     Contacts_table->show();
     Contacts_table->setFocus(Qt::OtherFocusReason);
 }
 
 void Interface::showContactsTable() {
     Quillery_Box->setContentView(Contacts_table);
+    Quillery_window->setWindowTitle(QObject::tr("Remove a Friend"));  // nothing else says so
 }
 
 void emptyFields(std::initializer_list<QLineEdit *> fields) {

@@ -197,7 +197,7 @@ int main(int argc, char **argv) {
         [&] {
             gate.enter([&] {
                 if (!defaults.problem().isEmpty())
-                    alerts.run(QStringLiteral("Alert!"), defaults.problem(), {QStringLiteral("OK")});
+                    alerts.run(QStringLiteral("Error!"), defaults.problem(), {QStringLiteral("OK")});
                 delegate.applicationDidFinishLaunching();
             });
         },

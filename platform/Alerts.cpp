@@ -12,20 +12,10 @@ constexpr qsizetype kMostCharacters = 600;
 constexpr qsizetype kMostLines = 12;
 constexpr qsizetype kMostDetailCharacters = 200'000;
 
-QString firstPart(const QString &message) {
-    qsizetype end = 0;
-    for (qsizetype line = 0; line < kMostLines; ++line) {
-        const qsizetype next = message.indexOf(u'\n', end);
-        if (next < 0) return shortened(message, kMostCharacters);
-        end = next + 1;
-    }
-    return shortened(shortened(message, end - 1), kMostCharacters);
-}
-
 QMessageBox::Icon iconFor(const QString &title, qsizetype buttons) {
     if (buttons > 1) return QMessageBox::Question;
-    const bool isFailure = title.startsWith(u"Error") || title.startsWith(u"Faild");
-    return isFailure ? QMessageBox::Warning : QMessageBox::Information;
+    return title.startsWith(u"Success") || title == u"Alert!" ? QMessageBox::Information
+                                                              : QMessageBox::Warning;
 }
 
 }  // namespace
@@ -35,7 +25,7 @@ int MessageBoxAlerts::run(const QString &title, const QString &message, const QS
     box.setWindowTitle(title);
     box.setIcon(iconFor(title, buttons.size()));
     box.setTextFormat(Qt::PlainText);  // a saved text may look like markup
-    const QString shown = firstPart(message);
+    const QString shown = beginning(message, kMostLines, kMostCharacters);
     box.setText(breakable(shown));
     if (shown.size() < message.size()) box.setDetailedText(shortened(message, kMostDetailCharacters));
     box.setWindowFlag(Qt::WindowStaysOnTopHint);  // the panel is kept on top as well

@@ -5,6 +5,8 @@
 #include <QVBoxLayout>
 #include <algorithm>
 
+#include "platform/ScrollArea.h"
+
 namespace {
 
 // The first control of `view` in tab order that takes the keyboard; it may be the view itself.
@@ -44,6 +46,10 @@ void Box::setContentView(QWidget *view) {
     if (window()->isVisible()) growToContent(*window());
 }
 
+int Box::heightForWidth(int width) const {
+    return layout()->totalMinimumHeightForWidth(width);
+}
+
 void Box::showEvent(QShowEvent *event) {
     QWidget::showEvent(event);
     if (!event->spontaneous()) focusFirstControl();
@@ -51,7 +57,7 @@ void Box::showEvent(QShowEvent *event) {
 
 void Box::focusFirstControl() {
     QWidget *first = view_ ? firstControl(view_) : nullptr;
-    if (first) first->setFocus(Qt::OtherFocusReason);
+    if (first) first->setFocus(Qt::TabFocusReason);  // which selects what a field holds
 }
 
 void growToContent(QWidget &window) {
@@ -61,12 +67,16 @@ void growToContent(QWidget &window) {
     const QList<QWidget *> inner = window.findChildren<QWidget *>();
     for (auto widget = inner.rbegin(); widget != inner.rend(); ++widget) {
         if ((*widget)->layout()) (*widget)->layout()->activate();
+        if (qobject_cast<ScrollArea *>(*widget)) (*widget)->updateGeometry();
     }
     layout->activate();
-    const QSize room = window.screen()->availableGeometry().size();
+    const QRect room = window.screen()->availableGeometry();
+    const int frame = window.frameGeometry().height() - window.height();
     const int width = std::min(std::max(window.width(), layout->totalMinimumSize().width()), room.width());
     // Lines that wrap need more height in less width.
     const int needed = std::max(layout->totalMinimumSize().height(),
                                 layout->hasHeightForWidth() ? layout->totalHeightForWidth(width) : 0);
-    window.resize(width, std::min(std::max(window.height(), needed), room.height()));
+    window.resize(width, std::min(std::max(window.height(), needed), room.height() - frame));
+    const int below = window.y() + frame + window.height() - 1 - room.bottom();
+    if (below > 0) window.move(window.x(), std::max(window.y() - below, room.top()));
 }

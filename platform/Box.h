@@ -16,6 +16,9 @@ class Box : public QWidget {
     void setContentView(QWidget *view);
     QWidget *contentView() const { return view_; }
 
+    // The least that shows all of the content, not what it would like.
+    int heightForWidth(int width) const override;
+
   Q_SIGNALS:
     // The content is another one now.
     void contentViewChanged();
@@ -30,5 +33,6 @@ class Box : public QWidget {
     QPointer<QWidget> owner_;  // of the view, where it was before
 };
 
-// Makes a window large enough for all that its layout shows now, as far as the screen allows; never smaller.
+// Makes a window large enough for all that its layout shows now, as far as the screen allows, and moves it up
+// where it would reach below the screen; never makes it smaller.
 void growToContent(QWidget &window);

@@ -7,11 +7,13 @@
 #include <QPainter>
 #include <QStyledItemDelegate>
 #include <QTimer>
+#include <QToolButton>
 #include <QVBoxLayout>
 #include <algorithm>
 #include <numeric>
 #include <utility>
 
+#include "platform/ListView.h"
 #include "platform/Text.h"
 
 // The rows on show: all items, or those that match the filter.
@@ -24,8 +26,10 @@ class ListControl::Rows : public QAbstractListModel {
     }
 
     QVariant data(const QModelIndex &index, int role) const override {
-        if (role != Qt::DisplayRole || !index.isValid()) return {};
-        return oneLine(items_.at(shown_[static_cast<std::size_t>(index.row())]));
+        if (!index.isValid() || (role != Qt::DisplayRole && role != Qt::AccessibleTextRole)) return {};
+        const QString line = oneLine(items_.at(shown_[static_cast<std::size_t>(index.row())]));
+        const bool isSaid = role == Qt::DisplayRole || !line.trimmed().isEmpty();
+        return isSaid ? line : line.isEmpty() ? tr("(empty)") : tr("(blanks)");
     }
 
     const std::vector<std::size_t> &shown() const { return shown_; }
@@ -100,19 +104,21 @@ class ListControl::Delegate : public QStyledItemDelegate {
                const QModelIndex &index) const override {
         QStyleOptionViewItem option = given;
         initStyleOption(&option, index);
-        const bool isEmpty = option.text.isEmpty();
-        const bool isBlank = option.text.trimmed().isEmpty();
-        const QString text = isEmpty ? tr("(empty)") : isBlank ? tr("(blanks)") : option.text;
+        const QString text = index.data(Qt::AccessibleTextRole).toString();
+        const bool isBlank = text != option.text;
         option.text.clear();
         const QStyle &style = *option.widget->style();
         style.drawControl(QStyle::CE_ItemViewItem, &option, painter, option.widget);
 
         const bool isSelected = option.state.testFlag(QStyle::State_Selected);
         const bool isActive = option.state.testFlag(QStyle::State_Active);
-        const auto group = isBlank ? QPalette::Disabled : isActive ? QPalette::Active : QPalette::Inactive;
+        const auto group = isActive ? QPalette::Active : QPalette::Inactive;
+        const auto role = isSelected ? QPalette::HighlightedText
+                          : isBlank  ? QPalette::PlaceholderText
+                                     : QPalette::Text;
         const QRect room = option.rect.adjusted(kRowMargin, 0, -kRowMargin, 0);
         painter->save();
-        painter->setPen(option.palette.color(group, isSelected ? QPalette::HighlightedText : QPalette::Text));
+        painter->setPen(option.palette.color(group, role));
         painter->setLayoutDirection(Qt::LayoutDirectionAuto);
         painter->drawText(room, Qt::AlignVCenter | readingSide(text) | Qt::TextSingleLine,
                           option.fontMetrics.elidedText(text, Qt::ElideRight, room.width()));
@@ -126,7 +132,7 @@ class ListControl::Delegate : public QStyledItemDelegate {
 ListControl::ListControl(QWidget *parent)
     : QWidget(parent),
       line_(new QLineEdit(this)),
-      view_(new QListView(this)),
+      view_(new ListView(this)),
       rows_(std::make_unique<Rows>(items_)) {
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
@@ -136,8 +142,11 @@ ListControl::ListControl(QWidget *parent)
 
     line_->setAccessibleName(tr("Filter the saved texts"));
     line_->setClearButtonEnabled(true);
+    for (QToolButton *clear : line_->findChildren<QToolButton *>())
+        clear->setAccessibleName(tr("Clear the filter"));
     line_->installEventFilter(this);
     view_->setAccessibleName(tr("Saved texts"));
+    view_->setPlaceholder(tr("Nothing matches."));
     view_->setModel(rows_.get());
     view_->setItemDelegate(new Delegate(view_));
     view_->setUniformItemSizes(true);

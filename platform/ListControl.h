@@ -9,7 +9,7 @@
 #include "platform/ListItems.h"
 
 class QLineEdit;
-class QListView;
+class ListView;
 
 // A list of texts to pick from, with a line above it that shows the current text and filters as one types.
 //
@@ -90,6 +90,6 @@ class ListControl : public QWidget {
     bool ignoresRelease_ = false;
     bool isShowingSelection_ = false;
     QLineEdit *line_;
-    QListView *view_;
+    ListView *view_;
     std::unique_ptr<Rows> rows_;
 };

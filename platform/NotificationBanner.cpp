@@ -1,9 +1,12 @@
 #include "platform/NotificationBanner.h"
 
+#include <QAccessible>
 #include <QGridLayout>
+#include <QGuiApplication>
 #include <QIcon>
 #include <QLabel>
 #include <QMouseEvent>
+#include <QScreen>
 #include <chrono>
 #include <utility>
 
@@ -12,11 +15,19 @@
 namespace {
 constexpr std::chrono::seconds kTime{6};  // as long as notification services show one
 constexpr int kTextWidth = 340;
+constexpr int kMargin = 16;  // between it and the edges of the screen
+constexpr qsizetype kMostLines = 8;
+constexpr qsizetype kMostCharacters = 400;
 constexpr int kIconSize = 32;
 }  // namespace
 
 NotificationBanner::NotificationBanner(QWidget *parent)
-    : Popover(parent), icon_(new QLabel(this)), title_(new QLabel(this)), text_(new QLabel(this)) {
+    : QFrame(parent, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint),
+      icon_(new QLabel(this)),
+      title_(new QLabel(this)),
+      text_(new QLabel(this)) {
+    setFrameShape(QFrame::StyledPanel);
+    setAttribute(Qt::WA_ShowWithoutActivating);
     QFont bold = title_->font();
     bold.setBold(true);
     title_->setFont(bold);
@@ -40,21 +51,32 @@ void NotificationBanner::present(const QString &title, const QString &text, std:
     icon_->setPixmap(QIcon(QStringLiteral(":/images/quillery.png"))
                          .pixmap(QSize(kIconSize, kIconSize), devicePixelRatio()));
     title_->setText(title);
-    text_->setText(breakable(text));
+    text_->setText(breakable(beginning(text, kMostLines, kMostCharacters)));
     clicked_ = std::move(clicked);
-    showInCorner();
+    adjustSize();
+    const QRect room = QGuiApplication::primaryScreen()->availableGeometry();
+    move(room.right() + 1 - kMargin - width(), room.top() + kMargin);
+    show();
+    raise();
     time_.start();
+    setAccessibleName(title);
+    setAccessibleDescription(text_->text());
+    QAccessibleEvent announcement(this, QAccessible::Alert);
+    QAccessible::updateAccessibility(&announcement);
 }
 
 void NotificationBanner::dismiss() {
     hide();
     title_->clear();
     text_->clear();
+    setAccessibleName({});
+    setAccessibleDescription({});
     clicked_ = {};
 }
 
 void NotificationBanner::mouseReleaseEvent(QMouseEvent *event) {
     event->accept();
+    if (event->button() != Qt::LeftButton || !rect().contains(event->position().toPoint())) return;
     const std::function<void()> clicked = std::exchange(clicked_, {});
     dismiss();
     if (clicked) clicked();

@@ -1,21 +1,21 @@
 #pragma once
 
+#include <QFrame>
 #include <QTimer>
 #include <functional>
-
-#include "platform/Popover.h"
 
 class QLabel;
 
 // What the program says where no notification service does: a small window in the upper right corner of the
 // screen, for a few seconds. It takes neither the focus nor a grab. UI thread only.
-class NotificationBanner : public Popover {
+class NotificationBanner : public QFrame {
     Q_OBJECT
 
   public:
     explicit NotificationBanner(QWidget *parent = nullptr);
 
-    // Shows the text in place of the one before. A click takes it away and then calls `clicked`, if given.
+    // Shows the text, or the beginning of a long one, in place of the one before, and announces it to
+    // assistive programs. A click takes it away and then calls `clicked`, if given.
     void present(const QString &title, const QString &text, std::function<void()> clicked = {});
 
     // Takes away what is shown; nothing of the text stays behind.

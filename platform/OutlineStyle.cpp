@@ -33,12 +33,13 @@ std::optional<QColor> outlineOf(QStyle::PrimitiveElement element, const QStyleOp
             if (hasFocus) return focus;
             if (isDark) return outline(option, kOfControl);
             return {};
-        case QStyle::PE_PanelLineEdit:
-        case QStyle::PE_Frame:
+        case QStyle::PE_Frame:  // of lists, which the toolkit does not mark
             if (hasFocus) return focus;
-            [[fallthrough]];
-        case QStyle::PE_FrameGroupBox:
             if (isDark) return outline(option, kOfDivision);
+            return {};
+        case QStyle::PE_PanelLineEdit:
+        case QStyle::PE_FrameGroupBox:
+            if (isDark) return hasFocus ? focus : outline(option, kOfDivision);
             return {};
         default:
             return {};
@@ -75,6 +76,13 @@ void OutlineStyle::drawPrimitive(PrimitiveElement element, const QStyleOption *o
     painter->restore();
 }
 
+QSize OutlineStyle::sizeFromContents(ContentsType type, const QStyleOption *option, const QSize &contents,
+                                     const QWidget *widget) const {
+    constexpr int kMoreRoom = 6;
+    const QSize size = QProxyStyle::sizeFromContents(type, option, contents, widget);
+    return type == CT_PushButton ? size + QSize(2 * kMoreRoom, 0) : size;
+}
+
 void OutlineStyle::drawControl(ControlElement element, const QStyleOption *option, QPainter *painter,
                                const QWidget *widget) const {
     QProxyStyle::drawControl(element, option, painter, widget);
@@ -83,7 +91,9 @@ void OutlineStyle::drawControl(ControlElement element, const QStyleOption *optio
     if (!ColorScheme::isDark(option->palette)) return;
     constexpr int kMargin = 5;
     const QRect &place = option->rect;
+    painter->save();
     painter->setPen(outline(*option, kOfDivision));
     painter->drawLine(place.left() + kMargin, place.center().y(), place.right() - kMargin,
                       place.center().y());
+    painter->restore();
 }

@@ -22,9 +22,18 @@ void Popover::showRelativeTo(QWidget *sender, Edge edge) {
     const QScreen *screen = sender ? sender->screen() : QGuiApplication::primaryScreen();
     const QRect room = screen->availableGeometry();
     adjustSize();
-    if (!sender) return showAt(inside(room, room.center() - rect().center()), nullptr);
-    const QRect at(sender->mapToGlobal(QPoint(0, 0)), sender->size());
-    const QRect window = sender->window()->frameGeometry();
+    const QPoint place = sender ? placeBeside(*sender, edge, room) : room.center() - rect().center();
+    move(inside(room, place));
+    sender_ = sender;
+    show();
+    raise();
+    qApp->removeEventFilter(this);
+    qApp->installEventFilter(this);
+}
+
+QPoint Popover::placeBeside(const QWidget &control, Edge edge, const QRect &room) const {
+    const QRect at(control.mapToGlobal(QPoint(0, 0)), control.size());
+    const QRect window = control.window()->frameGeometry();
     const QPoint above(at.left(), at.top() - kGap - height());
     const QPoint aboveTitle(at.left(), window.top() - kGap - height());
     const QPoint below(at.left(), at.bottom() + kGap);
@@ -50,28 +59,12 @@ void Popover::showRelativeTo(QWidget *sender, Edge edge) {
     for (QPoint &place : places) place = inside(room, place);
     const auto fits = [&](const QPoint &place) { return !QRect(place, size()).intersects(at); };
     const auto place = std::find_if(places.begin(), places.end(), fits);
-    showAt(place == places.end() ? places.front() : *place, sender);
-}
-
-void Popover::showInCorner() {
-    constexpr int kMargin = 16;
-    const QRect room = QGuiApplication::primaryScreen()->availableGeometry();
-    adjustSize();
-    showAt(inside(room, room.topRight() + QPoint(-width() - kMargin, kMargin)), nullptr);
+    return place == places.end() ? places.front() : *place;
 }
 
 QPoint Popover::inside(const QRect &room, const QPoint &place) const {
-    return {std::clamp(place.x(), room.left(), std::max(room.left(), room.right() - width())),
-            std::clamp(place.y(), room.top(), std::max(room.top(), room.bottom() - height()))};
-}
-
-void Popover::showAt(const QPoint &place, QWidget *sender) {
-    move(place);
-    sender_ = sender;
-    show();
-    raise();
-    qApp->removeEventFilter(this);
-    qApp->installEventFilter(this);
+    return {std::clamp(place.x(), room.left(), std::max(room.left(), room.right() - width() + 1)),
+            std::clamp(place.y(), room.top(), std::max(room.top(), room.bottom() - height() + 1))};
 }
 
 bool Popover::eventFilter(QObject *watched, QEvent *event) {

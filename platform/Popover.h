@@ -21,14 +21,11 @@ class Popover : public QFrame {
     void showRelativeTo(QWidget *sender, Edge edge);
 
   protected:
-    // Shows it in the upper right corner of the screen.
-    void showInCorner();
-
     bool eventFilter(QObject *watched, QEvent *event) override;
 
   private:
+    QPoint placeBeside(const QWidget &control, Edge edge, const QRect &room) const;
     QPoint inside(const QRect &room, const QPoint &place) const;
-    void showAt(const QPoint &place, QWidget *sender);
     void closeIfLeft();
 
     QPointer<QWidget> sender_;

@@ -36,7 +36,7 @@ class TableView::Rows : public QAbstractListModel {
     const TableViewDataSource *source_ = nullptr;
 };
 
-TableView::TableView(QWidget *parent) : QListView(parent), rows_(std::make_unique<Rows>(*this)) {
+TableView::TableView(QWidget *parent) : ListView(parent), rows_(std::make_unique<Rows>(*this)) {
     setModel(rows_.get());
     setEditTriggers(QAbstractItemView::NoEditTriggers);
     setSelectionMode(QAbstractItemView::SingleSelection);
@@ -62,12 +62,6 @@ void TableView::reloadData() {
     rows_->reload();
 }
 
-void TableView::setPlaceholder(const QString &text) {
-    placeholder_ = text;
-    setAccessibleDescription(text);
-    viewport()->update();
-}
-
 void TableView::fadeOutRow(int row) {
     const int duration = style()->styleHint(QStyle::SH_Widget_Animation_Duration, nullptr, this);
     const QRect place = visualRect(model()->index(row, 0)).intersected(viewport()->rect());
@@ -81,17 +75,16 @@ void TableView::fadeOutRow(int row) {
 }
 
 void TableView::paintEvent(QPaintEvent *event) {
-    QListView::paintEvent(event);
-    QPainter painter(viewport());
-    if (model()->rowCount() == 0) {
-        constexpr int kMargin = 12;
-        painter.setPen(palette().color(QPalette::PlaceholderText));
-        painter.drawText(viewport()->rect().adjusted(kMargin, kMargin, -kMargin, -kMargin),
-                         Qt::AlignHCenter | Qt::AlignTop | Qt::TextWordWrap, placeholder_);
-    }
+    ListView::paintEvent(event);
     if (fading_.isNull()) return;
+    QPainter painter(viewport());
     painter.setOpacity(fade_.currentValue().toDouble());
     painter.drawPixmap(fadingPlace_, fading_);
+}
+
+bool TableView::isBare() const {
+    if (ListView::isBare()) return true;
+    return model()->rowCount() == 1 && model()->index(0, 0).data().toString().isEmpty();
 }
 
 int TableView::selectedRow() const {

@@ -1,9 +1,10 @@
 #pragma once
 
-#include <QListView>
 #include <QPixmap>
 #include <QVariantAnimation>
 #include <memory>
+
+#include "platform/ListView.h"
 
 class TableView;
 
@@ -18,7 +19,7 @@ class TableViewDataSource {
 
 // A table of one column whose rows come from a data source and are picked one at a time: by a click, or with
 // the arrow keys and Enter. UI thread only.
-class TableView : public QListView {
+class TableView : public ListView {
     Q_OBJECT
 
   public:
@@ -32,8 +33,6 @@ class TableView : public QListView {
     // To be called before its rows change: what is in `row` now, if it is in sight and the desktop has
     // animations, fades from its place, whatever the table shows there.
     void fadeOutRow(int row);
-    // What stands in the table while it has no rows.
-    void setPlaceholder(const QString &text);
     // The selected row, or -1.
     int selectedRow() const;
 
@@ -45,11 +44,11 @@ class TableView : public QListView {
     void paintEvent(QPaintEvent *event) override;
     void keyPressEvent(QKeyEvent *event) override;
     void focusInEvent(QFocusEvent *event) override;
+    bool isBare() const override;
 
   private:
     class Rows;
     std::unique_ptr<Rows> rows_;
-    QString placeholder_;
     QPixmap fading_;  // null unless one is fading
     QPoint fadingPlace_;
     QVariantAnimation fade_;  // of its opacity

@@ -100,6 +100,16 @@ QString shortened(const QString &text, qsizetype limit) {
     return text.left(cut) + QChar(0x2026);
 }
 
+QString beginning(const QString &text, qsizetype lines, qsizetype characters) {
+    qsizetype end = 0;
+    for (qsizetype line = 0; line < lines; ++line) {
+        const qsizetype next = text.indexOf(u'\n', end);
+        if (next < 0) return shortened(text, characters);
+        end = next + 1;
+    }
+    return shortened(shortened(text, end - 1), characters);
+}
+
 QString breakable(const QString &text) {
     constexpr qsizetype kLongWord = 32;  // characters that fit in every label
     constexpr qsizetype kPiece = 8;

@@ -36,7 +36,8 @@ int TextView::heightForText(int width, int most) const {
     const int margin = static_cast<int>(std::ceil(document()->documentMargin())) + frameWidth();
     const QRect room(0, 0, width - 2 * margin, most);
     const QRect taken =
-        fontMetrics().boundingRect(room, Qt::TextWordWrap | Qt::TextWrapAnywhere | Qt::TextExpandTabs, text_);
+        fontMetrics().boundingRect(room, Qt::TextWordWrap | Qt::TextWrapAnywhere | Qt::TextExpandTabs, text_,
+                                   static_cast<int>(tabStopDistance()));
     return std::min(taken.height() + 2 * margin + 1, most);  // one that it only just fits in scrolls
 }
 

@@ -22,11 +22,11 @@ WITH_PASSCODE = (*SIGNED_OUT, "kHasPasscode=YES", "kPasscode=4711")
 # ---------------------------------------------------------------- what is done for a picture
 
 
-def menu(label, fields=None):
+def menu(label, fields=None, title="Quillery"):
     """Chooses from the status menu, and fills the form that opens."""
     def act(quillery):
         quillery.choose(label)
-        wait("window", lambda: quillery.windows("--name", "^Quillery$"))
+        wait("window", lambda: quillery.windows("--name", f"^{title}$"))
         quillery.fill(fields or {})
     return act
 
@@ -133,7 +133,7 @@ PICTURES = {
     "change-password": (SIGNED_IN, menu("Change Password"), "Quillery"),
     "friends": (SIGNED_IN, friends, "Quillery"),
     "first-friend": (SIGNED_IN, first_friend, "Quillery"),
-    "remove-a-friend": (SIGNED_IN, menu("Remove a Friend"), "Quillery"),
+    "remove-a-friend": (SIGNED_IN, menu("Remove a Friend", None, "Remove a Friend"), "Remove a Friend"),
     "add-friend": (SIGNED_IN, menu("Add a Friend", {"User name": "sam"}), "Quillery"),
     "preferences": (SIGNED_OUT, menu("Preferences"), "Quillery"),
     "preferences-with-passcode": (SIGNED_IN + WITH_PASSCODE[1:], menu("Preferences"), "Quillery"),

@@ -270,6 +270,10 @@ TEST_F(Contacts, ArePickedWithTheKeyboardWhereverTheyAreShown) {
     alerts.expect("Alert!", "Are you sure you want to remove \"bobby1\"", 1);
     QTest::keyClick(i().Contacts_table, Qt::Key_Down);
     QTest::keyClick(i().Contacts_table, Qt::Key_Return);
+    i().Quillery_window->close();
+    i().Contacts_item->trigger();
+    EXPECT_EQ(i().Quillery_window->focusWidget(), i().Contacts_table)
+        << "where Enter removes nothing unasked";
 }
 
 TEST_F(Contacts, AClickWithNoRowDoesNothing) {

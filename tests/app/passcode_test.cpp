@@ -178,9 +178,13 @@ TEST_F(PasscodeTest, LogOutLocksWhatIsShownAndSignInLiftsTheLock) {
     EXPECT_EQ(elements().Clipboard_saved_string_combobox->stringValue(), "mine");
     elements().Change_old_password->setText(QStringLiteral("typed and left"));
 
+    Q_EMIT notifications.undeliverable(QStringLiteral("Success!"), QStringLiteral("saved: mine"));
+    ASSERT_TRUE(elements().notificationBanner->isVisible());
+
     elements().Log_in_menu_item->trigger();  // it says "Log out" now
     EXPECT_EQ(armed(), "---+");
     EXPECT_FALSE(elements().Quillery_window->isVisible());
+    EXPECT_FALSE(elements().notificationBanner->isVisible());
     EXPECT_FALSE(elements().Quillery_window->isAncestorOf(elements().List_View));
     EXPECT_FALSE(elements().QuickView_popover->isVisible());
     EXPECT_EQ(elements().QuickView_label->toPlainText(), QString());

@@ -208,6 +208,8 @@ TEST_F(PreferencesTest, LinksOpenWhatIsConfiguredAndCloseThePopover) {
          {elements().Web_intro, elements().Mail_intro, elements().intro_open_tutorials}) {
         elements().Contact_us_windowed_mode->click();
         EXPECT_TRUE(elements().Intro_popover->isVisible());
+        const QPushButton &opener = *elements().Contact_us_windowed_mode;
+        EXPECT_GT(elements().Intro_popover->x(), opener.mapToGlobal(opener.rect().topRight()).x());
         button->click();
         EXPECT_FALSE(elements().Intro_popover->isVisible());
     }

@@ -130,7 +130,7 @@ class DesktopTest(unittest.TestCase):
         with open(f"{HOME}/.config/TovanixDev/Quillery.ini", "wb") as file:
             file.write(b"\xff\xfe[[[ not an ini\n=\n\0\n")
         program = self.quillery()
-        wait("alert", lambda: windows("Alert!"))
+        wait("alert", lambda: windows("Error!"))
         self.assertIn("Quillery.ini.damaged-1", contents(self.log))
         subprocess.run(["xdotool", "key", "Return"], check=True, timeout=30)
         wait("intro", lambda: windows("Welcome to Quillery"))

@@ -31,15 +31,17 @@ TEST(PopoverTest, LeavesItsSenderInViewAtWhateverEdgeHasRoom) {
     EXPECT_TRUE(room.contains(popover.geometry()));
 }
 
-TEST(PopoverTest, ABannerStandsInTheCornerAndKeepsNothingOfWhatItShowed) {
+TEST(NotificationBannerTest, StandsInTheCornerAndKeepsNothingOfWhatItShowed) {
     const QRect room = QGuiApplication::primaryScreen()->availableGeometry();
     NotificationBanner banner;
     int clicks = 0;
-    banner.present(QStringLiteral("Title"), QString(300, u'x'), [&] { ++clicks; });
-    ASSERT_TRUE(QTest::qWaitForWindowExposed(&banner));
-    EXPECT_TRUE(room.contains(banner.geometry()));
-    EXPECT_GT(banner.geometry().left(), room.center().x());
-    EXPECT_LT(banner.geometry().bottom(), room.center().y());
+    for (const QString &text : {QString(300, u'x'), QStringLiteral("1\n").repeated(200)}) {
+        banner.present(QStringLiteral("Title"), text, [&] { ++clicks; });
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(&banner));
+        EXPECT_TRUE(room.contains(banner.geometry()));
+        EXPECT_LT(room.right() - banner.geometry().right(), 30);
+        EXPECT_LT(banner.geometry().top() - room.top(), 30);
+    }
     for (const QLabel *label : banner.findChildren<QLabel *>())
         EXPECT_LE(label->sizeHint().width(), label->width()) << "a word that is cut off";
     QTest::mouseClick(banner.findChildren<QLabel *>().last(), Qt::LeftButton);

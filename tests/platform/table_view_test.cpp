@@ -38,3 +38,26 @@ TEST(TableViewTest, ARemovedRowFadesFromSightWhileTheOthersAreThereAlready) {
     EXPECT_EQ(picture(1), removed);
     EXPECT_TRUE(waitFor([&] { return picture(1) == next; }));
 }
+
+TEST(TableViewTest, SaysSomethingWhileThereIsNothingToShow) {
+    Names source;
+    TableView table;
+    table.setDataSource(&source);
+    table.setPlaceholder(QStringLiteral("Nobody."));
+    table.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&table));
+    const auto showsIt = [&] {
+        const QImage shown = table.viewport()->grab().toImage();
+        table.setPlaceholder({});
+        const bool differs = shown != table.viewport()->grab().toImage();
+        table.setPlaceholder(QStringLiteral("Nobody."));
+        return differs && table.accessibleDescription() == u"Nobody.";
+    };
+    EXPECT_FALSE(showsIt());
+    EXPECT_EQ(table.accessibleDescription(), QString());
+    for (const QStringList &none : {QStringList(), QStringList(QString())}) {
+        source.names = none;
+        table.reloadData();
+        EXPECT_TRUE(showsIt());
+    }
+}
