@@ -181,11 +181,21 @@ void AppDelegate::applyOfflineState() {
     Username.reset();
     Password.reset();
     isSigned_in = false;
-    interface.showState(tr("Offline"));
+    showState(tr("Offline"));
     interface.Add_friend_windowed_mode->setEnabled(false);
     interface.Remove_contact_windowed_mode->setEnabled(false);
     interface.Read_local_button->setEnabled(false);
     interface.Change_done_button->setEnabled(false);
+}
+
+// In the panel, and in words where it is an image.
+void AppDelegate::showState(const QString &state) {
+    interface.State_label->setText(state);
+    interface.Windowed_menu_button->setAccessibleDescription(state);
+    if (!Status_Item) return;
+    Status_Item->setToolTip(isSigned_in && Username
+                                ? tr("Quillery: %1 as %2").arg(state, toQString(*Username))
+                                : tr("Quillery: %1").arg(state));
 }
 
 void AppDelegate::applySignedInPresentation() {
@@ -194,7 +204,7 @@ void AppDelegate::applySignedInPresentation() {
 }
 
 void AppDelegate::showOnline() {
-    interface.showState(tr("Online"));
+    showState(tr("Online"));
     interface.Add_friend_windowed_mode->setEnabled(true);
     interface.Remove_contact_windowed_mode->setEnabled(true);
     interface.Share_switch->setEnabled(true);
@@ -218,7 +228,7 @@ void AppDelegate::applySignedOutState() {
     menu.Remove_a_friend_item.clearAction();
     Password.reset();
     isSigned_in = false;
-    interface.showState(tr("Offline"));
+    showState(tr("Offline"));
     interface.Add_friend_windowed_mode->setEnabled(false);
     interface.Remove_contact_windowed_mode->setEnabled(false);
     interface.Change_done_button->setEnabled(false);

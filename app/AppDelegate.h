@@ -227,6 +227,7 @@ class AppDelegate : public QObject, public TableViewDataSource {
     void Varibles_values();
     void Other_pre_proccesses();
     void Register_HotKeys();
+    void showState(const QString &state);
     void applySignedInPresentation();  // which is the two below
     void showOnline();
     void offerLogOut();

@@ -160,7 +160,7 @@ void AppDelegate::Log_out_Action() {
     menu.Log_in_menu_item.setSubmenu(&interface.Log_in_menu);
     menu.Log_in_menu_item.setImage(QStringLiteral("lock.png"));
     isSigned_in = false;
-    interface.showState(tr("Offline"));
+    showState(tr("Offline"));
     interface.Add_friend_windowed_mode->setEnabled(false);
     interface.Remove_contact_windowed_mode->setEnabled(false);
     interface.Share_switch->setEnabled(false);

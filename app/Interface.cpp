@@ -278,11 +278,6 @@ void Interface::fillInformation(const std::optional<std::string> &storageHost) {
                  QLatin1String(qVersion())));
 }
 
-void Interface::showState(const QString &state) {
-    State_label->setText(state);
-    Windowed_menu_button->setAccessibleDescription(state);
-}
-
 void Interface::fitQuickViewToText() {
     QuickView_popover->setFixedSize(kQuickViewWidth, kQuickViewHeight);
     QuickView_popover->layout()->setGeometry(QuickView_popover->contentsRect());  // even while it is hidden

@@ -118,9 +118,6 @@ struct Interface : Ui::QuilleryWindow,
     // What Info_View says. No host: the personal storage server.
     void fillInformation(const std::optional<std::string> &storageHost);
 
-    // In the panel and, for those who cannot see its image, with the windowed mode's menu.
-    void showState(const QString &state);
-
     // Makes the quick view as high as its text, up to what is usual.
     void fitQuickViewToText();
 

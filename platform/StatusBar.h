@@ -30,6 +30,7 @@ class StatusItem : public QObject {
     // Not owned; to outlive the item. A left click opens it, too.
     void setMenu(QMenu *menu);
     void setToolTip(const QString &text);
+    QString toolTip() const { return toolTip_; }
 
     bool isShown() const { return icon_ != nullptr; }
 

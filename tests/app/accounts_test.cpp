@@ -226,6 +226,7 @@ TEST_F(Accounts, SignInSwitchesToTheUsersListAndLogOutBack) {
     EXPECT_FALSE(i().Quillery_window->isVisible());
     EXPECT_EQ(i().Sign_in_username->text() + i().Sign_in_password->text(), QString());
     EXPECT_EQ(presentation(), "+++++++++ unlock Online Log out online.png");
+    EXPECT_EQ(delegate->Status_Item->toolTip(), QStringLiteral("Quillery: Online as alice1"));
     EXPECT_EQ(i().Log_in_menu_item->menu(), nullptr);
     EXPECT_EQ(delegate->Content_file_path, home / "Documents" / ".alice1_Quillery.txt");
     EXPECT_EQ(items(), Items({"mine"})) << "the list is read when it is opened";
@@ -238,6 +239,7 @@ TEST_F(Accounts, SignInSwitchesToTheUsersListAndLogOutBack) {
     EXPECT_FALSE(delegate->isSigned_in);
     EXPECT_EQ(*delegate->Username + *delegate->Password, "");
     EXPECT_EQ(presentation(), "--------- lock Offline Log in offline.png");
+    EXPECT_EQ(delegate->Status_Item->toolTip(), QStringLiteral("Quillery: Offline"));
     EXPECT_EQ(i().Log_in_menu_item->menu(), &i().Log_in_menu);
     i().Clipboard_saves_menu_item->trigger();
     EXPECT_EQ(items(), Items({"mine"}));
