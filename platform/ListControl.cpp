@@ -146,7 +146,7 @@ ListControl::ListControl(QWidget *parent)
         clear->setAccessibleName(tr("Clear the filter"));
     line_->installEventFilter(this);
     view_->setAccessibleName(tr("Saved texts"));
-    view_->setPlaceholder(tr("Nothing matches."));
+    showMatching({});
     view_->setModel(rows_.get());
     view_->setItemDelegate(new Delegate(view_));
     view_->setUniformItemSizes(true);
@@ -235,7 +235,7 @@ void ListControl::showSelection() {
     isShowingSelection_ = false;
     line_->setCursorPosition(0);
     if (line_->hasFocus()) selectLine();
-    if (rows_->isFiltered()) rows_->setFilter({});
+    if (rows_->isFiltered()) showMatching({});
     const int row = rows_->rowOf(selected_);
     // The empty item at the end is where most scans stop: going there would take the list out of sight.
     view_->setCurrentIndex(row < 0 || text_.empty() ? QModelIndex() : rows_->index(row));
@@ -253,9 +253,14 @@ void ListControl::filter(const QString &words) {
         view_->currentIndex().isValid()
             ? static_cast<int>(rows_->shown()[static_cast<std::size_t>(view_->currentIndex().row())])
             : -1;
-    rows_->setFilter(toUtf8(words));
+    showMatching(toUtf8(words));
     const int row = rows_->rowOf(before);
     if (rows_->rowCount() > 0 && !words.isEmpty()) view_->setCurrentIndex(rows_->index(std::max(row, 0)));
+}
+
+void ListControl::showMatching(const std::string &words) {
+    rows_->setFilter(words);
+    view_->setPlaceholder(words.empty() ? tr("Nothing to show.") : tr("Nothing matches."));
 }
 
 void ListControl::pickRow(int row) {

@@ -77,6 +77,7 @@ class ListControl : public QWidget {
     class Delegate;
 
     void filter(const QString &words);
+    void showMatching(const std::string &words);
     void pickRow(int row);
     void showSelection();
     void showSelectionSoon();

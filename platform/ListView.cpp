@@ -4,22 +4,19 @@
 
 void ListView::setPlaceholder(const QString &text) {
     placeholder_ = text;
-    reset();
-}
-
-void ListView::reset() {
-    QListView::reset();
-    setAccessibleDescription(isBare() ? placeholder_ : QString());
+    viewport()->update();
 }
 
 void ListView::paintEvent(QPaintEvent *event) {
     QListView::paintEvent(event);
-    if (!isBare()) return;
+    const QString said = isBare() ? placeholder_ : QString();
+    if (accessibleDescription() != said) setAccessibleDescription(said);
+    if (said.isEmpty()) return;
     constexpr int kMargin = 12;
     QPainter painter(viewport());
     painter.setPen(palette().color(QPalette::PlaceholderText));
     painter.drawText(viewport()->rect().adjusted(kMargin, kMargin, -kMargin, -kMargin),
-                     Qt::AlignHCenter | Qt::AlignTop | Qt::TextWordWrap, placeholder_);
+                     Qt::AlignHCenter | Qt::AlignTop | Qt::TextWordWrap, said);
 }
 
 bool ListView::isBare() const {

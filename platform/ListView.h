@@ -9,10 +9,8 @@ class ListView : public QListView {
   public:
     using QListView::QListView;
 
-    // Assistive programs get it as the description of the empty list. Call it again to change it.
+    // Assistive programs get it as the description of the empty list.
     void setPlaceholder(const QString &text);
-
-    void reset() override;
 
   protected:
     void paintEvent(QPaintEvent *event) override;

@@ -47,11 +47,10 @@ TEST(TableViewTest, SaysSomethingWhileThereIsNothingToShow) {
     table.show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(&table));
     const auto showsIt = [&] {
-        const QImage shown = table.viewport()->grab().toImage();
         table.setPlaceholder({});
-        const bool differs = shown != table.viewport()->grab().toImage();
+        const QImage without = table.viewport()->grab().toImage();
         table.setPlaceholder(QStringLiteral("Nobody."));
-        return differs && table.accessibleDescription() == u"Nobody.";
+        return table.viewport()->grab().toImage() != without && table.accessibleDescription() == u"Nobody.";
     };
     EXPECT_FALSE(showsIt());
     EXPECT_EQ(table.accessibleDescription(), QString());
