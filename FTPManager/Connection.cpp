@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <ctime>
+#include <iterator>
 #include <utility>
 
 namespace fm {
@@ -22,20 +23,41 @@ constexpr std::size_t kMaxIdleConnections = 8;
 constexpr int kTcpSynSent = 2;
 constexpr int kTcpClose = 7;
 
+/// Often enough for the routers that forget a silent connection after half a minute.
+constexpr int kProbesBeginAfterSeconds = 15;
+constexpr int kProbeIntervalSeconds = 5;
+
 std::uint16_t portOf(const curl_sockaddr &address) {
     // The port stands at the same place in an IPv4 and an IPv6 address.
     return ntohs(reinterpret_cast<const sockaddr_in *>(&address.addr)->sin_port);
 }
 
+template <typename Value>
+void setOption(int descriptor, int level, int name, Value value) {
+    setsockopt(descriptor, level, name, &value, sizeof value);
+}
+
 void setResetOnClose(int descriptor) {
-    const linger resetAtOnce{.l_onoff = 1, .l_linger = 0};
-    setsockopt(descriptor, SOL_SOCKET, SO_LINGER, &resetAtOnce, sizeof resetAtOnce);
+    setOption(descriptor, SOL_SOCKET, SO_LINGER, linger{.l_onoff = 1, .l_linger = 0});
 }
 
 }  // namespace
 
-Connection::Connection(std::string key, std::uint16_t serverPort)
-    : key_(std::move(key)), serverPort_(serverPort), multi_(curl_multi_init()), easy_(curl_easy_init()) {}
+void watchForSilence(int socket, const TransportLimits &limits) {
+    // The limit on a connection's making is this library's own, and must not be cut short by this one.
+    const auto longest = std::max(limits.idleTimeout, limits.connectTimeout).count();
+    setOption(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, static_cast<unsigned>(longest));
+    setOption(socket, SOL_SOCKET, SO_KEEPALIVE, 1);
+    setOption(socket, IPPROTO_TCP, TCP_KEEPIDLE, kProbesBeginAfterSeconds);
+    setOption(socket, IPPROTO_TCP, TCP_KEEPINTVL, kProbeIntervalSeconds);
+}
+
+Connection::Connection(std::string key, std::uint16_t serverPort, const TransportLimits &limits)
+    : key_(std::move(key)),
+      serverPort_(serverPort),
+      limits_(limits),
+      multi_(curl_multi_init()),
+      easy_(curl_easy_init()) {}
 
 Connection::~Connection() {
     const SigpipeGuard guard;
@@ -63,11 +85,13 @@ curl_socket_t Connection::openSocket(void *self, curlsocktype, curl_sockaddr *ad
     if (connection.interrupted_) return CURL_SOCKET_BAD;
     const int descriptor = socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
     if (descriptor < 0) return CURL_SOCKET_BAD;
+    watchForSilence(descriptor, connection.limits_);
     const bool isControl = portOf(*address) == connection.serverPort_;
     connection.sockets_.push_back({descriptor, isControl});
     if (isControl) {
         ++connection.controlConnectionsOpened_;
         connection.replyBytes_ = 0;
+        connection.isEncrypted_ = false;
     }
     return descriptor;
 }
@@ -135,14 +159,33 @@ void Connection::countReply(std::size_t bytes) noexcept {
     replyBytes_ += bytes;
 }
 
-bool Connection::hasUnreadReply() const {
+void Connection::acknowledgeReply() noexcept {
     const std::scoped_lock lock(socketsMutex_);
-    return std::any_of(sockets_.begin(), sockets_.end(), [this](const Socket &socket) {
+    for (const Socket &socket : sockets_) {
+        if (socket.isControl) setOption(socket.descriptor, IPPROTO_TCP, TCP_QUICKACK, 1);
+    }
+}
+
+void Connection::noteEncrypted() noexcept {
+    const std::scoped_lock lock(socketsMutex_);
+    isEncrypted_ = true;
+}
+
+bool Connection::hasUnreadReply() const {
+    const std::uint64_t received = controlBytesReceived();
+    const std::scoped_lock lock(socketsMutex_);
+    return !isEncrypted_ && received > replyBytes_;
+}
+
+std::uint64_t Connection::controlBytesReceived() const {
+    const std::scoped_lock lock(socketsMutex_);
+    for (const Socket &socket : sockets_) {
         tcp_info info{};
         socklen_t size = sizeof info;
-        return socket.isControl && getsockopt(socket.descriptor, IPPROTO_TCP, TCP_INFO, &info, &size) == 0 &&
-               info.tcpi_bytes_received > replyBytes_;
-    });
+        if (socket.isControl && getsockopt(socket.descriptor, IPPROTO_TCP, TCP_INFO, &info, &size) == 0)
+            return info.tcpi_bytes_received;
+    }
+    return 0;
 }
 
 bool Connection::hasUnexpectedInput() const {
@@ -153,7 +196,7 @@ bool Connection::hasUnexpectedInput() const {
     });
 }
 
-ConnectionPool::ConnectionPool() {
+ConnectionPool::ConnectionPool(const TransportLimits &limits) : limits_(limits) {
     idle_.reserve(kMaxIdleConnections + 1);
 }
 
@@ -164,29 +207,50 @@ std::unique_ptr<Connection> ConnectionPool::checkOut(const std::string &key, std
     return makeNew(key, serverPort);
 }
 
-std::unique_ptr<Connection> ConnectionPool::makeNew(const std::string &key, std::uint16_t serverPort) {
-    auto connection = std::make_unique<Connection>(key, serverPort);
+std::unique_ptr<Connection> ConnectionPool::makeNew(const std::string &key, std::uint16_t serverPort) const {
+    auto connection = std::make_unique<Connection>(key, serverPort, limits_);
     return connection->isUsable() ? std::move(connection) : nullptr;
 }
 
 std::unique_ptr<Connection> ConnectionPool::takeIdle(const std::string &key) {
+    std::vector<Idle> expired;  // destroyed outside the lock
     const std::scoped_lock lock(mutex_);
+    expired = takeExpired();
     const auto latest = std::find_if(idle_.rbegin(), idle_.rend(),
-                                     [&key](const auto &connection) { return connection->key() == key; });
+                                     [&key](const Idle &idle) { return idle.connection->key() == key; });
     if (latest == idle_.rend()) return nullptr;
-    std::unique_ptr<Connection> connection = std::move(*latest);
+    std::unique_ptr<Connection> connection = std::move(latest->connection);
     idle_.erase(std::next(latest).base());
     return connection;
 }
 
+std::vector<ConnectionPool::Idle> ConnectionPool::takeExpired() {
+    const Clock::time_point oldest = Clock::now() - limits_.mostIdle;
+    const auto firstKept =
+        std::find_if(idle_.begin(), idle_.end(), [oldest](const Idle &idle) { return idle.since >= oldest; });
+    std::vector<Idle> expired(std::move_iterator(idle_.begin()), std::move_iterator(firstKept));
+    idle_.erase(idle_.begin(), firstKept);
+    return expired;
+}
+
 void ConnectionPool::giveBack(std::unique_ptr<Connection> connection) {
-    std::unique_ptr<Connection> surplus;  // destroyed outside the lock
+    std::vector<Idle> surplus;  // destroyed outside the lock
     const std::scoped_lock lock(mutex_);
-    idle_.push_back(std::move(connection));
+    surplus = takeExpired();
+    idle_.push_back({std::move(connection), Clock::now()});
     if (idle_.size() > kMaxIdleConnections) {
-        surplus = std::move(idle_.front());
+        surplus.push_back(std::move(idle_.front()));
         idle_.erase(idle_.begin());
     }
+}
+
+void ConnectionPool::closeIdle(const std::string &key) {
+    std::vector<Idle> closing;  // destroyed outside the lock
+    const std::scoped_lock lock(mutex_);
+    const auto others = std::stable_partition(
+        idle_.begin(), idle_.end(), [&key](const Idle &idle) { return idle.connection->key() != key; });
+    closing.assign(std::move_iterator(others), std::move_iterator(idle_.end()));
+    idle_.erase(others, idle_.end());
 }
 
 SigpipeGuard::SigpipeGuard() {

@@ -2,6 +2,7 @@
 
 #include <curl/curl.h>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -9,7 +10,13 @@
 #include <string>
 #include <vector>
 
+#include "FTPManager/FTPTransport.h"
+
 namespace fm {
+
+/// Lets the kernel give up a socket whose other side has gone silent: when what was sent is not acknowledged
+/// within the idle limit, and when an idle connection's probes are not.
+void watchForSilence(int socket, const TransportLimits &limits);
 
 /// What a connection's sockets have done so far.
 struct SocketActivity {
@@ -23,7 +30,7 @@ struct SocketActivity {
 class Connection {
   public:
     /// `key` says what the connection can be used for; see ConnectionPool.
-    Connection(std::string key, std::uint16_t serverPort);
+    Connection(std::string key, std::uint16_t serverPort, const TransportLimits &limits);
     ~Connection();
     Connection(const Connection &) = delete;
     Connection &operator=(const Connection &) = delete;
@@ -50,8 +57,16 @@ class Connection {
     unsigned controlConnectionsOpened() const;
     /// Counts bytes of replies that libcurl has read and passed on.
     void countReply(std::size_t bytes) noexcept;
-    /// Whether more has arrived on the control connection than libcurl has passed on. Plain text only.
+    /// Tells the server at once that its latest reply has come. It may hold the next one back until then, and
+    /// the kernel takes its time, unless there is something to send.
+    void acknowledgeReply() noexcept;
+    /// From now on the control connection is encrypted.
+    void noteEncrypted() noexcept;
+    /// Whether more has arrived on the control connection than libcurl has passed on. Never if it is
+    /// encrypted: the numbers of bytes cannot be compared then.
     bool hasUnreadReply() const;
+    /// How many bytes have arrived on the control connection.
+    std::uint64_t controlBytesReceived() const;
     /// Whether the server has said something that nobody asked for, or has hung up.
     bool hasUnexpectedInput() const;
 
@@ -68,6 +83,7 @@ class Connection {
 
     const std::string key_;
     const std::uint16_t serverPort_;
+    const TransportLimits limits_;
     CURLM *multi_ = nullptr;
     CURL *easy_ = nullptr;
 
@@ -75,6 +91,7 @@ class Connection {
     std::vector<Socket> sockets_;
     unsigned controlConnectionsOpened_ = 0;
     std::uint64_t replyBytes_ = 0;  ///< on the latest control connection
+    bool isEncrypted_ = false;      ///< the latest control connection
     bool dataIsWhole_ = true;
     bool interrupted_ = false;
 };
@@ -82,20 +99,30 @@ class Connection {
 /// The open connections that nobody uses at the moment.
 class ConnectionPool {
   public:
-    ConnectionPool();
+    explicit ConnectionPool(const TransportLimits &limits);
     /// The one of that key that was used last, or a new one, which connects when it is first used. Null if
     /// libcurl cannot give one.
     std::unique_ptr<Connection> checkOut(const std::string &key, std::uint16_t serverPort);
     /// One that is not connected yet. Null if libcurl cannot give one.
-    static std::unique_ptr<Connection> makeNew(const std::string &key, std::uint16_t serverPort);
+    std::unique_ptr<Connection> makeNew(const std::string &key, std::uint16_t serverPort) const;
     /// Keeps it warm for the next use.
     void giveBack(std::unique_ptr<Connection> connection);
+    /// Closes those of that key: one of them was found dead.
+    void closeIdle(const std::string &key);
 
   private:
+    using Clock = std::chrono::steady_clock;
+    struct Idle {
+        std::unique_ptr<Connection> connection;
+        Clock::time_point since;
+    };
     std::unique_ptr<Connection> takeIdle(const std::string &key);
+    /// Takes out those that were idle for too long; to be destroyed outside the lock.
+    std::vector<Idle> takeExpired();
 
+    const TransportLimits limits_;
     std::mutex mutex_;
-    std::vector<std::unique_ptr<Connection>> idle_;  ///< the latest used last
+    std::vector<Idle> idle_;  ///< the latest used last
 };
 
 /// While it lives, a write to a connection that the other side has closed cannot end the process by SIGPIPE.

@@ -4,6 +4,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -17,6 +18,8 @@
 #include <mutex>
 #include <thread>
 
+#include "FTPManager/Connection.h"
+#include "FTPManager/LocalFile.h"
 #include "FTPManager/Log.h"
 #include "FTPManager/Text.h"
 
@@ -33,26 +36,18 @@ constexpr std::string_view kLineEnd = "\r\n";
 /// More than a server has to say to five lines; one that never stops must not fill the memory.
 constexpr std::size_t kMostAnswerBytes = 1024 * 1024;
 
-class Socket {
-  public:
-    Socket() : descriptor_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {}
-    ~Socket() {
-        if (descriptor_ >= 0) close(descriptor_);
-    }
-    Socket(const Socket &) = delete;
-    Socket &operator=(const Socket &) = delete;
-    int descriptor() const { return descriptor_; }
-
-  private:
-    const int descriptor_;
-};
-
-/// False if it is not ready by then.
-bool waitUntilReady(int socket, short events, Clock::time_point deadline) {
-    pollfd waiting{.fd = socket, .events = events, .revents = 0};
+/// False if it is not ready by then, or if `cancelled` is requested first.
+bool waitUntilReady(int socket, short events, Clock::time_point deadline, const std::stop_token &cancelled) {
+    const Descriptor wakeUp(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    if (wakeUp.number() < 0) return false;
+    const std::stop_callback onStop(cancelled, [&wakeUp] { eventfd_write(wakeUp.number(), 1); });
+    std::array<pollfd, 2> waiting = {pollfd{.fd = socket, .events = events, .revents = 0},
+                                     pollfd{.fd = wakeUp.number(), .events = POLLIN, .revents = 0}};
     while (true) {
         const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now()).count();
-        const int ready = poll(&waiting, 1, static_cast<int>(std::clamp<long>(left, 0, 1'000'000)));
+        const int ready =
+            poll(waiting.data(), waiting.size(), static_cast<int>(std::clamp<long>(left, 0, 1'000'000)));
+        if (cancelled.stop_requested()) return false;
         if (ready > 0) return true;
         if (ready < 0 && errno != EINTR) return false;
         if (ready == 0 && left <= 0) return false;
@@ -61,10 +56,11 @@ bool waitUntilReady(int socket, short events, Clock::time_point deadline) {
 
 /// The first IPv4 address of the host. The look-up itself cannot be limited, so one that takes too long is
 /// left to itself.
-std::optional<in_addr> resolve(const std::string &host, Clock::time_point deadline) {
+std::optional<in_addr> resolve(const std::string &host, Clock::time_point deadline,
+                               const std::stop_token &cancelled) {
     struct LookUp {
         std::mutex mutex;
-        std::condition_variable changed;
+        std::condition_variable_any changed;
         bool isDone = false;
         std::optional<in_addr> address;
     };
@@ -85,29 +81,31 @@ std::optional<in_addr> resolve(const std::string &host, Clock::time_point deadli
         lookUp->changed.notify_all();
     }).detach();
     std::unique_lock lock(lookUp->mutex);
-    if (!lookUp->changed.wait_until(lock, deadline, [&] { return lookUp->isDone; })) return std::nullopt;
+    lookUp->changed.wait_until(lock, cancelled, deadline, [&] { return lookUp->isDone; });
     return lookUp->address;
 }
 
-bool connectTo(int socket, in_addr address, std::uint16_t port, Clock::time_point deadline) {
+bool connectTo(int socket, in_addr address, std::uint16_t port, Clock::time_point deadline,
+               const std::stop_token &cancelled) {
     sockaddr_in target{};
     target.sin_family = AF_INET;
     target.sin_addr = address;
     target.sin_port = htons(port);
     if (connect(socket, reinterpret_cast<const sockaddr *>(&target), sizeof target) == 0) return true;
-    if (errno != EINPROGRESS || !waitUntilReady(socket, POLLOUT, deadline)) return false;
+    if (errno != EINPROGRESS || !waitUntilReady(socket, POLLOUT, deadline, cancelled)) return false;
     int error = 0;
     socklen_t size = sizeof error;
     return getsockopt(socket, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;
 }
 
-bool sendWhole(int socket, std::string_view bytes, milliseconds idleTimeout) {
+bool sendWhole(int socket, std::string_view bytes, milliseconds idleTimeout,
+               const std::stop_token &cancelled) {
     while (!bytes.empty()) {
         const ssize_t sent = send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
         if (sent > 0) {
             bytes.remove_prefix(static_cast<std::size_t>(sent));
         } else if (sent < 0 && (errno == EAGAIN || errno == EINTR)) {
-            if (!waitUntilReady(socket, POLLOUT, Clock::now() + idleTimeout)) return false;
+            if (!waitUntilReady(socket, POLLOUT, Clock::now() + idleTimeout, cancelled)) return false;
         } else {
             return false;
         }
@@ -155,10 +153,11 @@ bool _checkAnswers(std::string_view answers) {
 }
 
 std::optional<std::string> _listenLoopForSocket(int socket, milliseconds idleTimeout,
-                                                milliseconds wholeTimeout) {
+                                                milliseconds wholeTimeout, const std::stop_token &cancelled) {
     const Clock::time_point end = Clock::now() + wholeTimeout;
     std::string answers;
-    const auto endedEarly = [&answers]() -> std::optional<std::string> {
+    const auto endedEarly = [&]() -> std::optional<std::string> {
+        if (cancelled.stop_requested()) return std::nullopt;
         log("Error reading from socket!");
         if (!hasGoodbye(answers)) return std::nullopt;
         return answers;
@@ -168,7 +167,7 @@ std::optional<std::string> _listenLoopForSocket(int socket, milliseconds idleTim
         std::array<char, kBufferSizeBytes> piece{};
         last = recv(socket, piece.data(), piece.size() - 1, 0);
         if (last < 0 && (errno == EAGAIN || errno == EINTR)) {
-            if (!waitUntilReady(socket, POLLIN, Clock::now() + idleTimeout)) return endedEarly();
+            if (!waitUntilReady(socket, POLLIN, Clock::now() + idleTimeout, cancelled)) return endedEarly();
             last = 1;
             continue;
         }
@@ -178,37 +177,35 @@ std::optional<std::string> _listenLoopForSocket(int socket, milliseconds idleTim
         }
         const std::string_view text(piece.data());  // up to the first zero byte
         (answers += '\n') += isValidUtf8(text) ? text : "(null)";
-        if (answers.size() > kMostAnswerBytes || (last > 0 && Clock::now() > end)) return endedEarly();
+        const bool goesOnForTooLong = last > 0 && (Clock::now() > end || cancelled.stop_requested());
+        if (answers.size() > kMostAnswerBytes || goesOnForTooLong) return endedEarly();
     }
     return answers;
 }
 
 std::optional<bool> runControlLines(const std::string &host, std::uint16_t port,
-                                    const std::vector<std::string> &lines, const TransportLimits &limits) {
+                                    const std::vector<std::string> &lines, const TransportLimits &limits,
+                                    const std::stop_token &cancelled) {
     const Clock::time_point deadline = Clock::now() + limits.connectTimeout;
-    const Socket socket;
-    if (socket.descriptor() < 0) {
-        log("could not open socket!");
+    const auto failed = [&cancelled](std::string_view why) {
+        if (!cancelled.stop_requested()) log(why);
         return std::nullopt;
-    }
-    const std::optional<in_addr> address = resolve(host, deadline);
-    if (!address) {
-        log("host error!");
-        return std::nullopt;
-    }
-    if (!connectTo(socket.descriptor(), *address, port, deadline)) {
-        log("error connecting.");
-        return std::nullopt;
-    }
+    };
+    const Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (socket.number() < 0) return failed("could not open socket!");
+    watchForSilence(socket.number(), limits);
+    const std::optional<in_addr> address = resolve(host, deadline, cancelled);
+    if (!address) return failed("host error!");
+    if (!connectTo(socket.number(), *address, port, deadline, cancelled)) return failed("error connecting.");
     const int atOnce = 1;  // no line waits for the acknowledgement of the one before
-    setsockopt(socket.descriptor(), IPPROTO_TCP, TCP_NODELAY, &atOnce, sizeof atOnce);
+    setsockopt(socket.number(), IPPROTO_TCP, TCP_NODELAY, &atOnce, sizeof atOnce);
     for (const std::string &line : lines) {
-        if (!sendWhole(socket.descriptor(), line + std::string(kLineEnd), limits.idleTimeout))
+        if (!sendWhole(socket.number(), line + std::string(kLineEnd), limits.idleTimeout, cancelled))
             return std::nullopt;
     }
     // As long as it would take to answer each line by itself.
     const std::optional<std::string> answers = _listenLoopForSocket(
-        socket.descriptor(), limits.idleTimeout, limits.idleTimeout * static_cast<int>(lines.size()));
+        socket.number(), limits.idleTimeout, limits.idleTimeout * static_cast<int>(lines.size()), cancelled);
     return answers && _checkAnswers(*answers);
 }
 

@@ -38,5 +38,6 @@ std::optional<std::string> fmdir(std::string_view destination);
 /// The address "ftp://host:port/folder" of the destination; port 21 is not written, nor is the slash of an
 /// empty folder. In the folder every byte is percent-escaped but ASCII letters, digits, "/" and a few marks
 /// that mean nothing in a URL. Nothing if that is no URL, or if the folder has a control character or a byte
-/// 0xFF, which no FTP command can carry. Logs the warning of stringWithoutProtocol twice.
+/// 0xFF, which no FTP command can carry. Logs the warning of stringWithoutProtocol twice, or once for a host
+/// with "?" or "#", which is no host.
 std::optional<std::string> ftpURLForPort(std::string_view destination, std::int32_t port);

@@ -1,3 +1,4 @@
+#include <atomic>
 #include <exception>
 #include <utility>
 
@@ -14,18 +15,61 @@ std::string_view withoutSlashesAround(std::string_view directory) {
     return directory;
 }
 
-std::optional<std::string> wholeFile(const fm::FTPAddress &address, const FTPTransport &transport,
-                                     std::stop_token cancelled) {
+/// Nothing if the URL names no file or cannot be sent.
+std::optional<fm::FTPAddress> addressOfFileAt(std::string_view url) {
+    std::optional<fm::FTPAddress> address = fm::parseFTPURL(url);
+    if (!address || !fm::isSendableFileName(address->fileName)) return std::nullopt;
+    return address;
+}
+
+fm::Transfer::Status runUntil(std::stop_token cancelled, fm::Transfer &transfer) {
+    const fm::InterruptOnStop interruptOnStop(std::move(cancelled), [&transfer] { transfer.interrupt(); });
+    return transfer.runToEnd();
+}
+
+FTPText readText(const fm::FTPAddress &address, const FTPTransport &transport, std::stop_token cancelled) {
+    using State = FTPText::State;
     std::string content;
+    bool isTooLarge = false;
+    const auto take = [&](std::string_view bytes) {
+        isTooLarge = content.size() + bytes.size() > transport.options().limits.mostTextBytes;
+        if (isTooLarge) return false;
+        try {
+            content += bytes;
+        } catch (...) {
+            isTooLarge = true;  // for the memory
+        }
+        return !isTooLarge;
+    };
+    fm::Transfer transfer(transport,
+                          {.kind = fm::TransferTask::Kind::kRetrieve, .address = address, .sink = take});
+    std::atomic<bool> isCancelled = false;
+    const fm::InterruptOnStop interruptOnStop(std::move(cancelled), [&] {
+        isCancelled = true;
+        transfer.interrupt();
+    });
+    if (transfer.runToEnd() != fm::Transfer::Status::kCompleted) {
+        if (isTooLarge) return {State::kTooLarge, {}, {}};
+        if (isCancelled) return {State::kCancelled, {}, {}};
+        return {transfer.isRefusedForGood() ? State::kRefused : State::kFailed, {}, {}};
+    }
+    if (!fm::isValidUtf8(content)) return {State::kNotText, {}, std::move(content)};
+    return {State::kText, std::move(content), {}};
+}
+
+/// Broken off once it has begun.
+std::optional<bool> isReadable(const fm::FTPAddress &address, const FTPTransport &transport,
+                               std::stop_token cancelled) {
+    bool hasBytes = false;
     fm::Transfer transfer(transport, {.kind = fm::TransferTask::Kind::kRetrieve,
                                       .address = address,
-                                      .sink = [&content](std::string_view bytes) {
-                                          content += bytes;
-                                          return true;
+                                      .sink = [&hasBytes](std::string_view) {
+                                          hasBytes = true;
+                                          return false;
                                       }});
-    const fm::InterruptOnStop interruptOnStop(std::move(cancelled), [&transfer] { transfer.interrupt(); });
-    if (transfer.runToEnd() != fm::Transfer::Status::kCompleted) return std::nullopt;
-    return content;
+    if (runUntil(std::move(cancelled), transfer) == fm::Transfer::Status::kCompleted || hasBytes) return true;
+    if (transfer.isRefusedForGood()) return false;
+    return std::nullopt;
 }
 
 }  // namespace
@@ -47,17 +91,48 @@ std::optional<std::string> ftpURLForFile(const FTPFileLocation &location) {
     return url;
 }
 
+FTPText textWithContentsOfURL(std::string_view url, const FTPTransport &transport,
+                              std::stop_token cancelled) {
+    try {
+        const std::optional<fm::FTPAddress> address = addressOfFileAt(url);
+        if (!address) return {FTPText::State::kRefused, {}, {}};
+        return readText(*address, transport, std::move(cancelled));
+    } catch (...) {
+        return {};
+    }
+}
+
+std::optional<bool> fileExistsAtURL(std::string_view url, const FTPTransport &transport,
+                                    std::stop_token cancelled) {
+    constexpr long kSize = 213, kNotUnderstood = 500, kNotKnown = 502, kNoSuchFile = 550;
+    try {
+        const std::optional<fm::FTPAddress> address = addressOfFileAt(url);
+        if (!address) return std::nullopt;
+        // Many servers refuse to tell a size while they are set to text.
+        fm::Transfer transfer(transport, {.kind = fm::TransferTask::Kind::kCommand,
+                                          .address = *address,
+                                          .commands = {"TYPE I", "SIZE " + address->path},
+                                          .mayRepeat = true});
+        runUntil(cancelled, transfer);
+        switch (transfer.replyToCommand()) {
+            case kSize:
+                return true;
+            case kNoSuchFile:
+                return false;
+            case kNotUnderstood:
+            case kNotKnown:
+                return isReadable(*address, transport, std::move(cancelled));
+            default:
+                return std::nullopt;
+        }
+    } catch (...) {
+        return std::nullopt;
+    }
+}
+
 std::optional<std::string> stringWithContentsOfURL(std::string_view url, const FTPTransport &transport,
                                                    std::stop_token cancelled) {
-    try {
-        const std::optional<fm::FTPAddress> address = fm::parseFTPURL(url);
-        if (!address || !fm::isSendableFileName(address->fileName)) return std::nullopt;
-        std::optional<std::string> content = wholeFile(*address, transport, std::move(cancelled));
-        if (!content || !fm::isValidUtf8(*content)) return std::nullopt;
-        return content;
-    } catch (...) {
-        return std::nullopt;  // a file too large for the memory
-    }
+    return textWithContentsOfURL(url, transport, std::move(cancelled)).text;
 }
 
 std::optional<std::string> stringWithContentsOfURL(std::string_view url) {

@@ -74,28 +74,33 @@ bool FTPManager::downloadFile(std::optional<std::string_view> name,
         cancelled, [&] { return operations_->_downloadFile(*name, *toDirectory, *fromServer, cancelled); });
 }
 
-bool FTPManager::deleteFileNamed(std::optional<std::string_view> name, const FMServer *fromServer) {
+bool FTPManager::deleteFileNamed(std::optional<std::string_view> name, const FMServer *fromServer,
+                                 const std::stop_token &cancelled) {
     if (!_checkFMServer(fromServer) || !name) return false;
     const bool isTakenForAFile = name->find('.') != std::string_view::npos;
     const FTPCommand command{isTakenForAFile ? "DELE" : "RMD", std::string(*name)};
-    return operations_->run({}, [&] { return operations_->_ftpActionForServer(*fromServer, command); });
+    return operations_->run(
+        cancelled, [&] { return operations_->_ftpActionForServer(*fromServer, command, cancelled); });
 }
 
-bool FTPManager::deleteFile(std::optional<std::string_view> name, const FMServer *fromServer) {
-    return operations_->runNested([&] { return deleteFileNamed(name, fromServer); });
+bool FTPManager::deleteFile(std::optional<std::string_view> name, const FMServer *fromServer,
+                            const std::stop_token &cancelled) {
+    return operations_->runNested([&] { return deleteFileNamed(name, fromServer, cancelled); });
 }
 
 bool FTPManager::chmodFileNamed(std::optional<std::string_view> name, std::int32_t to,
-                                const FMServer *atServer) {
+                                const FMServer *atServer, const std::stop_token &cancelled) {
     constexpr std::int32_t kGreatestMode = 777;  // the octal digits, read as a decimal number
     if (!_checkFMServer(atServer) || !name || to < 0 || to > kGreatestMode) return false;
     const FTPCommand command{"SITE CHMOD " + std::to_string(to), std::string(*name)};
-    return operations_->run({}, [&] { return operations_->_ftpActionForServer(*atServer, command); });
+    return operations_->run(cancelled,
+                            [&] { return operations_->_ftpActionForServer(*atServer, command, cancelled); });
 }
 
-bool FTPManager::checkLogin(const FMServer *server) {
+bool FTPManager::checkLogin(const FMServer *server, const std::stop_token &cancelled) {
     if (!_checkFMServer(server)) return false;
-    return operations_->run({}, [&] { return operations_->_ftpActionForServer(*server, std::nullopt); });
+    return operations_->run(
+        cancelled, [&] { return operations_->_ftpActionForServer(*server, std::nullopt, cancelled); });
 }
 
 std::uint64_t FTPManager::fileSizeOf(const std::filesystem::path &file) const {

@@ -17,8 +17,9 @@
 
 /// How far a transfer has come. All sizes are in bytes.
 struct FTPProgress {
-    std::uint64_t fileSize = 0;           ///< of the whole transfer
-    std::uint64_t bytesProcessed = 0;     ///< moved by the latest single step, be it of the transfer before
+    std::uint64_t fileSize = 0;  ///< of the whole transfer
+    std::uint64_t bytesProcessed =
+        0;  ///< moved by the latest single step, which may be of the transfer before
     std::uint64_t fileSizeProcessed = 0;  ///< moved so far
     float progress = 0;                   ///< fileSizeProcessed ÷ fileSize
 };
@@ -40,7 +41,8 @@ class FTPManagerDelegate {
     }
 };
 
-/// What a manager is doing or last did: kFinished follows only if the server was reached.
+/// What a manager is doing or last did. kFinished follows every transfer that was tried, even if there was no
+/// connection, but a command only if the server has answered.
 enum class FTPManagerAction : std::int32_t {
     kUpload = 0,
     kCreateFolder = 1,
@@ -68,9 +70,9 @@ enum class FTPManagerAction : std::int32_t {
 /// behind.
 ///
 /// An operation ends when it is done, when the server refuses, and when the line is dead by the transport's
-/// limits. A transfer that fails for such a reason logs one line, for most reasons the same. `cancelled`,
-/// where there is one, gives the operation up at once, while it waits for its turn as well as while it runs:
-/// false, or nothing, and no line.
+/// limits. A transfer that fails for such a reason logs one line, for most reasons the same. Requesting
+/// `cancelled` gives the operation up at once, while it waits for its turn as well as while it runs: false,
+/// or nothing, and no line. The server may have carried out what it was sent before that.
 class FTPManager {
   public:
     /// With a transport of its own and default limits.
@@ -95,13 +97,14 @@ class FTPManager {
     bool uploadFile(const std::optional<std::filesystem::path> &file, const FMServer *toServer,
                     const std::stop_token &cancelled = {});
 
-    /// Makes a folder in the destination's folder. False also if there is something of that name already.
+    /// Makes a folder in the destination's folder. True once the server has confirmed it; false also if there
+    /// is something of that name already.
     bool createNewFolder(std::optional<std::string_view> name, const FMServer *atServer,
                          const std::stop_token &cancelled = {});
 
     /// What lies in the destination's folder, in the server's order, without "." and ".."; hidden files too
-    /// where the server can show them. Nothing if the folder cannot be listed, or if a line of the listing is
-    /// not understood: never a part of the entries.
+    /// where the server can show them. Nothing if the folder cannot be listed, if the listing is longer than
+    /// the transport's `mostListingBytes`, or if a line of it is not understood: never a part of the entries.
     std::optional<std::vector<FTPResource>> contentsOfServer(const FMServer *server,
                                                              const std::stop_token &cancelled = {});
 
@@ -109,7 +112,8 @@ class FTPManager {
     /// What was there under that name is replaced, and gone as soon as the download has had its turn,
     /// whatever becomes of it: no part of a file is left. If the local file cannot be written, nothing is
     /// asked of the server and nothing is touched. True once the server has confirmed that it has sent all,
-    /// and no fewer bytes have come than it said that the file has when it was asked for its size.
+    /// and no fewer bytes have come than it said that the file has, when it was asked for the size or when it
+    /// began to send.
     bool downloadFile(std::optional<std::string_view> name,
                       const std::optional<std::filesystem::path> &toDirectory, const FMServer *fromServer,
                       const std::stop_token &cancelled = {});
@@ -118,24 +122,29 @@ class FTPManager {
     // the destination's folder, the command, goodbye. It is judged when the server has closed it, and
     // succeeds if no line of the answers begins with "4" or "5", where each 255 bytes received at once begin
     // a line, too, and a piece that is not UTF-8 counts for nothing. Mind what follows from it: if the folder
-    // is not there the result is false, but the server has run the command in the login folder; and a server
-    // whose answers are odd enough is misunderstood. Names are not checked, but lines of more than 253 bytes
-    // are not sent. A failure to connect logs a line.
+    // is not there the result is false, but the server has run the command in the login folder; a connection
+    // that is cut amid the answers, or before the first, counts as closed, and is judged by those that had
+    // come, which may be none; and a server whose answers are odd enough is misunderstood. Names are not
+    // checked, but lines of more than 253 bytes are not sent. A failure to connect logs a line.
     //
     // With a transport that encrypts, a command goes over a connection like a transfer's instead, with the
-    // folder and the name in one, and succeeds if the server has not refused it.
+    // folder and the name in one, and succeeds if the server has confirmed it (by a reply of 2xx). Like a new
+    // folder it is never sent twice: where a cut connection leaves open what has become of it, it has failed.
 
     /// Deletes a file, or an empty folder: a name without "." is taken for a folder, any other for a file.
     /// The wrong one of the two is refused by the server.
-    bool deleteFileNamed(std::optional<std::string_view> name, const FMServer *fromServer);
+    bool deleteFileNamed(std::optional<std::string_view> name, const FMServer *fromServer,
+                         const std::stop_token &cancelled = {});
     /// Another name for deleteFileNamed.
-    bool deleteFile(std::optional<std::string_view> name, const FMServer *fromServer);
+    bool deleteFile(std::optional<std::string_view> name, const FMServer *fromServer,
+                    const std::stop_token &cancelled = {});
     /// Changes permissions. `to` shows the octal digits as a decimal number: 755 for rwxr-xr-x. False if it
     /// is not in 0...777, or if the server has no such command.
-    bool chmodFileNamed(std::optional<std::string_view> name, std::int32_t to, const FMServer *atServer);
+    bool chmodFileNamed(std::optional<std::string_view> name, std::int32_t to, const FMServer *atServer,
+                        const std::stop_token &cancelled = {});
     /// Whether the server lets that user in with that password now. True unless the server has refused: some
     /// (pyftpdlib) do not say a refusal where the connection is not encrypted.
-    bool checkLogin(const FMServer *server);
+    bool checkLogin(const FMServer *server, const std::stop_token &cancelled = {});
 
     /// Whether the descriptor can be used: it is there, no text is absent, the port is positive. Logs a line
     /// for each rule that it breaks.
@@ -150,14 +159,13 @@ class FTPManager {
 
     /// Breaks the running transfer off, which then returns at once, as if it had succeeded: a download leaves
     /// what has come, a listing tells the entries that have come, an upload is cut in a way that the server
-    /// can tell from its end. Does nothing when no transfer is running, and does not end commands. Does not
-    /// wait. Callers that have to know whether a transfer is whole cancel it instead.
+    /// can tell from its end. Does nothing when no transfer is running, and does not end commands, which can
+    /// be cancelled. Does not wait. Callers that have to know whether a transfer is whole cancel it instead.
     void abort();
 
-    /// kUpload in a new manager as well as during an upload; kFinished after every transfer and command that
-    /// has reached the server.
+    /// kUpload in a new manager as well as during an upload.
     FTPManagerAction action() const;
-    /// Whether the last transfer or command that reached the server has succeeded.
+    /// Whether the last transfer or command that led to kFinished has succeeded.
     bool streamSuccess() const;
 
     /// Not owned; may be null. A change counts from the next piece on, so the old delegate must outlive the
@@ -184,10 +192,35 @@ struct FTPFileLocation {
 /// port outside 1…65535, a file name that is empty, "." or "..", or that holds "/".
 std::optional<std::string> ftpURLForFile(const FTPFileLocation &location);
 
-/// The whole file at an FTP URL as text, byte for byte, over the transport's connections.
-/// Nothing if it could not be read to its end for whatever reason, if it is not valid UTF-8, or if
-/// `cancelled` was requested before that, which ends the read at once. Blocks the calling thread, which may
-/// be any. Logs nothing.
+/// What reading a whole file as text came to.
+struct FTPText {
+    enum class State {
+        kText,      ///< `text` holds the whole file, byte for byte
+        kRefused,   ///< the server has refused login or file for good (a reply of 5xx), or the URL cannot be
+                    ///< sent
+        kFailed,    ///< anything that the next attempt may find over: no connection, a line that was cut or
+                    ///< fell silent, a reply of 4xx, fewer bytes than the server announced
+        kNotText,   ///< the whole file is there, but no valid UTF-8: `bytes` holds it
+        kTooLarge,  ///< longer than the transport's `mostTextBytes` or than fits the memory; broken off
+        kCancelled,
+    };
+    State state = State::kFailed;
+    std::optional<std::string> text;
+    std::string bytes;
+};
+
+/// Reads the file at an FTP URL over the transport's connections. Requesting `cancelled` ends the read at
+/// once. Blocks the calling thread, which may be any. Logs nothing.
+FTPText textWithContentsOfURL(std::string_view url, const FTPTransport &transport,
+                              std::stop_token cancelled = {});
+
+/// Whether there is a file at an FTP URL: asked with SIZE, and by beginning to read it where the server does
+/// not know SIZE. Nothing if the server cannot be asked or gives no clear answer (4xx, a refused login), or
+/// if `cancelled` is requested first. Blocks the calling thread, which may be any. Logs nothing.
+std::optional<bool> fileExistsAtURL(std::string_view url, const FTPTransport &transport,
+                                    std::stop_token cancelled = {});
+
+/// The text that textWithContentsOfURL reads; nothing for every state but kText.
 std::optional<std::string> stringWithContentsOfURL(std::string_view url, const FTPTransport &transport,
                                                    std::stop_token cancelled = {});
 /// The same over a connection made for this one read, with default limits and without encryption.

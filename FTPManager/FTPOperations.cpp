@@ -70,8 +70,8 @@ bool FTPManager::Operations::run(const std::stop_token &cancelled, const std::fu
         return false;
     }
     try {
-        if (!turns_.wait(cancelled)) return false;
         const fm::TurnQueue::Turn turn(turns_);
+        if (!turn.wait(cancelled)) return false;
         bool result = false;
         const bool finished = FMThread::runInSeparateThread([&] {
             worker_ = std::this_thread::get_id();
@@ -191,11 +191,12 @@ bool FTPManager::Operations::runStream(FTPStream &ftpStream, const std::stop_tok
 }
 
 bool FTPManager::Operations::_ftpActionForServer(const FMServer &server,
-                                                 const std::optional<FTPCommand> &command) {
+                                                 const std::optional<FTPCommand> &command,
+                                                 const std::stop_token &cancelled) {
     begin(FTPManagerAction::kCommand, std::nullopt);
     const std::optional<bool> success = transport_->options().tls == TlsMode::kOff
-                                            ? runInPlainText(server, command)
-                                            : runEncrypted(server, command);
+                                            ? runInPlainText(server, command, cancelled)
+                                            : runEncrypted(server, command, cancelled);
     if (!success) return false;
     const std::scoped_lock lock(stateMutex_);
     state_.action = FTPManagerAction::kFinished;
@@ -205,7 +206,8 @@ bool FTPManager::Operations::_ftpActionForServer(const FMServer &server,
 
 /// Nothing if it did not come to an answer.
 std::optional<bool> FTPManager::Operations::runInPlainText(const FMServer &server,
-                                                           const std::optional<FTPCommand> &command) const {
+                                                           const std::optional<FTPCommand> &command,
+                                                           const std::stop_token &cancelled) const {
     const std::string host = fmhost(*server.destination);
     const auto lines =
         fm::controlLines(*server.username, *server.password, fmdir(*server.destination),
@@ -213,24 +215,28 @@ std::optional<bool> FTPManager::Operations::runInPlainText(const FMServer &serve
     if (!lines || fm::hasUnsendableByte(*server.destination) || server.port > kGreatestPort)
         return std::nullopt;
     return fm::runControlLines(host, static_cast<std::uint16_t>(server.port), *lines,
-                               transport_->options().limits);
+                               transport_->options().limits, cancelled);
 }
 
 /// The same over a connection that is encrypted as the transport demands.
 std::optional<bool> FTPManager::Operations::runEncrypted(const FMServer &server,
-                                                         const std::optional<FTPCommand> &command) const {
+                                                         const std::optional<FTPCommand> &command,
+                                                         const std::stop_token &cancelled) const {
     std::optional<fm::FTPAddress> folder = addressOfFolder(server);
     if (!folder) return std::nullopt;
-    std::string line;
+    std::vector<std::string> lines;
     if (command) {
         const bool isRelative = !command->name.starts_with('/');
-        line = command->verb + " " + (isRelative ? folder->path : "") + command->name;
-        if (!fm::isSendableLine(line)) return std::nullopt;
+        lines = {command->verb + " " + (isRelative ? folder->path : "") + command->name};
+        if (!fm::isSendableLine(lines.front())) return std::nullopt;
     }
     fm::Transfer transfer(*transport_, {.kind = fm::TransferTask::Kind::kCommand,
                                         .address = std::move(*folder),
-                                        .command = std::move(line)});
-    return transfer.runToEnd() == fm::Transfer::Status::kCompleted;
+                                        .commands = std::move(lines)});
+    const fm::InterruptOnStop interruptOnStop(cancelled, [&transfer] { transfer.interrupt(); });
+    const bool isCompleted = transfer.runToEnd() == fm::Transfer::Status::kCompleted;
+    if (!isCompleted && cancelled.stop_requested()) return std::nullopt;
+    return isCompleted;
 }
 
 void FTPManager::Operations::stream(FTPStream &, FTPStreamEvent handleEvent) {
@@ -285,6 +291,11 @@ void FTPManager::Operations::bytesAvailable() {
 
 void FTPManager::Operations::listingBytesAvailable(FTPReadStream &readStream) {
     const std::string_view piece = readStream.unread().substr(0, kPieceBytes);
+    if (directoryListingData.size() + piece.size() > transport_->options().limits.mostListingBytes) {
+        directoryListingData.clear();
+        _streamDidEndWithSuccess(false, FTPFailureReason::kRead);
+        return;
+    }
     directoryListingData += piece;
     readStream.drop(piece.size());
     if (piece.empty()) _streamDidEndWithSuccess(true, FTPFailureReason::kNone);

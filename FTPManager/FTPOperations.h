@@ -49,7 +49,8 @@ class FTPManager::Operations : private FTPStreamDelegate {
                                                               const std::stop_token &cancelled);
     bool _downloadFile(std::string_view name, const std::filesystem::path &toDirectory,
                        const FMServer &fromServer, const std::stop_token &cancelled);
-    bool _ftpActionForServer(const FMServer &server, const std::optional<FTPCommand> &command);
+    bool _ftpActionForServer(const FMServer &server, const std::optional<FTPCommand> &command,
+                             const std::stop_token &cancelled);
 
     std::optional<FTPProgress> progress() const;
     void abort();
@@ -68,9 +69,10 @@ class FTPManager::Operations : private FTPStreamDelegate {
                 const FMServer &toServer, const std::stop_token &cancelled);
     bool runStream(FTPStream &ftpStream, const std::stop_token &cancelled);
     bool wasAborted() const;
-    std::optional<bool> runInPlainText(const FMServer &server,
-                                       const std::optional<FTPCommand> &command) const;
-    std::optional<bool> runEncrypted(const FMServer &server, const std::optional<FTPCommand> &command) const;
+    std::optional<bool> runInPlainText(const FMServer &server, const std::optional<FTPCommand> &command,
+                                       const std::stop_token &cancelled) const;
+    std::optional<bool> runEncrypted(const FMServer &server, const std::optional<FTPCommand> &command,
+                                     const std::stop_token &cancelled) const;
 
     void stream(FTPStream &stream, FTPStreamEvent handleEvent) override;
     void openCompleted();

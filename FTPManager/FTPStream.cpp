@@ -36,7 +36,7 @@ FTPWriteStream::FTPWriteStream(const FTPTransport &transport, const fm::FTPAddre
                 target == Target::kFolder
                     ? fm::TransferTask{.kind = fm::TransferTask::Kind::kCommand,
                                        .address = address,
-                                       .command = "MKD " + address.path}
+                                       .commands = {"MKD " + address.path}}
                     : fm::TransferTask{.kind = fm::TransferTask::Kind::kStore,
                                        .address = address,
                                        .source = [this](std::span<char> room) { return fill(room); }},

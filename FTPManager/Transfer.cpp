@@ -50,6 +50,37 @@ std::string poolKey(const FTPAddress &address) {
 
 /// The reply "service not available, closing control connection".
 constexpr long kServerClosesDown = 421;
+/// Behind these replies to AUTH both sides encrypt.
+constexpr long kAuthAccepted = 234;
+constexpr long kAuthAcceptedByOldServers = 334;
+
+std::optional<std::uint64_t> leadingNumber(std::string_view text) {
+    std::uint64_t number = 0;
+    if (std::from_chars(text.data(), text.data() + text.size(), number).ec != std::errc()) return {};
+    return number;
+}
+
+/// The code of a reply's last line; nothing for the lines before it.
+std::optional<long> codeOfReply(std::string_view line) {
+    const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+    if (line.size() < 4 || line[3] != ' ' || !std::ranges::all_of(line.substr(0, 3), isDigit)) return {};
+    return (line[0] - '0') * 100 + (line[1] - '0') * 10 + (line[2] - '0');
+}
+
+/// How many bytes the server is about to send, from "Opening BINARY mode data connection for NAME (N
+/// bytes).". In any other words, and of a text that is converted on the way, a number means something else.
+std::optional<std::uint64_t> sizeInOpening(std::string_view text) {
+    constexpr std::string_view kEnd = " bytes)";
+    while (!text.empty() && std::string_view("\r\n. ").find(text.back()) != std::string_view::npos)
+        text.remove_suffix(1);
+    const std::size_t open = text.rfind('(');
+    if (!text.starts_with("Opening BINARY mode data connection for ") || !text.ends_with(kEnd) ||
+        open == std::string_view::npos)
+        return {};
+    const std::string_view digits = text.substr(open + 1, text.size() - kEnd.size() - open - 1);
+    if (digits.find_first_not_of("0123456789") != std::string_view::npos) return {};
+    return leadingNumber(digits);
+}
 
 /// Whether the server has answered this very request with a refusal: the connection is fine then.
 bool isRefusal(CURLcode result, long reply) {
@@ -74,24 +105,34 @@ Transfer::~Transfer() {
     releaseConnection(false);
 }
 
-bool Transfer::begin() {
-    const bool provesLogin = task_.kind == TransferTask::Kind::kCommand && task_.command.empty();
+std::unique_ptr<Connection> Transfer::connect() {
+    const bool provesLogin = task_.kind == TransferTask::Kind::kCommand && task_.commands.empty();
+    ConnectionPool &pool = transport_.pool();
     const std::string key = poolKey(task_.address);
-    std::unique_ptr<Connection> connection = provesLogin
-                                                 ? transport_.pool().makeNew(key, task_.address.port)
-                                                 : transport_.pool().checkOut(key, task_.address.port);
+    if (std::exchange(needsNewConnection_, false)) {
+        // What has cut one off or made it silent has done so to the others.
+        pool.closeIdle(key);
+        return pool.makeNew(key, task_.address.port);
+    }
+    return provesLogin ? pool.makeNew(key, task_.address.port) : pool.checkOut(key, task_.address.port);
+}
+
+bool Transfer::begin() {
+    std::unique_ptr<Connection> connection = connect();
     if (!connection) return false;
+    controlConnectionsBefore_ = connection->controlConnectionsOpened();
+    controlBytesBefore_ = connection->controlBytesReceived();
     setOptions(connection->freshEasy());
     setTask(connection->easy());
     connection->setDataIsWhole(task_.kind != TransferTask::Kind::kStore);
     announcedSize_.reset();
     hasDataAddress_ = false;
     bytesReceived_ = bytesReceivedAtLastWait_ = 0;
-    controlConnectionsBefore_ = connection->controlConnectionsOpened();
+    isAnswered_ = false;
     const SocketActivity activity = connection->activity();
     isEstablished_ = activity.established;
     bytesMovedAtLastCheck_ = activity.bytesMoved;
-    lastCheck_ = lastActivity_ = Clock::now();
+    begunAt_ = lastCheck_ = lastActivity_ = Clock::now();
     wait_ = kShortestWait;
     {
         const std::scoped_lock lock(connectionMutex_);
@@ -140,8 +181,10 @@ void Transfer::setOptions(CURL *easy) {
 void Transfer::setTask(CURL *easy) {
     const auto set = [easy](CURLoption option, auto value) { curl_easy_setopt(easy, option, value); };
     // Sent once a relative path means what it says; a refusal of the "*" costs no connection.
-    const auto setCommand = [&](const std::string &command) {
-        commands_.reset(curl_slist_append(nullptr, ("*" + command).c_str()));
+    const auto setCommands = [&](const std::vector<std::string> &commands) {
+        commands_.reset();
+        for (const std::string &command : commands)
+            commands_.reset(curl_slist_append(commands_.release(), ("*" + command).c_str()));
         set(CURLOPT_PREQUOTE, commands_.get());
     };
 
@@ -156,7 +199,14 @@ void Transfer::setTask(CURL *easy) {
         case TransferTask::Kind::kCommand:
             set(CURLOPT_URL, urlOfServer(task_.address).c_str());
             set(CURLOPT_NOBODY, 1L);
-            if (!task_.command.empty()) setCommand(task_.command);
+            // A line that the server must not get twice is sent over a connection that is seen to live.
+            if (!task_.mayRepeat && controlConnectionsBefore_ > 0) {
+                std::vector<std::string> commands = task_.commands;
+                commands.insert(commands.begin(), "NOOP");
+                setCommands(commands);
+            } else {
+                setCommands(task_.commands);
+            }
             return;
         case TransferTask::Kind::kList:
             // From within the folder: many servers take "LIST -a folder" for two names, and list a folder
@@ -166,7 +216,7 @@ void Transfer::setTask(CURL *easy) {
             break;
         case TransferTask::Kind::kRetrieve:
             // libcurl itself must not know the size: it would stop there, and servers may get it wrong.
-            if (task_.asksSize) setCommand("SIZE " + task_.address.path);
+            if (task_.asksSize) setCommands({"SIZE " + task_.address.path});
             break;
     }
     set(CURLOPT_IGNORE_CONTENT_LENGTH, 1L);
@@ -225,7 +275,11 @@ bool Transfer::isDead() {
         isEstablished_ = true;
         curl_easy_setopt(connection_->easy(), CURLOPT_CONNECTTIMEOUT_MS, kNoLimitMs);
     }
-    return isEstablished_ && now - lastActivity_ > transport_.options().limits.idleTimeout;
+    const TransportLimits &limits = transport_.options().limits;
+    isAnswered_ |= connection_->controlBytesReceived() > controlBytesBefore_;
+    if (isReused() && !isAnswered_ && now - begunAt_ > std::min(limits.reuseTimeout, limits.idleTimeout))
+        return true;
+    return isEstablished_ && now - lastActivity_ > limits.idleTimeout;
 }
 
 Transfer::Status Transfer::attemptEnded(CURLcode result) {
@@ -236,24 +290,30 @@ Transfer::Status Transfer::attemptEnded(CURLcode result) {
     const bool listPlainly = shouldListPlainly(result, reply);
     const bool isFineLine = result == CURLE_OK || (isRefusal(result, reply) && !isInterrupted());
     const bool fulfilled = result == CURLE_OK && isFulfilled(reply);
+    if (result == CURLE_OK) replyToCommand_ = reply;
+    isRefusedForGood_ = isRefusal(result, reply) && reply >= 500 && !hasBegun_ && !isInterrupted();
     releaseConnection(isFineLine && mayStayOpen());
     if (!retry && !listPlainly) guard_.reset();
     if (retry || listPlainly) {
         hadRetry_ |= retry;
+        needsNewConnection_ = retry;
         listsPlainly_ |= listPlainly;
+        hasBegun_ = false;
         return status_;
     }
     return status_ = fulfilled ? Status::kCompleted : Status::kFailed;
 }
 
 bool Transfer::isFulfilled(long reply) const {
+    const bool isConfirmed = reply >= 200 && reply < 300;
     switch (task_.kind) {
         case TransferTask::Kind::kCommand:
-            return task_.command.empty() || (reply >= 200 && reply < 400);
+            return task_.commands.empty() || isConfirmed;
         case TransferTask::Kind::kRetrieve:
             return !announcedSize_ || bytesReceived_ >= *announcedSize_;
-        case TransferTask::Kind::kStore:
         case TransferTask::Kind::kList:
+            return isConfirmed;  // libcurl takes a 450 for an empty folder
+        case TransferTask::Kind::kStore:
             return true;
     }
     return false;
@@ -274,13 +334,17 @@ bool Transfer::mayStayOpen() const {
     return loginFolder != nullptr;
 }
 
-/// A server may close a connection that was idle, and may say so only when the next command arrives.
+bool Transfer::isReused() const {
+    return controlConnectionsBefore_ > 0 &&
+           connection_->controlConnectionsOpened() == controlConnectionsBefore_;
+}
+
+/// A server may close a connection that was idle, and may say so only when the next command arrives; a router
+/// may forget it, and never says so.
 bool Transfer::shouldRetry(CURLcode result, long reply) const {
-    const bool wasReused =
-        controlConnectionsBefore_ > 0 && connection_->controlConnectionsOpened() == controlConnectionsBefore_;
-    if (result == CURLE_OK || !wasReused || hasBegun_ || hadRetry_ || isInterrupted()) return false;
+    if (result == CURLE_OK || !isReused() || hasBegun_ || hadRetry_ || isInterrupted()) return false;
     // libcurl reports a server's closing down as a time-out, too.
-    if (result == CURLE_OPERATION_TIMEDOUT) return reply == kServerClosesDown;
+    if (result == CURLE_OPERATION_TIMEDOUT) return reply == kServerClosesDown || !isAnswered_;
     return !isRefusal(result, reply);
 }
 
@@ -295,7 +359,8 @@ void Transfer::releaseConnection(bool keepWarm) {
         released = std::move(connection_);
         keepWarm = keepWarm && !isInterrupted_;
     }
-    if (keepWarm && !released->hasUnexpectedInput()) transport_.pool().giveBack(std::move(released));
+    if (keepWarm && !released->hasUnexpectedInput() && !released->hasUnreadReply())
+        transport_.pool().giveBack(std::move(released));
 }
 
 void Transfer::interrupt() noexcept {
@@ -317,8 +382,7 @@ std::size_t Transfer::onRead(char *room, std::size_t size, std::size_t count, vo
         const std::optional<std::size_t> filled = transfer.task_.source({room, size * count});
         if (!filled || transfer.isInterrupted()) return CURL_READFUNC_ABORT;
         // A server that has already answered, before it has the whole file, means something else.
-        const bool mayCompare = transfer.transport_.options().tls == TlsMode::kOff;
-        if (*filled == 0 && mayCompare && transfer.connection_->hasUnreadReply()) return CURL_READFUNC_ABORT;
+        if (*filled == 0 && transfer.connection_->hasUnreadReply()) return CURL_READFUNC_ABORT;
         transfer.connection_->setDataIsWhole(*filled == 0);
         return *filled;
     } catch (...) {
@@ -341,25 +405,39 @@ std::size_t Transfer::onReply(char *line, std::size_t size, std::size_t count, v
     try {
         auto &transfer = *static_cast<Transfer *>(self);
         transfer.connection_->countReply(size * count);
-        transfer.noteReply({line, size * count});
-        return size * count;
+        return transfer.noteReply({line, size * count}) ? size * count : 0;
     } catch (...) {
         return 0;
     }
 }
 
-void Transfer::noteReply(std::string_view line) {
+/// False if the connection is not to be used further.
+bool Transfer::noteReply(std::string_view line) {
+    isAnswered_ = true;
+    const std::optional<long> code = codeOfReply(line);
+    if (!code || *code < 200) connection_->acknowledgeReply();  // more is to come without being asked for
+    if (code) {
+        const bool isCommand = task_.kind == TransferTask::Kind::kCommand;
+        // More than the answer: taken for the answer to what is sent next, it would be a false one.
+        const bool isToBeFollowed = *code >= 200 && (isCommand || !hasBegun_);
+        if (isToBeFollowed && connection_->hasUnreadReply()) return false;
+        if (*code == kAuthAccepted || *code == kAuthAcceptedByOldServers) connection_->noteEncrypted();
+        // The next line is one that the server must not get twice.
+        if (isCommand && !task_.mayRepeat && *code != kServerClosesDown && isReused()) hasBegun_ = true;
+    }
+    noteOpening(line);
+    return true;
+}
+
+void Transfer::noteOpening(std::string_view line) {
     // What a server says before that answers something else, if anything.
     hasDataAddress_ |= line.starts_with("229 ") || line.starts_with("227 ");
     if (!hasDataAddress_) return;
-    if (task_.asksSize && line.starts_with("213 ")) {
-        const std::string_view digits = line.substr(line.find(' ') + 1);
-        std::uint64_t size = 0;
-        if (std::from_chars(digits.data(), digits.data() + digits.size(), size).ec == std::errc())
-            announcedSize_ = size;
-    }
+    if (task_.asksSize && line.starts_with("213 ")) announcedSize_ = leadingNumber(line.substr(4));
     if (hasBegun_ || !(line.starts_with("150 ") || line.starts_with("125 "))) return;
     hasBegun_ = true;
+    if (task_.kind == TransferTask::Kind::kRetrieve)
+        announcedSize_ = std::max(announcedSize_, sizeInOpening(line.substr(4)));
     if (task_.opened) task_.opened(announcedSize_);
 }
 

@@ -11,6 +11,7 @@
 #include <stop_token>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "FTPManager/Connection.h"
 #include "FTPManager/FTPAddress.h"
@@ -29,8 +30,11 @@ struct TransferTask {
 
     Kind kind = Kind::kRetrieve;
     FTPAddress address = {};  ///< for kList it ends in "/"; for kCommand any on the server
-    /// kCommand: the line to send; empty: log in anew, and nothing else.
-    std::string command = {};
+    /// kCommand: the lines to send one after the other, the last of which counts; none: log in anew, and
+    /// nothing else.
+    std::vector<std::string> commands = {};
+    /// kCommand: it does no harm if the server gets the lines twice.
+    bool mayRepeat = false;
     /// kRetrieve: asks for the file's size first.
     bool asksSize = false;
 
@@ -62,6 +66,11 @@ class Transfer {
     /// Steps until the transfer has ended.
     Status runToEnd();
 
+    /// kCommand: the code of the reply to the last line; 0 if it did not come to that.
+    long replyToCommand() const { return replyToCommand_; }
+    /// Whether the transfer failed because the server has refused the login or the request by a reply of 5xx.
+    bool isRefusedForGood() const { return isRefusedForGood_; }
+
     /// From any thread: the transfer fails at once.
     void interrupt() noexcept;
 
@@ -73,14 +82,17 @@ class Transfer {
     static std::size_t onReply(char *line, std::size_t size, std::size_t count, void *self);
     static int onProgress(void *self, curl_off_t, curl_off_t, curl_off_t, curl_off_t);
 
+    std::unique_ptr<Connection> connect();
     bool begin();
     void setOptions(CURL *easy);
     void setTask(CURL *easy);
-    void noteReply(std::string_view line);
+    bool noteReply(std::string_view line);
+    void noteOpening(std::string_view line);
     void waitForEvents();
     bool isDead();
     bool isInterrupted() const;
     Status attemptEnded(CURLcode result);
+    bool isReused() const;
     bool shouldRetry(CURLcode result, long reply) const;
     bool isFulfilled(long reply) const;
     bool shouldListPlainly(CURLcode result, long reply) const;
@@ -102,10 +114,16 @@ class Transfer {
     std::uint64_t bytesReceived_ = 0;
     std::uint64_t bytesReceivedAtLastWait_ = 0;
     bool hadRetry_ = false;
+    bool needsNewConnection_ = false;
+    bool isAnswered_ = false;  ///< some byte of a reply has come
+    long replyToCommand_ = 0;
+    bool isRefusedForGood_ = false;
     bool isAttached_ = false;
     unsigned controlConnectionsBefore_ = 0;
+    std::uint64_t controlBytesBefore_ = 0;
     bool isEstablished_ = false;
     std::chrono::milliseconds wait_{};
+    Clock::time_point begunAt_;
     Clock::time_point lastCheck_;
     Clock::time_point lastActivity_;
     std::uint64_t bytesMovedAtLastCheck_ = 0;

@@ -1,23 +1,22 @@
 #include "FTPManager/TurnQueue.h"
 
-#include <deque>
-
 namespace fm {
 
-bool TurnQueue::wait(const std::stop_token &cancelled) {
-    std::unique_lock lock(mutex_);
-    const std::uint64_t ticket = nextTicket_++;
-    waiting_.push_back(ticket);
-    const bool first = changed_.wait(lock, cancelled, [this, ticket] { return waiting_.front() == ticket; });
-    if (first && !cancelled.stop_requested()) return true;
-    std::erase(waiting_, ticket);
-    changed_.notify_all();
-    return false;
+std::uint64_t TurnQueue::enter() {
+    const std::scoped_lock lock(mutex_);
+    waiting_.push_back(nextTicket_);
+    return nextTicket_++;
 }
 
-void TurnQueue::leave() {
+bool TurnQueue::wait(std::uint64_t ticket, const std::stop_token &cancelled) {
+    std::unique_lock lock(mutex_);
+    return changed_.wait(lock, cancelled, [this, ticket] { return waiting_.front() == ticket; }) &&
+           !cancelled.stop_requested();
+}
+
+void TurnQueue::leave(std::uint64_t ticket) {
     const std::scoped_lock lock(mutex_);
-    waiting_.pop_front();
+    std::erase(waiting_, ticket);
     changed_.notify_all();
 }
 

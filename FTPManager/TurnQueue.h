@@ -8,27 +8,30 @@
 
 namespace fm {
 
-/// Lets callers in one at a time, in the order in which they came.
+/// Lets its users in one at a time, in the order in which they asked. To outlive its turns.
 class TurnQueue {
   public:
-    /// Holds the turn until it is destroyed.
+    /// A place in the queue, taken when it is made and left when it is destroyed. Made by one thread, it may
+    /// be used by another.
     class Turn {
       public:
-        explicit Turn(TurnQueue &queue) : queue_(&queue) {}
+        explicit Turn(TurnQueue &queue) : queue_(queue), ticket_(queue.enter()) {}
+        ~Turn() { queue_.leave(ticket_); }
         Turn(const Turn &) = delete;
         Turn &operator=(const Turn &) = delete;
-        ~Turn() { queue_->leave(); }
+
+        /// Blocks until every earlier place has been left. False if `cancelled` was requested first.
+        bool wait(const std::stop_token &cancelled = {}) const { return queue_.wait(ticket_, cancelled); }
 
       private:
-        TurnQueue *queue_;
+        TurnQueue &queue_;
+        const std::uint64_t ticket_;
     };
 
-    /// Waits for the turn. False if `cancelled` was requested first: the caller has no turn then. If true,
-    /// the caller makes a Turn of it.
-    bool wait(const std::stop_token &cancelled);
-
   private:
-    void leave();
+    std::uint64_t enter();
+    bool wait(std::uint64_t ticket, const std::stop_token &cancelled);
+    void leave(std::uint64_t ticket);
 
     std::mutex mutex_;
     std::condition_variable_any changed_;

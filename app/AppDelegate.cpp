@@ -2,17 +2,24 @@
 
 #include <malloc.h>
 #include <QApplication>
+#include <chrono>
 #include <cstdio>
 #include <utility>
 
 #include "app/ClipList.h"
 #include "app/StorageNames.h"
 #include "platform/Text.h"
+#include "platform/UiIds.h"
+#include "platform/UserFolders.h"
 
 namespace {
 
 constexpr const char *kStorageUser = "qz7m_50281946";
 constexpr const char *kStoragePassword = "w5rt9x2h";
+
+// For a status bar to show itself.
+constexpr std::chrono::seconds kLoginPatience{10};
+constexpr std::chrono::seconds kSoon{1};
 
 void log(const std::string &line) {
     std::fprintf(stderr, "Quillery: %s\n", line.c_str());
@@ -25,8 +32,10 @@ AppDelegate::AppDelegate(Shell shell)
            {*interface.Add_contact_menu_item, shell.gate}, {*interface.Remove_a_friend_item, shell.gate},
            {*interface.Log_in_menu_item, shell.gate},      {*interface.Unlock_passcode_item, shell.gate},
            {*interface.changePasswordItem, shell.gate}},
-      shell_(std::move(shell)) {
-    interface.fillInformation(shell_.configuration.storageHost);
+      shell_(std::move(shell)),
+      rescued_(stateFolder() / "quillery" / "rescued",
+               [this](const auto &copy, RescuedLists::Reason reason) { tellOfRescue(copy, reason); }) {
+    interface.fillInformation(shell_.configuration.storageHost, rescued_.folder());
     wireInterface();
     for (const QString &problem : shell_.configuration.problems) log(problem.toStdString());
     QMap<QString, QString> settings;
@@ -81,11 +90,13 @@ void AppDelegate::applicationDidFinishLaunching() {
         Password = stored("kPassword");
         isSigned_in = true;
         applySignedInPresentation();
+        armContacts();
     } else {
         applySignedOutState();
         lockIfPasscodeIsSet();
     }
     fillSavedListAtStart();
+    if (rescued_.adoptLeftovers()) tellOfRescue(rescued_.folder(), RescuedLists::Reason::kCutShort);
     if (isLocked()) interface.Quillery_Box->setContentView(interface.Insert_passcode_view);
     showPreferences();
     malloc_trim(0);  // it is going to rest in the status bar for hours
@@ -97,11 +108,11 @@ void AppDelegate::CreatingStatus_item() {
             &QPushButton::setIcon);
     Status_Item->setImage(QStringLiteral("offline.png"));
     Status_Item->setToolTip(QStringLiteral("Quillery"));
-    Status_Item->setMenu(&interface.Quillery_Menu);
-    // Where there is no status bar, or not yet, the commands have to be somewhere.
+    // Where there is no status bar the commands have to be somewhere.
     connect(Status_Item.get(), &StatusItem::shown, interface.Windowed_mode.get(), &QWidget::close);
     connect(Status_Item.get(), &StatusItem::lost, this, [this] { showWindowedMode(ScreenPlace::kCorner); });
-    if (!Status_Item->isShown()) showWindowedMode(ScreenPlace::kCorner);
+    // The introduction's end is no login: there is a status bar by then, or none.
+    Status_Item->setMenu(&interface.Quillery_Menu, isAfterIntro_ ? kSoon : kLoginPatience);
 }
 
 void AppDelegate::Varibles_values() {
@@ -109,18 +120,22 @@ void AppDelegate::Varibles_values() {
     transport_ = std::make_shared<FTPTransport>(shell_.configuration.transport);
     MyFTPManager = std::make_unique<FTPManager>(transport_);
     std::int32_t port = shell_.configuration.storagePort;
+    StorageServer::Place place;
     if (shell_.configuration.storageHost) {
-        storageHost_ = *shell_.configuration.storageHost;
+        place.host = *shell_.configuration.storageHost;
     } else {
         const auto storage =
             shell_.waiting.run(tr("Starting the personal storage server…"), shell_.personalStorage);
         if (!storage.port) log("no personal storage server: " + storage.problem);
-        storageHost_ = "127.0.0.1";
+        place.host = "127.0.0.1";
+        place.personalStorage = shell_.personalStorage;
         port = storage.port.value_or(port);
     }
     Quillery_Server = FMServer::serverWithDestination(
-        storageHost_ + "/" + std::string(StorageNames::kRemoteDirectory), kStorageUser, kStoragePassword);
+        place.host + "/" + std::string(StorageNames::kRemoteDirectory), kStorageUser, kStoragePassword);
     Quillery_Server.port = port;
+    place.descriptor = Quillery_Server;
+    storage_ = std::make_shared<StorageServer>(transport_, *MyFTPManager, std::move(place), rescued_);
 }
 
 void AppDelegate::Other_pre_proccesses() {
@@ -140,14 +155,27 @@ void AppDelegate::Register_HotKeys() {
     center.setPurpose(toUtf8(tr("Save the clipboard")));
     center.setRegistrationLostHandler(
         [this](const auto &, const std::string &reason) { tellOfMissingHotKey(reason); });
+    center.setRegistrationRegainedHandler([this](const auto &) { tellOfRegainedHotKey(); });
     const auto hotKey =
         center.registerHotKeyWithKeyCode(kKeyC, kVkCommandFlag | kVkShiftFlag, this, "Save_bar_item");
     if (hotKey) {
         hotKeys_.push_back(hotKey);
-        interface.Hot_key_label->setText(tr("Hot key that saves the clipboard: Super+Shift+C"));
+        showHotKey();
     } else {
         tellOfMissingHotKey(center.lastFailure().value_or(""));
     }
+}
+
+void AppDelegate::showHotKey() {
+    interface.Hot_key_label->setText(tr("Hot key that saves the clipboard: Super+Shift+C"));
+}
+
+void AppDelegate::tellOfRegainedHotKey() {
+    showHotKey();
+    storeSetting("hotKeyFailureTold", {});  // the next loss is news
+    shell_.gate.enterProgram([this] {
+        interface.notificationBanner->present(tr("Hot key"), tr("Super+Shift+C saves the clipboard again."));
+    });
 }
 
 // No alert, since saving by the menu works: once a note that goes away by itself, and a line in the
@@ -160,7 +188,7 @@ void AppDelegate::tellOfMissingHotKey(const std::string &reason) {
     if (settingIs("hotKeyFailureTold", toUtf8(why).c_str())) return;
     storeSetting("hotKeyFailureTold", why);
     // After the start, when it can be seen.
-    shell_.gate.enter(
+    shell_.gate.enterProgram(
         [this] { interface.notificationBanner->present(tr("No hot key"), interface.Hot_key_label->text()); });
 }
 
@@ -168,9 +196,8 @@ bool AppDelegate::Check_if_internet_connection_is_found() {
     interface.Checking_for_connection_spinner->setUsesThreadedAnimation(true);
     UploadDidFinish =
         shell_.waiting.run(tr("Checking the connection to the storage server…"),
-                           [server = server()](const std::stop_token &stop) {
-                               return server.upload("Check", std::string(StorageNames::kCheckInternet), stop);
-                           });
+                           [file = storage_->file(std::string(StorageNames::kCheckInternet))](
+                               const std::stop_token &stop) { return file->replace("Check", stop); });
     interface.Quillery_window->close();
     interface.Checking_for_connection_spinner->stopAnimation();
     return UploadDidFinish;
@@ -191,7 +218,7 @@ void AppDelegate::applyOfflineState() {
 // In the panel, and in words where it is an image.
 void AppDelegate::showState(const QString &state) {
     interface.State_label->setText(state);
-    interface.Windowed_menu_button->setAccessibleDescription(state);
+    describe(*interface.Windowed_menu_button, state);
     if (!Status_Item) return;
     Status_Item->setToolTip(isSigned_in && Username
                                 ? tr("Quillery: %1 as %2").arg(state, toQString(*Username))
@@ -248,33 +275,27 @@ void AppDelegate::lockIfPasscodeIsSet() {
 
 void AppDelegate::fillSavedListAtStart() {
     if (isSigned_in) {
-        auto text = serverText(clipListName(), tr("Reading your list from the storage server…"));
         Content_of_quillery_file_Server =
-            text ? std::make_shared<const std::string>(std::move(*text)) : nullptr;
+            read(storage_->list(clipListName()), tr("Reading your list from the storage server…"));
         if (!GenFileManager.fileExistsAtPath(Content_file_path)) {
-            const std::string problem = GenFileManager.createFileAtPath(Content_file_path, {});
+            const std::string problem = localList_.createIfMissing(Content_file_path);
             if (!problem.empty()) log(Content_file_path.string() + " could not be made: " + problem);
         } else if (Content_of_quillery_file_Server) {
             interface.Clipboard_saved_string_combobox->addItems(
                 Content_of_quillery_file_Server,
                 ClipList::componentsSeparatedByTerminator(*Content_of_quillery_file_Server));
+            showListPlace(ListPlace::kAccount);
         }
         return;
     }
-    const auto readLocal = [this] {
-        FileText local = GenFileManager.textAtPath(Content_file_path);
-        if (local.mustBeSetAside()) log(Content_file_path.string() + " could not be read: " + local.problem);
-        Content_of_quillery_file_Local =
-            local.text ? std::make_shared<const std::string>(std::move(*local.text)) : nullptr;
-    };
-    readLocal();
+    readLocalList();
     if (!GenFileManager.fileExistsAtPath(Content_file_path)) {
-        const std::string problem = GenFileManager.createFileAtPath(Content_file_path, {});
+        const std::string problem = localList_.createIfMissing(Content_file_path);
         if (!problem.empty()) log(Content_file_path.string() + " could not be made: " + problem);
         interface.Quillery_Box->setContentView(interface.List_View);
-        readLocal();
+        readLocalList();
     }
-    fillSavedList(Content_of_quillery_file_Local);
+    fillSavedList(Content_of_quillery_file_Local, ListPlace::kThisComputer);
 }
 
 void AppDelegate::showPasscodeSettings() {

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <future>
+#include <list>
 #include <memory>
 #include <optional>
 #include <stop_token>
@@ -15,7 +16,9 @@
 #include "FTPManager/FTPManager.h"
 #include "app/Interface.h"
 #include "app/LocalList.h"
+#include "app/RescuedLists.h"
 #include "app/Shell.h"
+#include "app/StorageServer.h"
 #include "hotkey/VkHotKeyCenter.h"
 #include "platform/MenuItem.h"
 #include "platform/SingleInstance.h"
@@ -48,6 +51,8 @@ class AppDelegate : public QObject, public TableViewDataSource {
 
     // Asks, and on "Yes" ends the program.
     void Quit(QObject *sender);
+    // The same for the user's command, which arrives from outside the gate.
+    void askToQuit();
 
     // A request of another process of this user's: "activate" (shows the program), "save", "list" or "quit".
     // Its reply comes when that is done, which may be after alerts were answered.
@@ -64,14 +69,17 @@ class AppDelegate : public QObject, public TableViewDataSource {
 
     // Saves the clipboard's text into the list.
     void Save_bar_item(QObject *sender);
-    // The same; whether it was announced as saved. `refused` may be empty; it hears why not before the user
-    // is told.
-    bool saveClipboard(const std::function<void(const QString &why)> &refused);
+    // The same, or, if `asked` is valid, for the text that was on the clipboard then. Returns whether the
+    // list has been written, which is known later; not valid if nothing was announced. `refused` may be
+    // empty; it hears why not before the user is told.
+    std::shared_future<bool> saveClipboard(const std::shared_future<PasteboardText> &asked,
+                                           const std::function<void(const QString &why)> &refused);
     // The same for the hot key, which arrives from outside the gate.
     Q_INVOKABLE void Save_bar_item(const VkKeyEvent &event);
 
     // The user clicked a delivered notification.
-    void userNotificationCenter_didActivateNotification();
+    void userNotificationCenter_didActivateNotification(UserNotifications &center,
+                                                        const UserNotification &notification);
 
     // Opens the saved list.
     void Clipboard_saves(QObject *sender);
@@ -81,6 +89,8 @@ class AppDelegate : public QObject, public TableViewDataSource {
     // Replaces the signed-in user's list on the server by the one on this machine. Runs on the thread that
     // calls it, in the background or not.
     void Sync_local_with_cloud();
+    // Asks, and on "Yes" does so in the background for an account that has no list.
+    void keepLocalList(QObject *sender);
 
     // A pick in the list; what it does is for the mode flags to say.
     void Clipboard_combox(QWidget *sender);
@@ -115,14 +125,20 @@ class AppDelegate : public QObject, public TableViewDataSource {
     // The rows of Contacts_table: the elements of Contacts_array.
     int numberOfRowsInTableView(const TableView &table) const override;
     QString tableView(const TableView &table, int viewForTableColumn, int row) const override;
+    // Whether a cell may follow the mouse: always. Contacts_table does not ask.
+    bool tableView(const TableView &table, const QString &shouldTrackCell, int forTableColumn, int row) const;
 
     // Shows the friends as they were read last.
     void Contacts_item(QObject *sender);
+    // Reads them once.
+    void readFriends(QObject *sender);
     // Writes an empty friends list for a user who has none, so that friends can be added to it.
     void startFriendsList(QObject *sender);
 
     void Add_contact_menu_item(QObject *sender);
     void Add_contact_done_button(QObject *sender);
+    // The same from the first friend on.
+    void lookThroughFriendsAgain(QObject *sender);
 
     void Remove_contact_item(QObject *sender);
     // Turns the removal of friends by a click on and off.
@@ -179,6 +195,7 @@ class AppDelegate : public QObject, public TableViewDataSource {
 
     // ---- State ----
 
+    bool isNotFirst_use = false;  // no operation uses it
     bool isSigned_in = false;
     std::optional<std::string> Username;
     std::optional<std::string> Password;
@@ -221,6 +238,7 @@ class AppDelegate : public QObject, public TableViewDataSource {
 
   private:
     using Operation = void (AppDelegate::*)(QObject *);
+    static constexpr std::size_t kLongestMention = 60;  // characters of a text that a message names
 
     // Core.
     void CreatingStatus_item();
@@ -247,10 +265,20 @@ class AppDelegate : public QObject, public TableViewDataSource {
     void hideWaiting();
     void armPasswordChange();
     void disarmPasswordChange();
+    void showHotKey();
+    void tellOfRegainedHotKey();
     void tellOfMissingHotKey(const std::string &reason);
     void bringToFront();
     void showBanner(const QString &title, const QString &text);
     void quitWhenDone();
+    void showWhatIsUnfinished();
+    void askToGiveUp();
+    struct WaitingRequest;
+    void enterRequest(const SingleInstance::Reply &reply, std::function<void()> action);
+    void refuseWaitingRequests(const SingleInstance::Answer &answer);
+    static SingleInstance::Answer isBusyWithAlert();
+    static SingleInstance::Answer isEndingNow();
+    void notificationClicked(const UserNotification &notification);
     void enterFromButton(QAbstractButton *button, Operation operation);
     void enterFromToggle(QAbstractButton *toggle, Operation operation);
     void enterFromMenu(QAction *item, Operation operation);
@@ -260,29 +288,15 @@ class AppDelegate : public QObject, public TableViewDataSource {
     void storeSetting(const char *key, const QString &value);
     void giveLinkItemsTheirAddresses();
 
-    // What a background operation needs to know about the storage server: copies, made on the UI thread.
-    struct Server {
-        std::shared_ptr<FTPTransport> transport;
-        FTPManager *manager = nullptr;
-        FMServer descriptor;
-        std::string host;
-        // Where the server is this machine's own: makes sure that it runs.
-        std::function<PersonalStorage::Result(const std::stop_token &)> personalStorage;
-
-        // The whole text of the server file `name`, or nothing. Blocks; any thread.
-        std::optional<std::string> text(const std::string &name, const std::stop_token &stop = {}) const;
-        bool upload(std::optional<std::string_view> data, const std::string &name,
-                    const std::stop_token &stop = {}) const;
-        // What lies in the remote directory, or nothing.
-        std::optional<std::vector<FTPResource>> contents(const std::stop_token &stop = {}) const;
-
-      private:
-        friend class AppDelegate;
-        bool find(FMServer &found, const std::stop_token &stop) const;
-    };
-    Server server() const;
-    // The same read from the UI thread, with the event loop turning.
+    // Reads from the UI thread, with the event loop turning.
+    std::shared_ptr<const std::string> read(const std::shared_ptr<ServerFile> &file, const QString &whatFor);
     std::optional<std::string> serverText(const std::string &name, const QString &whatFor);
+
+    // Runs `work` on a background thread. `what` says in words what would be lost without it; empty for a
+    // read.
+    void performInBackground(const QString &what, std::function<void()> work);
+    void openRescuedLists(QObject *sender);
+    void tellOfRescue(const std::filesystem::path &copy, RescuedLists::Reason reason);
 
     // A form with a button that sends it.
     struct Form {
@@ -299,60 +313,62 @@ class AppDelegate : public QObject, public TableViewDataSource {
     void hidePasswords();
     void forgetTypedPasswords();
 
-    // Accounts. Both run in the background.
-    void Sign_up_upload_data(const Server &server);
-    void upload_new_password_edit(const Server &server, const std::string &user);
+    // Accounts. The first two run in the background.
+    void Sign_up_upload_data();
+    void upload_new_password_edit(ServerFile &file);
+    void forgetPickedText();
 
-    // A background operation's use of the list control's text, which it takes only when it gets there. Until
-    // it is done, no action changes that text.
-    class ListUse {
-      public:
-        explicit ListUse(AppDelegate &delegate) { delegate.listUses_.push_back(ended_.get_future().share()); }
-        ~ListUse() { done(); }
-        ListUse(const ListUse &) = delete;
-        ListUse &operator=(const ListUse &) = delete;
-        // Before the operation asks for an alert.
-        void done() {
-            if (!std::exchange(isDone_, true)) ended_.set_value();
-        }
-
-      private:
-        std::promise<void> ended_;
-        bool isDone_ = false;
-    };
-
-    // Contacts and sharing. All but the first run in the background.
+    // Contacts and sharing. The actions but the first run in the background.
     bool Add_contact_function();  // whether the friend is being added
-    void Add_friend_action(const Server &server, const std::string &user);
-    void Remove_contact_from_server_action(const Server &server, const std::string &user);
-    void Send_text_action_sharing(const Server &server, const std::string &user, ListUse &list);
-    void Overwrite_shared_file(const Server &server, const std::string &user, const std::string &contact);
-    void Create_Shared_file(const Server &server, const std::string &user, const std::string &contact);
+    void Add_friend_action(ServerFile &contacts);
+    void Remove_contact_from_server_action(int row, const std::string &contact, ServerFile &file);
+    void Send_text_action_sharing(const std::string &user, const std::string &contact,
+                                  const std::string &text, ServerFile &file);
+    void Overwrite_shared_file(const std::string &entry, ServerFile &file);
+    void Create_Shared_file(const std::string &entry, ServerFile &file);
     void lookForFriendsList();
     std::optional<std::string> contactAtRow(int row) const;
-    void setContacts(const std::optional<std::string> &text);
+    void setContacts(const std::shared_ptr<const std::string> &text);
     void offerToStartFriendsList(bool offers);
-    void showWhatAFriendIsPickedFor();
+    void showContactMode();
 
-    // Saved list.
-    void finishListUses();
-    void Clean_server_file(const Server &server, const std::string &name);
-    bool Save_Clipboard_string_cloud(const std::string &announced, const Server &server,
-                                     const std::string &name);
-    bool Save_Clipboard_string_local(const std::string &announced, std::promise<void> &hasText);
-    void Upload_after_removing_action(const Server &server, const std::string &name, ListUse &list);
+    // Saved list. The saves, the removal and the cleaning of the server's list run in the background.
+    struct CopiedText {
+        std::string text;
+        bool isFinal = false;  // the clipboard is not looked at again
+        std::stop_token noLongerAsking =
+            {};  // requested: what the clipboard does not tell by then is not waited for
+    };
+    std::shared_future<PasteboardText> copiedTextIfBusy();
+    static QString whyNotRead(PasteboardText::State state);
+    std::shared_future<bool> startSave(const QString &what, const std::shared_future<bool> &before,
+                                       std::function<bool()> save);  // which tells whether it has saved
+    void finishLocalSaves();
+    bool Save_Clipboard_string_cloud(const CopiedText &announced, std::promise<void> &hasText,
+                                     ServerFile &file);
+    bool Save_Clipboard_string_local(const CopiedText &announced, std::promise<void> &hasText);
+    std::string clipboardTextForSaving(const CopiedText &announced);
     bool isShownInList(const std::string &text);
-    std::string clipboardTextForSaving(const std::string &announced);
+    void Upload_after_removing_action(int index, const std::string &removed, ServerFile &file);
+    void Clean_server_file(ServerFile &file);
+    void removeFromControl(int index, const std::string &text);
     void removePickedItem();
     void sharePickedItem();
     void makePickedItemAvailableOffline();
     void copyPickedItem(QWidget *sender);
-    void fillSavedList(const std::shared_ptr<const std::string> &text);
+    enum class ListPlace { kThisComputer, kAccount };
+    void fillSavedList(const std::shared_ptr<const std::string> &text, ListPlace place);
+    void showListPlace(ListPlace place);
+    void lookForAccountList();
+    LocalList::Reading readLocalList();
+    LocalList::Change changeLocalList(const std::function<LocalList::Change()> &change);
+    void tellOfSetAside(const std::filesystem::path &path, const LocalList::Change &change);
+    std::size_t numberOfLocalTexts();
+    bool putLocalListInto(ServerFile &file);
+    void showKeptList(const std::optional<std::string> &user, bool isKept);
     void tellUnlessWritten(const std::filesystem::path &path, const std::string &problem);
     void reportUnsavedText(const std::string &text, const std::filesystem::path &path,
                            const std::string &why);
-    void startSave(std::function<bool()> save);  // which tells whether it has saved
-    void finishSaves();
     template <class Result>
     void waitFor(const std::shared_future<Result> &event, const QString &whatFor);
     std::filesystem::path localListPath() const;
@@ -360,10 +376,14 @@ class AppDelegate : public QObject, public TableViewDataSource {
     void showModes();
     void showModeHint();
 
-    // Alerts. The second is for background operations: it takes its turn at the gate and returns when it was
-    // answered. The third runs whatever takes its turn there in the same way.
+    // Alerts. The first is for actions of the user, and says nothing any more once the user has quit; the
+    // second is for what must be said even then. The third is for background operations: it takes its turn at
+    // the gate and returns when it was answered. The fourth runs anything that takes its turn in the same
+    // way.
     int alert(const QString &title, const QString &message,
-              const QStringList &buttons = {QStringLiteral("OK")});
+              const QStringList &buttons = {QStringLiteral("OK")}, int defaultButton = 0);
+    int showAlert(const QString &title, const QString &message,
+                  const QStringList &buttons = {QStringLiteral("OK")}, int defaultButton = 0);
     void alertFromBackground(const QString &title, const QString &message);
     void actFromBackground(const std::function<void()> &action);
 
@@ -375,13 +395,17 @@ class AppDelegate : public QObject, public TableViewDataSource {
     void openLink(const char *name);
 
     Shell shell_;
+    RescuedLists rescued_;
     std::shared_ptr<FTPTransport> transport_;
-    std::string storageHost_;
-    std::shared_future<bool> savesInProgress_;
-    std::vector<std::shared_future<void>> listUses_;
+    std::shared_ptr<StorageServer> storage_;
+    std::shared_future<bool> localSaves_;
+    std::list<QString> unfinished_;  // what runs in the background, in words
+    std::vector<std::shared_ptr<WaitingRequest>> waitingRequests_;
     LocalList localList_;
     std::vector<std::shared_ptr<VkHotKey>> hotKeys_;
     int instructionPage_ = 0;  // the one shown, counted from 0
+    bool isAfterIntro_ = false;
+    bool willAskToQuit_ = false;
     bool isQuitting_ = false;  // the user has decided to quit
     std::stop_source quits_;   // so that nobody needs what is only being read
     bool isEnding_ = false;    // the session ends: there is nobody left to answer

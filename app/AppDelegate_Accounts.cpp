@@ -70,15 +70,17 @@ void AppDelegate::Done_Sign_up(QObject *) {
         return;
     }
     i.Sign_up_done->setText(tr("Wait..."));
-    shell_.background.performSelectorInBackground([this, server = server()] { Sign_up_upload_data(server); });
+    performInBackground(tr("Signing up as %1").arg(form.username), [this] { Sign_up_upload_data(); });
 }
 
-void AppDelegate::Sign_up_upload_data(const Server &server) {
+void AppDelegate::Sign_up_upload_data() {
     Interface &i = interface;
     const auto upload = [&](QLineEdit *field, std::string (*nameFor)(std::string_view)) {
-        const auto [text, name] = shell_.ui.run(
-            [&] { return std::pair(toUtf8(field->text()), nameFor(toUtf8(i.Sign_up_username->text()))); });
-        const bool uploaded = server.upload(text, name);
+        const auto [text, file] = shell_.ui.run([&] {
+            return std::pair(toUtf8(field->text()),
+                             storage_->file(nameFor(toUtf8(i.Sign_up_username->text()))));
+        });
+        const bool uploaded = file->replace(text);
         shell_.ui.run([&] { UploadDidFinish = uploaded; });
         return uploaded;
     };
@@ -95,11 +97,12 @@ void AppDelegate::Sign_up_upload_data(const Server &server) {
         hidePasswords();
         if (isRegistered) {
             i.Quillery_Box->setContentView(i.Sign_in_view);
-            alert(tr("Success!"), tr("You have successfully been registred as Quillery member."));
+            showAlert(tr("Success!"), tr("You have successfully been registred as Quillery member."));
         } else {
             i.Quillery_window->close();
-            alert(tr("Faild!"), tr("You haven't been registred as Quillery member,duo to Error or internet "
-                                   "connection problem."));
+            showAlert(tr("Faild!"),
+                      tr("You haven't been registred as Quillery member,duo to Error or internet "
+                         "connection problem."));
         }
     });
 }
@@ -154,7 +157,6 @@ void AppDelegate::Sing_in_done(QObject *) {
 
 void AppDelegate::Log_out_Action() {
     const bool locks = settingIs("kHasPasscode", "YES");
-    if (locks) finishListUses();  // they need the text that it takes away
     menu.Log_in_menu_item.setTitle(tr("Log in"));
     menu.Log_in_menu_item.clearAction();
     menu.Log_in_menu_item.setSubmenu(&interface.Log_in_menu);
@@ -183,6 +185,7 @@ void AppDelegate::Log_out_Action() {
     showModes();
     disarmPasswordChange();
     forgetTypedPasswords();
+    forgetPickedText();
     offerToStartFriendsList(false);
     showPasscodeSettings();
     if (locks) {
@@ -191,6 +194,11 @@ void AppDelegate::Log_out_Action() {
         hideListFromSight();
     } else {
         menu.Unlock_passcode_item.clearAction();
+        // What is on the screen is the account's no more: a pick there would act on this machine's list.
+        if (interface.Quillery_Box->contentView() == interface.List_View) {
+            readLocalList();
+            fillSavedList(Content_of_quillery_file_Local, ListPlace::kThisComputer);
+        }
     }
 }
 
@@ -215,14 +223,16 @@ void AppDelegate::Done_Edit(QObject *) {
         return;
     }
     i.Change_done_button->setText(tr("Done"));
-    shell_.background.performSelectorInBackground(
-        [this, server = server(), user] { upload_new_password_edit(server, user); });
+    performInBackground(
+        tr("Changing the password"),
+        [this, file = storage_->file(StorageNames::password(user))] { upload_new_password_edit(*file); });
 }
 
-void AppDelegate::upload_new_password_edit(const Server &server, const std::string &user) {
+void AppDelegate::upload_new_password_edit(ServerFile &file) {
     Interface &i = interface;
     const QString password = shell_.ui.run([&] { return i.Change_new_password->text(); });
-    const bool uploaded = server.upload(toUtf8(password), StorageNames::password(user));
+    const bool uploaded = file.replace(toUtf8(password));
+    file.release();
     actFromBackground([&] {
         UploadDidFinish = uploaded;
         setFormLocked(passwordForm(), false);
@@ -230,10 +240,10 @@ void AppDelegate::upload_new_password_edit(const Server &server, const std::stri
         hidePasswords();
         i.Quillery_window->close();
         if (!uploaded) {
-            alert(tr("Faild!"), tr("Your password hasn't been changed duo to network/server error."));
+            showAlert(tr("Faild!"), tr("Your password hasn't been changed duo to network/server error."));
             return;
         }
-        alert(tr("Success!"), tr("You've successfully changed your password!"));
+        showAlert(tr("Success!"), tr("You've successfully changed your password!"));
         storeSetting("kPassword", password);
     });
 }

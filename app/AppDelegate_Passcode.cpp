@@ -65,14 +65,18 @@ void AppDelegate::Remove_Passcode_action(QObject *) {
     i.Change_passcode_show->setChecked(false);
 }
 
+// It is the last user's, and could be sent to a friend of the next one's.
+void AppDelegate::forgetPickedText() {
+    interface.QuickView_popover->hide();
+    interface.QuickView_label->setString({});
+    interface.Clipboard_saved_string_combobox->selectItemAtIndex(-1);
+    showContactMode();
+}
+
 // What is on the screen or in the reach of an assistive program counts as much as what the menu offers.
 void AppDelegate::hideListFromSight() {
     Interface &i = interface;
-    i.QuickView_popover->hide();
-    i.QuickView_label->setString({});
     i.notificationBanner->dismiss();
-    i.Clipboard_saved_string_combobox->selectItemAtIndex(-1);  // a friend could be sent its text
-    showWhatAFriendIsPickedFor();
     const QWidget *shown = i.Quillery_Box->contentView();
     if (shown != i.List_View && shown != i.Contacts_view && shown != i.Contacts_View) return;
     i.Quillery_window->close();

@@ -2,6 +2,7 @@
 
 #include "app/AppDelegate.h"
 #include "platform/Text.h"
+#include "platform/UiIds.h"
 
 namespace {
 
@@ -67,7 +68,7 @@ void AppDelegate::Open_at_launch_action(QObject *) {
 void AppDelegate::showLaunchProblem(const QString &problem) {
     interface.Open_at_launch_problem->setText(problem);
     interface.Open_at_launch_problem->setVisible(!problem.isEmpty());
-    interface.Open_at_launch_check_box->setAccessibleDescription(problem);
+    describe(*interface.Open_at_launch_check_box, problem);
 }
 
 void AppDelegate::Auto_Login_action(QObject *) {
@@ -100,6 +101,7 @@ void AppDelegate::Start_intro_button(QObject *) {
     interface.Intro_window->close();
     interface.Intro_image->setImage({});
     storeSetting("kIsNotFirstUse", QStringLiteral("YES"));
+    isAfterIntro_ = true;
     applicationDidFinishLaunching();
 }
 
@@ -147,14 +149,20 @@ void AppDelegate::Inst_Back(QObject *) {
 
 // `page` counts from 0.
 void AppDelegate::showInstructionPage(int page) {
+    const QString accountIs = shell_.configuration.storageHost
+                                  ? tr("Sign in, and the list follows you to every computer.")
+                                  : tr("Sign in, and the list is in your account, on this computer.");
     const QStringList texts{
         tr("Copy a text in any program, then press Super+Shift+C. Quillery puts it on top of your list and "
            "says so."),
         tr("Choose “Saved List” in the status menu and pick a text, by mouse or with the arrow keys and "
-           "Enter. It is on the clipboard again, ready to be pasted."),
-        tr("Sign in, and the list follows you to every computer. Switch “Share” on and pick a text to send "
-           "it "
-           "to a friend: it is the first in the friend's list then.")};
+           "Enter. It is on the clipboard again, ready to be pasted. A passcode, set in the preferences, "
+           "locks "
+           "the list when Quillery starts and after you log out, but not while auto-login is on; a user who "
+           "signs in can read it then."),
+        accountIs + u' ' +
+            tr("Switch “Share” on and pick a text to send it to a friend: it is the first in the friend's "
+               "list then.")};
     const QStringList pictures{
         tr("A line is selected in an editor and copied. After Super, Shift and C are pressed, a notification "
            "says "

@@ -1,60 +1,55 @@
+#include <QApplication>
+#include <QUrl>
+#include <new>
 #include <utility>
 
 #include "app/AppDelegate.h"
 #include "app/StorageNames.h"
+#include "platform/Text.h"
 
 // What the operations ask of the server, of the settings and of the user.
 
-AppDelegate::Server AppDelegate::server() const {
-    return {transport_, MyFTPManager.get(), Quillery_Server, storageHost_,
-            shell_.configuration.storageHost ? nullptr : shell_.personalStorage};
-}
-
-// The personal server may have ended since, by whatever hand: then it is started again.
-bool AppDelegate::Server::find(FMServer &found, const std::stop_token &stop) const {
-    found = descriptor;
-    if (!personalStorage) return true;
-    const auto storage = personalStorage(stop);
-    found.port = storage.port.value_or(descriptor.port);
-    return storage.port.has_value();
-}
-
-std::optional<std::string> AppDelegate::Server::text(const std::string &name,
-                                                     const std::stop_token &stop) const {
-    FMServer found;
-    if (!find(found, stop)) return std::nullopt;
-    const auto url = ftpURLForFile({*found.username, *found.password, host, found.port,
-                                    std::string(StorageNames::kRemoteDirectory), name});
-    return url ? stringWithContentsOfURL(*url, *transport, stop) : std::nullopt;
-}
-
-bool AppDelegate::Server::upload(std::optional<std::string_view> data, const std::string &name,
-                                 const std::stop_token &stop) const {
-    FMServer found;
-    return find(found, stop) && manager->uploadData(data, name, &found, stop);
-}
-
-std::optional<std::vector<FTPResource>> AppDelegate::Server::contents(const std::stop_token &stop) const {
-    FMServer found;
-    // By a manager of its own: a save must not wait for a listing.
-    return find(found, stop) ? FTPManager(transport).contentsOfServer(&found, stop) : std::nullopt;
+std::shared_ptr<const std::string> AppDelegate::read(const std::shared_ptr<ServerFile> &file,
+                                                     const QString &whatFor) {
+    return shell_.waiting.run(whatFor, [file](const std::stop_token &stop) { return file->read(stop); });
 }
 
 std::optional<std::string> AppDelegate::serverText(const std::string &name, const QString &whatFor) {
-    return shell_.waiting.run(
-        whatFor, [server = server(), name](const std::stop_token &stop) { return server.text(name, stop); });
+    const auto text = read(storage_->file(name), whatFor);
+    return text ? std::optional(*text) : std::nullopt;
 }
 
-int AppDelegate::alert(const QString &title, const QString &message, const QStringList &buttons) {
-    // Nobody is to be kept from ending the session by a question.
+void AppDelegate::performInBackground(const QString &what, std::function<void()> work) {
+    const auto entry = unfinished_.insert(unfinished_.end(), what);
+    shell_.background.performSelectorInBackground([this, entry, work = std::move(work)]() mutable {
+        try {
+            work();
+        } catch (const std::bad_alloc &) {
+            work = nullptr;  // it holds a file of the server, which others wait for
+            alertFromBackground(tr("Error!"), tr("There is not enough memory for this."));
+        }
+        shell_.ui.post([this, entry] { unfinished_.erase(entry); });
+    });
+}
+
+int AppDelegate::alert(const QString &title, const QString &message, const QStringList &buttons,
+                       int defaultButton) {
+    // Nobody is to be kept from ending the session by a question, and what was given up needs no excuse.
+    if (isEnding_ || isQuitting_) return static_cast<int>(buttons.size()) - 1;
+    return showAlert(title, message, buttons, defaultButton);
+}
+
+int AppDelegate::showAlert(const QString &title, const QString &message, const QStringList &buttons,
+                           int defaultButton) {
     if (isEnding_) return static_cast<int>(buttons.size()) - 1;
-    return shell_.alerts.run(title, message, buttons);
+    refuseWaitingRequests(isBusyWithAlert());
+    return shell_.alerts.run(title, message, buttons, defaultButton);
 }
 
 void AppDelegate::actFromBackground(const std::function<void()> &action) {
     std::promise<void> done;
     shell_.ui.post([&] {
-        shell_.gate.enter([&] {
+        shell_.gate.enterProgram([&] {
             action();
             done.set_value();
         });
@@ -63,7 +58,41 @@ void AppDelegate::actFromBackground(const std::function<void()> &action) {
 }
 
 void AppDelegate::alertFromBackground(const QString &title, const QString &message) {
-    actFromBackground([&] { alert(title, message); });
+    actFromBackground([&] { showAlert(title, message); });
+}
+
+// Not an alert: the texts are safe, and what was asked for goes on.
+void AppDelegate::tellOfRescue(const std::filesystem::path &copy, RescuedLists::Reason reason) {
+    std::fprintf(stderr, "Quillery: texts are kept in %s.\n", copy.c_str());
+    const QString what = [reason] {
+        switch (reason) {
+            case RescuedLists::Reason::kNotRead:
+                return tr(
+                    "A list could not be read before it was written anew. The last texts that are known "
+                    "of it are kept in %1.");
+            case RescuedLists::Reason::kNotWritten:
+                return tr(
+                    "A list could not be written to the storage server. Its texts, with those that did "
+                    "not get there, are kept in %1.");
+            case RescuedLists::Reason::kCutShort:
+                break;
+        }
+        return tr(
+            "Quillery ended before all texts were saved to the storage server. The others are kept in %1.");
+    }();
+    const QString text =
+        what.arg(shortPath(rescued_.folder())) + u'\n' + tr("Click here to open the folder.");
+    shell_.ui.post([this, text] {
+        interface.notificationBanner->present(tr("A copy was kept"), text, [this] {
+            shell_.gate.enter([this] { openRescuedLists(nullptr); });
+        });
+    });
+}
+
+void AppDelegate::openRescuedLists(QObject *) {
+    std::error_code ignored;
+    std::filesystem::create_directories(rescued_.folder(), ignored);
+    shell_.sharedWorkspace.openURL(QUrl::fromLocalFile(QString::fromStdString(rescued_.folder().string())));
 }
 
 std::optional<QString> AppDelegate::setting(const char *key) const {

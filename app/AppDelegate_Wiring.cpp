@@ -1,6 +1,7 @@
 #include <QApplication>
 #include <QKeyEvent>
 #include <QShortcut>
+#include <tuple>
 
 #include "app/AppDelegate.h"
 
@@ -41,7 +42,6 @@ void AppDelegate::wireInterface() {
     i.Intro_window->installEventFilter(this);
     i.Windowed_mode->installEventFilter(this);
     armSavingAndLoading();
-    armContacts();
     disarmPasswordChange();
     enterFromMenu(i.Open_sign_in_window, &AppDelegate::Open_sign_in_window);
     enterFromMenu(i.Open_sign_up_view, &AppDelegate::Open_sign_up_view);
@@ -50,13 +50,12 @@ void AppDelegate::wireInterface() {
     enterFromMenu(i.Windowed_mode_item, &AppDelegate::Windowed_mode_item);
     enterFromMenu(i.Instructions, &AppDelegate::Instructions);
     enterFromMenu(i.Info_Action, &AppDelegate::Info_Action);
-    enterFromMenu(i.Quit, &AppDelegate::Quit);
+    connect(i.Quit, &QAction::triggered, this, &AppDelegate::askToQuit);
 
     connect(i.Clipboard_saved_string_combobox, &ListControl::picked, this,
             [this](int index, const std::string &text) {
                 shell_.gate.enter([this, index, text] {
                     if (isLocked()) return;  // since
-                    finishListUses();
                     interface.Clipboard_saved_string_combobox->selectPicked(index, text);
                     Clipboard_combox(interface.Clipboard_saved_string_combobox);
                 });
@@ -78,9 +77,24 @@ void AppDelegate::wireInterface() {
     enterFromButton(i.Remove_contact, &AppDelegate::Remove_contact);
     enterFromButton(i.startFriends_button, &AppDelegate::startFriendsList);
     enterFromButton(i.startFriendsToAdd_button, &AppDelegate::startFriendsList);
+    enterFromButton(i.Read_friends_button, &AppDelegate::readFriends);
+    auto *refresh = new QShortcut(Qt::Key_F5, i.Contacts_View);
+    refresh->setContext(Qt::WidgetWithChildrenShortcut);
+    connect(refresh, &QShortcut::activated, i.Read_friends_button, [&i] { i.Read_friends_button->click(); });
+    enterFromButton(i.Look_again_button, &AppDelegate::lookThroughFriendsAgain);
+    enterFromButton(i.keepLocalList_button, &AppDelegate::keepLocalList);
     i.Contacts_table->setDataSource(this);
-    connect(i.Contacts_table, &TableView::action, this,
-            [this] { shell_.gate.enter([this] { Selected_friend_from_table(interface.Contacts_table); }); });
+    connect(i.Contacts_table, &TableView::action, this, [this] {
+        // What the screen said at the click is meant. It may have changed when the click gets its turn.
+        const auto meaning = [this] {
+            return std::tuple(RemoveContact_enabled, interface.Clipboard_saved_string_combobox->stringValue(),
+                              contactAtRow(interface.Contacts_table->selectedRow()));
+        };
+        shell_.gate.enter([this, meaning, meant = meaning()] {
+            if (meaning() == meant) Selected_friend_from_table(interface.Contacts_table);
+            showContactMode();
+        });
+    });
 
     enterFromButton(i.Done_insert_passcode, &AppDelegate::Done_insert_passcode_action);
     connect(i.Insert_passcode_field, &QLineEdit::returnPressed, i.Done_insert_passcode, &QPushButton::click);
@@ -110,6 +124,7 @@ void AppDelegate::wireInterface() {
     connect(i.Tovanix_intro, &QPushButton::clicked, this,
             [this] { shell_.gate.enter([this] { Tovanix_intro(interface.Tovanix_intro); }); });
     giveLinkItemsTheirAddresses();
+    enterFromButton(i.Copies_button, &AppDelegate::openRescuedLists);
 
     const auto turnWith = [&i](Qt::Key key, QPushButton *button) {
         auto *shortcut = new QShortcut(key, i.Instructions_view);
@@ -125,7 +140,7 @@ void AppDelegate::wireInterface() {
     });
 
     connect(&shell_.notificationCenter, &UserNotifications::activated, this,
-            [this] { shell_.gate.enter([this] { userNotificationCenter_didActivateNotification(); }); });
+            [this](const UserNotification &notification) { notificationClicked(notification); });
     connect(&shell_.notificationCenter, &UserNotifications::undeliverable, this, &AppDelegate::showBanner);
 
     QSizePolicy keepsItsPlace = i.Checking_cancel->sizePolicy();
@@ -141,14 +156,20 @@ void AppDelegate::wireInterface() {
 bool AppDelegate::eventFilter(QObject *watched, QEvent *event) {
     const bool isEscape =
         event->type() == QEvent::KeyPress && static_cast<QKeyEvent *>(event)->key() == Qt::Key_Escape;
-    if (watched == interface.Quillery_window.get() && isEscape) interface.Quillery_window->close();
     const bool isClosedByUser = event->type() == QEvent::Close && event->spontaneous();
+    if (watched == interface.Quillery_window.get() && (isEscape || isClosedByUser)) {
+        // The check goes on behind a closed panel, so leaving the panel leaves the check.
+        const bool isChecking =
+            interface.Quillery_Box->contentView() == interface.Checking_for_connection_view;
+        if (isChecking && shell_.waiting.isWaiting()) shell_.waiting.cancel();
+        if (isEscape) interface.Quillery_window->close();
+    }
     if (watched == interface.Intro_window.get() && isClosedByUser && !settingIs("kIsNotFirstUse", "YES")) {
         QCoreApplication::exit(0);
     }
     if (watched == interface.Windowed_mode.get() && isClosedByUser && !Status_Item->isShown()) {
         event->ignore();
-        shell_.gate.enter([this] { Quit(nullptr); });
+        askToQuit();
         return true;
     }
     return QObject::eventFilter(watched, event);
@@ -156,21 +177,30 @@ bool AppDelegate::eventFilter(QObject *watched, QEvent *event) {
 
 // For a desktop without a notification service.
 void AppDelegate::showBanner(const QString &title, const QString &text) {
-    interface.notificationBanner->present(title, text, [this] {
-        shell_.gate.enter([this] { userNotificationCenter_didActivateNotification(); });
+    interface.notificationBanner->present(title, text, [this, notification = UserNotification{title, text}] {
+        notificationClicked(notification);
+    });
+}
+
+void AppDelegate::notificationClicked(const UserNotification &notification) {
+    shell_.gate.enter([this, notification] {
+        userNotificationCenter_didActivateNotification(shell_.notificationCenter, notification);
     });
 }
 
 void AppDelegate::showWaiting(const QString &whatFor) {
+    if (isQuitting_) return;
     if (interface.Checking_for_connection_view->isVisible()) {
         interface.Checking_label->setText(whatFor);
         interface.Checking_cancel->show();
     } else {
         interface.waitingWindow->showFor(whatFor, tr("Cancel"), true);
     }
+    if (QWidget *asking = QApplication::activeModalWidget()) orderFront(*asking);
 }
 
 void AppDelegate::hideWaiting() {
+    if (isQuitting_) return;
     interface.Checking_cancel->hide();
     interface.waitingWindow->hide();
 }

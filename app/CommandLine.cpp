@@ -37,7 +37,7 @@ QString CommandLine::help() {
     return QCoreApplication::translate(
         "CommandLine",
         "Usage: quillery [command]\n"
-        "Keeps the texts that you copy, and puts any of them back.\n"
+        "Keeps the copied texts that you save, and puts any of them back.\n"
         "\n"
         "Without a command it starts, or shows the Quillery that runs already.\n"
         "The commands reach the one that runs for you on this display:\n"

@@ -6,6 +6,7 @@
 #include <QScreen>
 #include <QVBoxLayout>
 
+#include "app/RescuedLists.h"
 #include "platform/UiIds.h"
 #include "platform/UserFolders.h"
 
@@ -102,13 +103,14 @@ Interface::Interface() {
     QuickView_popover = std::make_unique<Popover>(Quillery_window.get());
     QuickView_popover->setObjectName(QStringLiteral("QuickView_popover"));
     QuickView_popover->setWindowTitle(QObject::tr("Copied"));
-    auto *heading = new QLabel(QObject::tr("On the clipboard now:"), QuickView_popover.get());
+    QuickView_heading = new QLabel(QuickView_popover.get());
+    QuickView_heading->setObjectName(QStringLiteral("QuickView_heading"));
     QuickView_label = new TextView(QuickView_popover.get());
     QuickView_label->setObjectName(QStringLiteral("QuickView_label"));
     QuickView_label->setAccessibleName(QObject::tr("Copied text"));
     auto *quickLayout = new QVBoxLayout(QuickView_popover.get());
     quickLayout->setContentsMargins(12, 10, 12, 12);
-    quickLayout->addWidget(heading);
+    quickLayout->addWidget(QuickView_heading);
     quickLayout->addWidget(QuickView_label);
     // The list lies behind it in the same colours: only a border of its own tells the two apart.
     QuickView_popover->setFrameStyle(QFrame::Box | QFrame::Plain);
@@ -131,13 +133,10 @@ Interface::Interface() {
     notificationBanner->setObjectName(QStringLiteral("notificationBanner"));
     notificationBanner->setWindowTitle(QObject::tr("Quillery says"));
     makeMenu();
-    Contacts_table->setPlaceholder(QObject::tr(
-        "No friends to show yet. They are read when you share a text or choose \"Remove a Friend\" "
-        "from the menu."));
     // It belongs to the list.
     QObject::connect(Quillery_Box, &Box::contentViewChanged, QuickView_popover.get(), &QWidget::hide);
     QObject::connect(Quillery_Box, &Box::contentViewChanged, Quillery_window.get(),
-                     [this] { Quillery_window->setWindowTitle(QStringLiteral("Quillery")); });
+                     [this] { showRemovalOfContacts(false); });
     new LabelOf(*Share_switch, *Share_label);
     new LabelOf(*Read_local_button, *Make_available_offline_label);
     new LabelOf(*Auto_Login_Check_box, *Auto_login_label);
@@ -240,42 +239,46 @@ void Interface::makeForms() {
     }
 }
 
-namespace {
-
-// As users write it.
 QString shortPath(const std::filesystem::path &path) {
     QString text = QString::fromStdString(path.string());
     const QString home = QDir::homePath() + u'/';
     if (text.startsWith(home)) text.replace(0, home.size(), QStringLiteral("~/"));
-    return text.toHtmlEscaped();
+    return text;
 }
 
-}  // namespace
-
-void Interface::fillInformation(const std::optional<std::string> &storageHost) {
+void Interface::fillInformation(const std::optional<std::string> &storageHost,
+                                const std::filesystem::path &rescuedLists) {
+    Sign_up_explanation->setText((storageHost
+                                      ? QObject::tr("Your list then follows you from machine to machine.")
+                                      : QObject::tr("Your list is then in your account, on this computer.")) +
+                                 u' ' + Sign_up_explanation->text());
     Info_image->setPixmap(QIcon(QStringLiteral(":/images/quillery.png"))
                               .pixmap(Info_image->minimumSize(), qApp->devicePixelRatio()));
     Info_title->setText(QObject::tr("Quillery %1").arg(QCoreApplication::applicationVersion()));
     Info_text->setHtml(
-        QObject::tr("<p>A clipboard keeper: it keeps the texts that you copy, and puts any of them back.</p>"
-                    "<h4>Where your texts are</h4>"
-                    "<p>Signed out: in <tt>~/Documents/.Quillery.txt</tt>, on this computer alone.<br>"
-                    "Signed in: %1, so that they follow you.<br>"
-                    "Settings: in <tt>%2</tt>.</p>"
-                    "<p>All of these are plain text, passwords and passcode included. Whoever can read the "
-                    "files can read "
-                    "your texts.</p>"
-                    "<h4>Licence</h4>"
-                    "<p>%3</p>"
-                    "<h4>Made with</h4>"
-                    "<p>Qt %4 (LGPL 3), libcurl (curl licence), libxcb and libxkbcommon (MIT).</p>")
-            .arg(storageHost ? QObject::tr("on the server <tt>%1</tt>")
+        QObject::tr(
+            "<p>A clipboard keeper: it keeps the copied texts that you save, and puts any of them back.</p>"
+            "<h4>Where your texts are</h4>"
+            "<p>Signed out: in <tt>~/Documents/.Quillery.txt</tt>, on this computer alone.<br>"
+            "Signed in: %1.<br>"
+            "Settings: in <tt>%2</tt>.<br>"
+            "Copies of lists that could not be read or written, the last %5: in "
+            "<tt>%6</tt>.</p>"
+            "<p>All of these are plain text, passwords and passcode included. Whoever can read the "
+            "files can read "
+            "your texts.</p>"
+            "<h4>Licence</h4>"
+            "<p>%3</p>"
+            "<h4>Made with</h4>"
+            "<p>Qt %4 (LGPL 3), libcurl (curl licence), libxcb and libxkbcommon (MIT).</p>")
+            .arg(storageHost ? QObject::tr("on the server <tt>%1</tt>, so that they follow you")
                                    .arg(QString::fromStdString(*storageHost).toHtmlEscaped())
                              : QObject::tr("with this computer's personal storage server, in <tt>%1</tt>")
-                                   .arg(shortPath(dataFolder() / "quillery/htdocs")),
-                 shortPath(configurationFolder() / "TovanixDev/Quillery.ini"),
+                                   .arg(shortPath(dataFolder() / "quillery/htdocs").toHtmlEscaped()),
+                 shortPath(configurationFolder() / "TovanixDev/Quillery.ini").toHtmlEscaped(),
                  QObject::tr("MIT: use it, change it and pass it on as you like, without any warranty."),
-                 QLatin1String(qVersion())));
+                 QLatin1String(qVersion()))
+            .arg(QString::number(RescuedLists::kMostFiles), shortPath(rescuedLists).toHtmlEscaped()));
 }
 
 void Interface::fitQuickViewToText() {
@@ -298,6 +301,7 @@ void Interface::showContacts() {
     Friends_layout->insertWidget(Friends_layout->indexOf(startFriends), Contacts_table);
     // It has come to the end of the chain; what is below it is to follow it.
     QWidget::setTabOrder(Contacts_table, Remove_contact);
+    QWidget::setTabOrder(Contacts_table, Read_friends_button);
     QWidget::setTabOrder(Contacts_table, startFriends_button);
     Contacts_table->show();
     Contacts_table->setFocus(Qt::OtherFocusReason);
@@ -305,7 +309,24 @@ void Interface::showContacts() {
 
 void Interface::showContactsTable() {
     Quillery_Box->setContentView(Contacts_table);
-    Quillery_window->setWindowTitle(QObject::tr("Remove a Friend"));  // nothing else says so
+}
+
+void Interface::showRemovalOfContacts(bool removes) {
+    const QWidget *shown = Quillery_Box->contentView();
+    const bool isPlain = shown == Contacts_table || shown == Contacts_view;
+    const bool showsFriends = isPlain || shown == Contacts_View;
+    Quillery_window->setWindowTitle(showsFriends && removes ? QObject::tr("Remove a Friend")
+                                                            : QStringLiteral("Quillery"));
+    if (isPlain) {
+        Contacts_bar_layout->addWidget(Friends_hint);
+        Contacts_bar_layout->addWidget(Remove_contact);
+        if (Contacts_table->window() == Remove_contact->window())
+            QWidget::setTabOrder(Contacts_table, Remove_contact);
+    } else {
+        Friends_layout->insertWidget(1, Friends_hint);
+        Friends_layout->addWidget(Remove_contact);
+    }
+    Contacts_bar->setVisible(isPlain);
 }
 
 void emptyFields(std::initializer_list<QLineEdit *> fields) {

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <QLabel>
 #include <QMenu>
 #include <QWidget>
+#include <filesystem>
 #include <initializer_list>
 #include <memory>
 #include <optional>
@@ -83,6 +85,7 @@ struct Interface : Ui::QuilleryWindow,
     std::unique_ptr<QWidget> Intro_window;
     std::unique_ptr<QWidget> Windowed_mode;
     std::unique_ptr<Popover> QuickView_popover;
+    QLabel *QuickView_heading;
     TextView *QuickView_label;
     std::unique_ptr<Popover> Intro_popover;
     std::unique_ptr<WaitingWindow> waitingWindow;
@@ -115,8 +118,10 @@ struct Interface : Ui::QuilleryWindow,
     QAction *EMail;
     QAction *Quit;
 
-    // What Info_View says. No host: the personal storage server.
-    void fillInformation(const std::optional<std::string> &storageHost);
+    // Has the texts say where a signed-in user's list is, and where copies of lists are kept. No host: the
+    // personal storage server.
+    void fillInformation(const std::optional<std::string> &storageHost,
+                         const std::filesystem::path &rescuedLists);
 
     // Makes the quick view as high as its text, up to what is usual.
     void fitQuickViewToText();
@@ -126,11 +131,17 @@ struct Interface : Ui::QuilleryWindow,
     void showContactsToPick();
     void showContacts();
     void showContactsTable();
+    // Has the window's title say whether a click on a friend removes the friend, and the button that changes
+    // it, with its hint, be wherever the friends are shown then.
+    void showRemovalOfContacts(bool removes);
 
   private:
     void makeMenu();
     void makeForms();
 };
+
+// The path as users write it, with "~" for the home folder.
+QString shortPath(const std::filesystem::path &path);
 
 // Empties the fields of a form.
 void emptyFields(std::initializer_list<QLineEdit *> fields);

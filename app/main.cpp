@@ -72,6 +72,19 @@ void say(const std::string &problem) {
     std::fprintf(stderr, "quillery: %s\n", problem.c_str());
 }
 
+// A program that is started with its standard descriptors closed would be given their numbers for its files
+// and sockets, and write its log lines there.
+void openStandardDescriptors() {
+    int descriptor = open("/dev/null", O_RDWR);
+    while (descriptor >= 0 && descriptor <= STDERR_FILENO) descriptor = open("/dev/null", O_RDWR);
+    if (descriptor >= 0) close(descriptor);
+}
+
+// A write past a limit of file size, or to a reader that has gone, is to fail, and be told, like any other.
+void ignoreSignalsOfWrites() {
+    for (const int signal : {SIGXFSZ, SIGPIPE}) std::signal(signal, SIG_IGN);
+}
+
 // Everything but being the program.
 int runCommand(const CommandLine &line) {
     if (!line.problem.isEmpty()) {
@@ -123,6 +136,8 @@ QStringList argumentsOf(int argc, char **argv) {
 }  // namespace
 
 int main(int argc, char **argv) {
+    openStandardDescriptors();
+    ignoreSignalsOfWrites();
     const mode_t usersMask = umask(077);  // whatever this program writes is for its user alone
     QApplication::setApplicationName(QStringLiteral("Quillery"));
     QApplication::setApplicationVersion(QStringLiteral(QUILLERY_VERSION));
@@ -197,7 +212,7 @@ int main(int argc, char **argv) {
         [&] {
             gate.enter([&] {
                 if (!defaults.problem().isEmpty())
-                    alerts.run(QStringLiteral("Error!"), defaults.problem(), {QStringLiteral("OK")});
+                    alerts.run(QStringLiteral("Error!"), defaults.problem(), {QStringLiteral("OK")}, 0);
                 delegate.applicationDidFinishLaunching();
             });
         },

@@ -36,7 +36,7 @@ double secondsSince(Clock::time_point start) {
 // Says "Yes" and "OK" to everything, and remembers what was said last.
 class YesToAll : public Alerts {
   public:
-    int run(const QString &, const QString &message, const QStringList &) override {
+    int run(const QString &, const QString &message, const QStringList &, int) override {
         last = message;
         return 0;
     }

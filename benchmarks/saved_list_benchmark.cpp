@@ -67,7 +67,7 @@ std::string entry(std::size_t number) {
 
 class NobodyToAsk : public Alerts {
   public:
-    int run(const QString &, const QString &, const QStringList &buttons) override {
+    int run(const QString &, const QString &, const QStringList &buttons, int) override {
         ++count;
         return static_cast<int>(buttons.size()) - 1;
     }

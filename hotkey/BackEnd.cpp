@@ -17,15 +17,13 @@ bool isWaylandSession() {
     return (display && *display) || (type && std::string_view(type) == "wayland");
 }
 
-OpenedBackEnd openOnWayland() {
-    OpenedBackEnd portal = openPortalBackEnd();
-    if (portal.backEnd) return portal;
+OpenedBackEnd openWithoutPortal(const std::string &whyNoPortal) {
     OpenedBackEnd x11 = openX11BackEnd();
     if (x11.backEnd)
         logLine("hot key: keys pressed in Wayland windows do not arrive, only those in X11 windows: " +
-                portal.failure);
+                whyNoPortal);
     else
-        x11.failure = portal.failure + "; " + x11.failure;
+        x11.failure = whyNoPortal + "; " + x11.failure;
     return x11;
 }
 
@@ -40,7 +38,7 @@ OpenedBackEnd openBackEndOfSession() {
     const QCoreApplication *application = QCoreApplication::instance();
     if (!application || application->thread() != QThread::currentThread())
         return {nullptr, "hot keys need the main thread of a running application"};
-    return isWaylandSession() ? openOnWayland() : openX11BackEnd();
+    return isWaylandSession() ? openPortalBackEnd(openWithoutPortal) : openX11BackEnd();
 }
 
 }  // namespace hotkey

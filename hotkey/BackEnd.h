@@ -53,24 +53,28 @@ class BackEnd {
   public:
     using ReleasedHandler = std::function<void(const ReleasedEvent &)>;
     using LostHandler = std::function<void(const LossNotice &)>;
+    using RegainedHandler = std::function<void(VkHotKeyRef ref)>;
 
     virtual ~BackEnd() = default;
 
-    /// Sets who hears of released hot keys and of lost registrations. Called once, before the first
-    /// registration. The handlers are called from the event loop, never from inside another function of the
-    /// back end, and may themselves run an event loop or end the back end. A notice may come for a handle
-    /// that was given back meanwhile.
-    virtual void installEventHandler(ReleasedHandler released, LostHandler lost) = 0;
+    /// Sets who hears of released hot keys, of lost registrations, and of those that were reported as lost
+    /// and kept and work again. Called once, before the first registration. The handlers are called from the
+    /// event loop, never from inside another function of the back end, and may themselves run an event loop
+    /// or end the back end. A notice may come for a handle that was given back meanwhile.
+    virtual void installEventHandler(ReleasedHandler released, LostHandler lost,
+                                     RegainedHandler regained) = 0;
 
     /// Takes a combination for this program alone. A mask with kServiceCapsLock fires only while Caps Lock is
     /// on; without it the state of the lock keys does not matter. `purpose` says what the combination is for
     /// where the service asks the user; it may be empty. A failure leaves nothing taken.
     ///
-    /// A service that asks the user gives the handle at once: a refusal is reported as a loss.
+    /// A service that asks the user, or that is still being started, gives the handle at once: a refusal is
+    /// reported as a loss. No call blocks for longer than 100 ms because a program does not answer.
     virtual Registration registerEventHotKey(std::uint16_t keyCode, std::uint32_t modifiers,
                                              HotKeyIdentifier identifier, const std::string &purpose) = 0;
 
-    /// Gives a combination back; on return others can take it. An unknown handle is ignored.
+    /// Gives a combination back; what this program registers after it is registered behind it. An unknown
+    /// handle is ignored.
     virtual void unregisterEventHotKey(VkHotKeyRef ref) = 0;
 
     /// Whether the service is gone for good: every registration with it fails from now on.

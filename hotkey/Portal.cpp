@@ -18,13 +18,20 @@ const QString kShortcuts = QStringLiteral("org.freedesktop.portal.GlobalShortcut
 const QString kRequest = QStringLiteral("org.freedesktop.portal.Request");
 const QString kSession = QStringLiteral("org.freedesktop.portal.Session");
 
-constexpr int kStartLimit = 5000, kCloseLimit = 1000;  // milliseconds
+// In milliseconds: a portal that may have to be started is given the one, and the caller waits for the other.
+constexpr int kStartLimit = 5000, kBlockLimit = 50;
 
 using Shortcut = std::pair<QString, QVariantMap>;
 
 QString newConnectionName() {
     static int last = 0;
     return QStringLiteral("hotkey-%1").arg(++last);
+}
+
+QDBusMessage versionRequest() {
+    QDBusMessage request =
+        QDBusMessage::createMethodCall(kService, kPath, "org.freedesktop.DBus.Properties", "Get");
+    return request << kShortcuts << QStringLiteral("version");
 }
 
 std::string wordsFor(const QDBusError &error) {
@@ -72,13 +79,24 @@ void Portal::subscribe() {
                  SIGNAL(busLost()));
 }
 
-std::string Portal::whyUnusable() {
+std::optional<std::string> Portal::whyUnusable() {
     if (!bus_.isConnected())
         return "the session bus cannot be reached: " + bus_.lastError().message().toStdString();
-    QDBusMessage version =
-        QDBusMessage::createMethodCall(kService, kPath, "org.freedesktop.DBus.Properties", "Get");
-    version << kShortcuts << QStringLiteral("version");
-    const QDBusMessage reply = bus_.call(version, QDBus::Block, kStartLimit);
+    const QDBusMessage reply = bus_.call(versionRequest(), QDBus::Block, kBlockLimit);
+    if (QDBusError(reply).type() == QDBusError::NoReply) return std::nullopt;
+    return whyUnusable(reply);
+}
+
+void Portal::findOutWhyUnusable(std::function<void(const std::string &)> answered) {
+    auto *watcher = new QDBusPendingCallWatcher(bus_.asyncCall(versionRequest(), kStartLimit), this);
+    connect(watcher, &QDBusPendingCallWatcher::finished, this,
+            [this, watcher, answered = std::move(answered)] {
+                watcher->deleteLater();
+                answered(whyUnusable(watcher->reply()));
+            });
+}
+
+std::string Portal::whyUnusable(const QDBusMessage &reply) {
     if (reply.type() != QDBusMessage::ReplyMessage) return wordsFor(QDBusError(reply));
     if (!isWatched_) watchOwner();
     return {};
@@ -121,8 +139,7 @@ void Portal::bindShortcut(const QString &session, const QString &id, const QStri
 
 void Portal::closeSession(const QString &session) {
     if (session.isEmpty()) return;
-    bus_.call(QDBusMessage::createMethodCall(kService, session, kSession, "Close"), QDBus::Block,
-              kCloseLimit);
+    bus_.send(QDBusMessage::createMethodCall(kService, session, kSession, "Close"));
 }
 
 /// Calls a method that answers later, by the Response of a request whose path follows from a token.

@@ -9,12 +9,13 @@
 #include <QVariantMap>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 
 namespace hotkey {
 
 /// The desktop portal's GlobalShortcuts interface over a bus connection of its own. Main thread only; nothing
-/// blocks unless it says so. Signals come from the event loop.
+/// waits for the portal unless it says so. Signals come from the event loop.
 class Portal : public QObject {
     Q_OBJECT
   public:
@@ -32,8 +33,10 @@ class Portal : public QObject {
     bool isConnected() const { return bus_.isConnected(); }
 
     /// Why there is no using the portal; empty if it is there and has global shortcuts, and it is then
-    /// watched. Starts one that can be started; blocks up to five seconds.
-    std::string whyUnusable();
+    /// watched. Starts one that can be started. Blocks for less than 100 ms; nothing if that was too short.
+    std::optional<std::string> whyUnusable();
+    /// The same without blocking: tells it from the event loop, after five seconds at most.
+    void findOutWhyUnusable(std::function<void(const std::string &failure)> answered);
 
     /// Asks for a session; `session_handle` of the results names it. The token must be none of a session that
     /// this connection has.
@@ -44,7 +47,7 @@ class Portal : public QObject {
     void bindShortcut(const QString &session, const QString &id, const QString &description,
                       const QString &trigger, Answered answered);
 
-    /// Ends a session and with it what it asks the user; blocks up to a second. An empty one is ignored.
+    /// Ends a session and with it what it asks the user, without waiting for that. An empty one is ignored.
     void closeSession(const QString &session);
 
   signals:
@@ -68,6 +71,7 @@ class Portal : public QObject {
 
   private:
     void subscribe();
+    std::string whyUnusable(const QDBusMessage &reply);
     void watchOwner();
     void ask(const QString &method, QVariantList arguments, QVariantMap options, Answered answered);
     void answer(const QString &request, const Answer &answer);

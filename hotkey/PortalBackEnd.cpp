@@ -9,6 +9,7 @@
 #include "hotkey/Deliveries.h"
 #include "hotkey/KeyCodes.h"
 #include "hotkey/KeyboardLayout.h"
+#include "hotkey/LateBackEnd.h"
 #include "hotkey/Log.h"
 #include "hotkey/Portal.h"
 
@@ -53,9 +54,10 @@ class PortalBackEnd final : public BackEnd {
         QObject::connect(&awayCheck_, &QTimer::timeout, &awayCheck_, [this] { reportAway(); });
     }
 
-    void installEventHandler(ReleasedHandler released, LostHandler lost) override {
+    void installEventHandler(ReleasedHandler released, LostHandler lost, RegainedHandler regained) override {
         releasedHandler_ = std::move(released);
         lostHandler_ = std::move(lost);
+        regainedHandler_ = std::move(regained);
     }
 
     Registration registerEventHotKey(std::uint16_t keyCode, std::uint32_t modifiers,
@@ -69,9 +71,11 @@ class PortalBackEnd final : public BackEnd {
         const QString id = QStringLiteral("key%1_modifiers%2").arg(keyCode).arg(modifiers);
         if (std::ranges::any_of(hotKeys_, [&](const auto &entry) { return entry.second.id == id; }))
             return {std::nullopt, "this program has registered the combination already"};
-        if (isAway_ || !portal_->isConnected())
-            if (std::string failure = portal_->whyUnusable(); !failure.empty())
-                return {std::nullopt, std::move(failure)};
+        if (isAway_ || !portal_->isConnected()) {
+            const std::optional<std::string> failure = portal_->whyUnusable();
+            if (failure && !failure->empty()) return {std::nullopt, *failure};
+            if (isAway_) awayCheck_.start();
+        }
 
         const VkHotKeyRef ref = newRef();
         hotKeys_[ref] = {identifier, modifiers, id, QString::fromStdString(trigger),
@@ -92,7 +96,7 @@ class PortalBackEnd final : public BackEnd {
         std::uint32_t modifiers = 0;  // service mask
         QString id, trigger, description;
         QString session = {};  // empty until the portal has given it
-        bool isPressed = false;
+        bool isPressed = false, isReportedAway = false;
     };
 
     /// Every program's signals arrive here: the session tells whether they are ours.
@@ -120,8 +124,19 @@ class PortalBackEnd final : public BackEnd {
         hotKey.session = session;
         portal_->bindShortcut(session, hotKey.id, hotKey.description, hotKey.trigger,
                               [this, ref](const Portal::Answer &bound) {
-                                  if (!bound.failure.empty()) lose(ref, bound.failure);
+                                  if (bound.failure.empty())
+                                      regain(ref);
+                                  else
+                                      lose(ref, bound.failure);
                               });
+    }
+
+    void regain(VkHotKeyRef ref) {
+        const auto found = hotKeys_.find(ref);
+        if (found == hotKeys_.end() || !std::exchange(found->second.isReportedAway, false)) return;
+        deliveries_.post([ref, handler = regainedHandler_] {
+            if (handler) handler(ref);
+        });
     }
 
     void fire(const QString &session, const QString &id, std::chrono::milliseconds time) {
@@ -175,13 +190,15 @@ class PortalBackEnd final : public BackEnd {
     }
 
     void reportAway() {
-        for (const auto &[ref, hotKey] : hotKeys_)
-            report({ref, "the desktop portal has ended and not come back", true});
+        for (auto &[ref, hotKey] : hotKeys_)
+            if (!std::exchange(hotKey.isReportedAway, true))
+                report({ref, "the desktop portal has ended and not come back", true});
     }
 
     std::unique_ptr<Portal> portal_;
     ReleasedHandler releasedHandler_;
     LostHandler lostHandler_;
+    RegainedHandler regainedHandler_;
     std::map<VkHotKeyRef, HotKey> hotKeys_;
     std::map<QString, int> timesAsked_;  // by the id of a hot key
     bool isAway_ = false;
@@ -189,11 +206,32 @@ class PortalBackEnd final : public BackEnd {
     QTimer awayCheck_;
 };
 
+using OtherOpener = std::function<OpenedBackEnd(const std::string &)>;
+
+/// A portal that takes its time to say whether it can be used.
+class LatePortalBackEnd final : public LateBackEnd {
+  public:
+    LatePortalBackEnd(std::unique_ptr<Portal> portal, OtherOpener otherwise) : portal_(std::move(portal)) {
+        portal_->findOutWhyUnusable([this, otherwise = std::move(otherwise)](const std::string &failure) {
+            decideLater([this, otherwise, failure]() -> OpenedBackEnd {
+                if (failure.empty()) return {std::make_unique<PortalBackEnd>(std::move(portal_)), {}};
+                portal_.reset();
+                return otherwise(failure);
+            });
+        });
+    }
+
+  private:
+    std::unique_ptr<Portal> portal_;
+};
+
 }  // namespace
 
-OpenedBackEnd openPortalBackEnd() {
+OpenedBackEnd openPortalBackEnd(OtherOpener otherwise) {
     auto portal = std::make_unique<Portal>();
-    if (std::string failure = portal->whyUnusable(); !failure.empty()) return {nullptr, std::move(failure)};
+    const std::optional<std::string> failure = portal->whyUnusable();
+    if (!failure) return {std::make_unique<LatePortalBackEnd>(std::move(portal), std::move(otherwise)), {}};
+    if (!failure->empty()) return otherwise(*failure);
     return {std::make_unique<PortalBackEnd>(std::move(portal)), {}};
 }
 

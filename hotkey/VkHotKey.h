@@ -59,6 +59,12 @@ using VkHotKeyRef = std::uintptr_t;
 /// centre that took it last, or from the shared centre if none did. This holds for a hot key that was never
 /// registered, too: its end removes a registered hot key equal to it from the centre. So build no throw-away
 /// copies for comparing; ask the centre with hasRegisteredHotKeyWithKeyCode or hotKeysMatching.
+///
+/// Mind assignment: `hotKey = center.registerHotKey(another)`, where `hotKey` is the last reference to an
+/// unregistered record equal to `another`, registers `another` first and then ends the old record, whose end
+/// removes `another` from the centre: it never fires, though it has its hotKeyRef(). Release the old one
+/// first: `hotKey.reset()`, then assign. (While the old one is registered, the new one is not registered at
+/// all.)
 class VkHotKey {
   public:
     using Task = std::function<void(const VkKeyEvent &)>;

@@ -142,15 +142,28 @@ bool VkHotKeyCenter::openBackEnd() {
     backEnd_ = std::move(opened.backEnd);
     backEnd_->installEventHandler(
         [this](const hotkey::ReleasedEvent &event) { vk_hotKeyHandler(event, *this); },
-        [this](const hotkey::LossNotice &notice) { registrationLost(notice); });
+        [this](const hotkey::LossNotice &notice) { registrationLost(notice); },
+        [this](VkHotKeyRef ref) { registrationRegained(ref); });
     return true;
 }
 
+std::shared_ptr<VkHotKey> VkHotKeyCenter::hotKeyOfRef(VkHotKeyRef ref) const {
+    const VkHotKeySet found =
+        hotKeysMatching([ref](const VkHotKey &hotKey) { return hotKey.hotKeyRef() == ref; });
+    return found.empty() ? nullptr : *found.begin();
+}
+
+void VkHotKeyCenter::registrationRegained(VkHotKeyRef ref) {
+    const std::shared_ptr<VkHotKey> hotKey = hotKeyOfRef(ref);
+    if (!hotKey) return;
+    lastFailure_.reset();
+    const RegistrationRegainedHandler handler = regainedHandler_;  // may set another
+    if (handler) callClient([&] { handler(hotKey); });
+}
+
 void VkHotKeyCenter::registrationLost(const hotkey::LossNotice &notice) {
-    const VkHotKeySet lost =
-        hotKeysMatching([&notice](const VkHotKey &hotKey) { return hotKey.hotKeyRef() == notice.ref; });
-    if (lost.empty()) return;
-    const std::shared_ptr<VkHotKey> hotKey = *lost.begin();
+    const std::shared_ptr<VkHotKey> hotKey = hotKeyOfRef(notice.ref);
+    if (!hotKey) return;
     hotkey::logLine("hot key: " + notice.reason);
     lastFailure_ = notice.reason;
     if (!notice.isKept) {

@@ -51,13 +51,15 @@ using VkHotKeySet = std::unordered_set<std::shared_ptr<VkHotKey>, VkHotKeyIdenti
 /// except what a client's own predicate throws.
 ///
 /// A registration can be lost later. Above all a Wayland desktop may ask the user, which takes as long as it
-/// takes, and the registration does not wait for that: it is there at once, and lost if the user says no. See
-/// setRegistrationLostHandler.
+/// takes, and the registration does not wait for that: it is there at once, and lost if the user says no. Nor
+/// does it wait for a portal that is slow to start; where that has no hot keys in the end, the registration
+/// is made with the X server, or lost. See setRegistrationLostHandler.
 class VkHotKeyCenter {
   public:
     using Predicate = std::function<bool(const VkHotKey &)>;
     using RegistrationLostHandler =
         std::function<void(const std::shared_ptr<VkHotKey> &hotKey, const std::string &reason)>;
+    using RegistrationRegainedHandler = std::function<void(const std::shared_ptr<VkHotKey> &hotKey)>;
     using BackEndOpener = std::function<hotkey::OpenedBackEnd()>;
 
     /// The one centre of the process. Made on first use, from any thread; it lives as long as the process.
@@ -86,8 +88,8 @@ class VkHotKeyCenter {
     /// that hot key.
     std::shared_ptr<VkHotKey> registerHotKey(const std::shared_ptr<VkHotKey> &hotKey);
 
-    /// Why the last registration gave no registered hot key, or why one was lost since, in words for a user;
-    /// empty if neither.
+    /// Why the last registration gave no registered hot key, or why one was lost since and has not come back,
+    /// in words for a user; empty if neither.
     const std::optional<std::string> &lastFailure() const { return lastFailure_; }
 
     /// Sets who hears of registered hot keys that have stopped working without having been unregistered, with
@@ -101,6 +103,11 @@ class VkHotKeyCenter {
     /// Called from the event loop; it may do anything that a hot key may. The one set last counts, an empty
     /// one is none.
     void setRegistrationLostHandler(RegistrationLostHandler handler) { lostHandler_ = std::move(handler); }
+    /// Sets who hears of hot keys that were reported as lost with their hotKeyRef() and work again. Called as
+    /// the handler of a loss is, and only after it for the same hot key.
+    void setRegistrationRegainedHandler(RegistrationRegainedHandler handler) {
+        regainedHandler_ = std::move(handler);
+    }
 
     /// Says what the hot keys registered from now on are for, in a few words in the user's language ("Save
     /// the clipboard"): a desktop that asks the user shows them. Empty, as at first: the combination is
@@ -114,10 +121,10 @@ class VkHotKeyCenter {
     /// The hot keys of this centre that hold a hotKeyRef.
     VkHotKeySet registeredHotKeys() const;
 
-    /// Gives the record's handle, if it has one, back to the service: on return the combination is free for
-    /// others. Also removes the hot key equal to the record from the centre, even when that is another
-    /// instance, whose own handle then stays with the service until the last reference to it is released.
-    /// Null is ignored.
+    /// Gives the record's handle, if it has one, back to the service: on X11 the combination is free for
+    /// others on return; a desktop portal has been told to free it then. Also removes the hot key equal to
+    /// the record from the centre, even when that is another instance, whose own handle then stays with the
+    /// service until the last reference to it is released. Null is ignored.
     void unregisterHotKey(const std::shared_ptr<VkHotKey> &hotKey);
     void unregisterHotKeysMatching(const Predicate &predicate);
     /// Targets are compared by identity; null stands for the hot keys without a living target.
@@ -132,13 +139,16 @@ class VkHotKeyCenter {
 
     std::shared_ptr<VkHotKey> _registerHotKey(const std::shared_ptr<VkHotKey> &hotKey);
     void unregisterRecord(VkHotKey &hotKey);
+    std::shared_ptr<VkHotKey> hotKeyOfRef(VkHotKeyRef ref) const;
     void registrationLost(const hotkey::LossNotice &notice);
+    void registrationRegained(VkHotKeyRef ref);
     bool openBackEnd();
 
     VkHotKeySet _registeredHotKeys;
     std::uint32_t _nextHotKeyID = 1;
     std::optional<std::string> lastFailure_;
     RegistrationLostHandler lostHandler_;
+    RegistrationRegainedHandler regainedHandler_;
     std::string purpose_;
     BackEndOpener opener_;
     std::unique_ptr<hotkey::BackEnd> backEnd_;

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <map>
+#include <utility>
 #include <vector>
 
 #include "hotkey/Deliveries.h"
@@ -49,9 +50,10 @@ class X11BackEnd final : public BackEnd {
         readEvents();  // whatever came along with the first replies
     }
 
-    void installEventHandler(ReleasedHandler released, LostHandler lost) override {
+    void installEventHandler(ReleasedHandler released, LostHandler lost, RegainedHandler regained) override {
         releasedHandler_ = std::move(released);
         lostHandler_ = std::move(lost);
+        regainedHandler_ = std::move(regained);
     }
 
     Registration registerEventHotKey(std::uint16_t keyCode, std::uint32_t modifiers,
@@ -210,13 +212,13 @@ class X11BackEnd final : public BackEnd {
         const bool haveModifiersMoved = *current != modifiers_;
         modifiers_ = *current;
         for (auto &[ref, hotKey] : hotKeys_)
-            if (haveModifiersMoved || hotKey.states.empty()) adapt(hotKey);
+            if (haveModifiersMoved || hotKey.states.empty()) adapt(ref, hotKey);
         if (std::ranges::any_of(hotKeys_, [](const auto &entry) { return entry.second.states.empty(); }))
             awayCheck_.start();
     }
 
     /// Takes the states that stand for the combination now, then gives back those that did before.
-    void adapt(HotKey &hotKey) {
+    void adapt(VkHotKeyRef ref, HotKey &hotKey) {
         const States wanted = modifiers_.statesFor(hotKey.modifiers);
         hotKey.reasonAway = wanted.empty() ? kModifierMissing
                                            : grabKey(connection_.get(), root_, hotKey.keycode,
@@ -225,12 +227,15 @@ class X11BackEnd final : public BackEnd {
         ungrabKey(connection_.get(), root_, hotKey.keycode,
                   isTaken ? without(hotKey.states, wanted) : hotKey.states);
         hotKey.states = isTaken ? wanted : States{};
-        if (isTaken) hotKey.isReportedAway = false;
+        if (!isTaken || !std::exchange(hotKey.isReportedAway, false)) return;
+        deliveries_.post([ref, handler = regainedHandler_] {
+            if (handler) handler(ref);
+        });
     }
 
     void reportAway() {
         for (auto &[ref, hotKey] : hotKeys_) {
-            if (hotKey.states.empty()) adapt(hotKey);  // another program may have let go of it
+            if (hotKey.states.empty()) adapt(ref, hotKey);  // another program may have let go of it
             if (!hotKey.states.empty() || hotKey.isReportedAway) continue;
             hotKey.isReportedAway = true;
             report({ref, "a change of the keyboard took the combination away: " + hotKey.reasonAway, true});
@@ -244,6 +249,7 @@ class X11BackEnd final : public BackEnd {
     X11Modifiers modifiers_;
     ReleasedHandler releasedHandler_;
     LostHandler lostHandler_;
+    RegainedHandler regainedHandler_;
     std::map<VkHotKeyRef, HotKey> hotKeys_;
     std::map<xcb_keycode_t, HeldKey> held_;
     Deliveries deliveries_;

@@ -3,6 +3,12 @@
 #include <utility>
 
 void ActionGate::enter(Action action) {
+    enterProgram([this, action = std::move(action)] {
+        if (!isClosed_) action();
+    });
+}
+
+void ActionGate::enterProgram(Action action) {
     waiting_.push_back(std::move(action));
     if (busy_) return;
     busy_ = true;

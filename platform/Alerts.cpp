@@ -1,9 +1,12 @@
 #include "platform/Alerts.h"
 
+#include <QLabel>
+#include <QLayout>
 #include <QMessageBox>
 #include <QPushButton>
 
 #include "platform/Text.h"
+#include "platform/WrappedLabel.h"
 
 namespace {
 
@@ -18,15 +21,24 @@ QMessageBox::Icon iconFor(const QString &title, qsizetype buttons) {
                                                               : QMessageBox::Warning;
 }
 
+// In a label that breaks long words, in place of the box's own.
+void showWrapped(QMessageBox &box, const QString &text) {
+    auto *own = box.findChild<QLabel *>(QStringLiteral("qt_msgbox_label"));
+    auto *label = new WrappedLabel(&box);
+    label->setText(text);
+    delete box.layout()->replaceWidget(own, label);
+    own->hide();
+}
+
 }  // namespace
 
-int MessageBoxAlerts::run(const QString &title, const QString &message, const QStringList &buttons) {
+int MessageBoxAlerts::run(const QString &title, const QString &message, const QStringList &buttons,
+                          int defaultButton) {
     QMessageBox box;
     box.setWindowTitle(title);
     box.setIcon(iconFor(title, buttons.size()));
-    box.setTextFormat(Qt::PlainText);  // a saved text may look like markup
     const QString shown = beginning(message, kMostLines, kMostCharacters);
-    box.setText(breakable(shown));
+    showWrapped(box, shown);
     if (shown.size() < message.size()) box.setDetailedText(shortened(message, kMostDetailCharacters));
     box.setWindowFlag(Qt::WindowStaysOnTopHint);  // the panel is kept on top as well
     QList<QPushButton *> made;
@@ -34,7 +46,7 @@ int MessageBoxAlerts::run(const QString &title, const QString &message, const QS
         const bool last = i == buttons.size() - 1;
         made << box.addButton(buttons[i], last && i > 0 ? QMessageBox::RejectRole : QMessageBox::AcceptRole);
     }
-    box.setDefaultButton(made.first());
+    box.setDefaultButton(made[defaultButton]);
     box.setEscapeButton(made.last());
     box.exec();
     const qsizetype pressed = made.indexOf(qobject_cast<QPushButton *>(box.clickedButton()));

@@ -15,6 +15,7 @@
 
 #include "platform/ListView.h"
 #include "platform/Text.h"
+#include "platform/UiIds.h"
 
 // The rows on show: all items, or those that match the filter.
 class ListControl::Rows : public QAbstractListModel {
@@ -183,7 +184,7 @@ void ListControl::insertItemWithObjectValue(std::string text, std::size_t index)
     items_.insert(index, std::move(text));
     if (selected_ >= static_cast<int>(index)) ++selected_;
     rows_->inserted(index);
-    if (index == 0) view_->scrollToTop();
+    if (index == 0 && !rows_->isFiltered()) view_->scrollToTop();
 }
 
 void ListControl::removeItemAtIndex(int index) {
@@ -203,19 +204,27 @@ void ListControl::selectItemAtIndex(int index) {
     showSelectionSoon();
 }
 
-void ListControl::selectPicked(int index, const std::string &text) {
-    const auto isAt = [&](std::size_t i) { return i < items_.count() && items_.at(i) == text; };
-    selected_ = isAt(static_cast<std::size_t>(index)) ? index : -1;
-    for (std::size_t i = 0; selected_ < 0 && i < items_.count(); ++i) {
-        if (isAt(i)) selected_ = static_cast<int>(i);
+int ListControl::indexOfItem(const std::string &text, int near) const {
+    const int count = static_cast<int>(items_.count());
+    const auto isAt = [&](int i) {
+        return i >= 0 && i < count && items_.at(static_cast<std::size_t>(i)) == text;
+    };
+    for (int distance = 0; near - distance >= 0 || near + distance < count; ++distance) {
+        if (isAt(near - distance)) return near - distance;
+        if (isAt(near + distance)) return near + distance;
     }
+    return -1;
+}
+
+void ListControl::selectPicked(int index, const std::string &text) {
+    selected_ = indexOfItem(text, index);
     text_ = text;
     showSelectionSoon();
 }
 
 void ListControl::setPlaceholderString(const QString &text) {
     line_->setPlaceholderText(text);
-    line_->setAccessibleDescription(text);
+    describe(*line_, text);
 }
 
 const std::vector<std::size_t> &ListControl::shownItems() const {
@@ -230,12 +239,13 @@ void ListControl::showSelectionSoon() {
 
 void ListControl::showSelection() {
     selectionIsShown_ = true;
+    // What the user has typed and the row that is marked in what it found stay where they are.
+    if (rows_->isFiltered()) return;
     isShowingSelection_ = true;
     line_->setText(oneLine(text_));
     isShowingSelection_ = false;
     line_->setCursorPosition(0);
     if (line_->hasFocus()) selectLine();
-    if (rows_->isFiltered()) showMatching({});
     const int row = rows_->rowOf(selected_);
     // The empty item at the end is where most scans stop: going there would take the list out of sight.
     view_->setCurrentIndex(row < 0 || text_.empty() ? QModelIndex() : rows_->index(row));
@@ -278,7 +288,7 @@ bool ListControl::handleKey(int key) {
             return true;
         case Qt::Key_Escape:
             if (rows_->isFiltered()) {
-                showSelection();
+                clearFilter();
             } else {
                 Q_EMIT dismissed();
             }
@@ -324,6 +334,17 @@ bool ListControl::eventFilter(QObject *watched, QEvent *event) {
         }
     }
     return QWidget::eventFilter(watched, event);
+}
+
+void ListControl::clearFilter() {
+    showMatching({});
+    showSelection();
+}
+
+// The next look at the list begins with all of it.
+void ListControl::hideEvent(QHideEvent *event) {
+    if (!event->spontaneous() && rows_->isFiltered()) clearFilter();
+    QWidget::hideEvent(event);
 }
 
 void ListControl::showEvent(QShowEvent *event) {

@@ -15,8 +15,9 @@ class ListView;
 //
 // The control's text (stringValue()) is the whole text of the item selected last, byte for byte, whatever it
 // holds and however long it is; what the rows and the line show is one elided line of it. Typing hides the
-// rows that do not match and never changes the control's text, nor what a pick means. Arrow keys move through
-// the rows, Enter or a click picks, Escape empties the filter and then asks to be closed.
+// rows that do not match and never changes the control's text, nor what a pick means; the filter stays until
+// the user empties it or the list is hidden. Arrow keys move through the rows, Enter or a click picks, Escape
+// empties the filter and then asks to be closed.
 //
 // Indices are those of all items, in order, whether the filter shows them or not. UI thread only.
 class ListControl : public QWidget {
@@ -48,6 +49,9 @@ class ListControl : public QWidget {
     // The selected item, or -1.
     int indexOfSelectedItem() const { return selected_; }
 
+    // The item with that text that is nearest to `near`, or -1.
+    int indexOfItem(const std::string &text, int near) const;
+
     const std::string &stringValue() const { return text_; }
 
     // Shown in the line while the control's text is empty.
@@ -70,6 +74,7 @@ class ListControl : public QWidget {
 
   protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
+    void hideEvent(QHideEvent *event) override;
     void showEvent(QShowEvent *event) override;
 
   private:
@@ -78,6 +83,7 @@ class ListControl : public QWidget {
 
     void filter(const QString &words);
     void showMatching(const std::string &words);
+    void clearFilter();
     void pickRow(int row);
     void showSelection();
     void showSelectionSoon();

@@ -1,4 +1,5 @@
 #include "platform/ListView.h"
+#include "platform/UiIds.h"
 
 #include <QPainter>
 
@@ -10,7 +11,7 @@ void ListView::setPlaceholder(const QString &text) {
 void ListView::paintEvent(QPaintEvent *event) {
     QListView::paintEvent(event);
     const QString said = isBare() ? placeholder_ : QString();
-    if (accessibleDescription() != said) setAccessibleDescription(said);
+    describe(*this, said);
     if (said.isEmpty()) return;
     constexpr int kMargin = 12;
     QPainter painter(viewport());

@@ -1,10 +1,9 @@
 #include "platform/LoginItem.h"
 
-#include <QFile>
-#include <QSaveFile>
-#include <fstream>
+#include <sstream>
 #include <system_error>
 
+#include "platform/FileManager.h"
 #include "platform/UserFolders.h"
 
 namespace fs = std::filesystem;
@@ -35,10 +34,6 @@ std::string execLine(const fs::path &program) {
     return "Exec=" + execArgument(program.string());
 }
 
-QString toPath(const fs::path &path) {
-    return QFile::decodeName(path.c_str());
-}
-
 }  // namespace
 
 fs::path LoginItem::file(const std::string &identifier) {
@@ -47,8 +42,10 @@ fs::path LoginItem::file(const std::string &identifier) {
 
 std::string LoginItem::problem(const std::string &identifier) const {
     const fs::path entry = file(identifier);
-    std::ifstream reading(entry);
-    if (!reading) return entry.string() + " is missing.";
+    const FileText found = FileManager().textAtPath(entry);
+    if (found.state == FileText::State::kMissing) return entry.string() + " is missing.";
+    if (!found.text) return entry.string() + " could not be read: " + found.problem + ".";
+    std::istringstream reading(*found.text);
     const std::string exec = execLine(program_);
     bool startsThis = false;
     for (std::string line; std::getline(reading, line);) {
@@ -63,7 +60,7 @@ std::string LoginItem::entryFor(const fs::path &program) {
     return "[Desktop Entry]\n"
            "Type=Application\n"
            "Name=Quillery\n"
-           "Comment=Keeps the texts that you copy\n" +
+           "Comment=Keeps the copied texts that you save\n" +
            execLine(program) +
            "\n"
            "Icon=quillery\n"
@@ -73,16 +70,11 @@ std::string LoginItem::entryFor(const fs::path &program) {
 
 std::string LoginItem::setEnabled(const std::string &identifier, bool isEnabled) const {
     const fs::path entry = file(identifier);
-    std::error_code error;
     if (!isEnabled) {
+        std::error_code error;
         fs::remove(entry, error);
         return error ? entry.string() + " could not be removed: " + error.message() : "";
     }
-    fs::create_directories(entry.parent_path(), error);
-    QSaveFile writing(toPath(entry));
-    const std::string text = entryFor(program_);
-    const bool isWritten = writing.open(QIODevice::WriteOnly) &&
-                           writing.write(text.data(), static_cast<qint64>(text.size())) >= 0 &&
-                           writing.commit();
-    return isWritten ? "" : entry.string() + " could not be written: " + writing.errorString().toStdString();
+    const std::string problem = FileManager().createFileAtPath(entry, entryFor(program_));
+    return problem.empty() ? "" : entry.string() + " could not be written: " + problem;
 }

@@ -11,6 +11,8 @@
 #include <utility>
 
 #include "platform/Text.h"
+#include "platform/UiIds.h"
+#include "platform/WrappedLabel.h"
 
 namespace {
 constexpr std::chrono::seconds kTime{6};  // as long as notification services show one
@@ -24,18 +26,14 @@ constexpr int kIconSize = 32;
 NotificationBanner::NotificationBanner(QWidget *parent)
     : QFrame(parent, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint),
       icon_(new QLabel(this)),
-      title_(new QLabel(this)),
-      text_(new QLabel(this)) {
+      title_(new WrappedLabel(this)),
+      text_(new WrappedLabel(this)) {
     setFrameShape(QFrame::StyledPanel);
     setAttribute(Qt::WA_ShowWithoutActivating);
     QFont bold = title_->font();
     bold.setBold(true);
     title_->setFont(bold);
-    for (QLabel *label : {title_, text_}) {
-        label->setTextFormat(Qt::PlainText);  // a saved text may look like markup
-        label->setWordWrap(true);
-        label->setFixedWidth(kTextWidth);
-    }
+    for (QLabel *label : {title_, text_}) label->setFixedWidth(kTextWidth);
     auto *layout = new QGridLayout(this);
     layout->setContentsMargins(14, 12, 14, 12);
     layout->setHorizontalSpacing(12);
@@ -51,7 +49,7 @@ void NotificationBanner::present(const QString &title, const QString &text, std:
     icon_->setPixmap(QIcon(QStringLiteral(":/images/quillery.png"))
                          .pixmap(QSize(kIconSize, kIconSize), devicePixelRatio()));
     title_->setText(title);
-    text_->setText(breakable(beginning(text, kMostLines, kMostCharacters)));
+    text_->setText(beginning(text, kMostLines, kMostCharacters));
     clicked_ = std::move(clicked);
     adjustSize();
     const QRect room = QGuiApplication::primaryScreen()->availableGeometry();
@@ -60,7 +58,7 @@ void NotificationBanner::present(const QString &title, const QString &text, std:
     raise();
     time_.start();
     setAccessibleName(title);
-    setAccessibleDescription(text_->text());
+    describe(*this, text_->text());
     QAccessibleEvent announcement(this, QAccessible::Alert);
     QAccessible::updateAccessibility(&announcement);
 }
@@ -70,7 +68,7 @@ void NotificationBanner::dismiss() {
     title_->clear();
     text_->clear();
     setAccessibleName({});
-    setAccessibleDescription({});
+    describe(*this, {});
     clicked_ = {};
 }
 

@@ -81,11 +81,11 @@ void DesktopNotifications::askForCapabilities() {
             understandsMarkup_ = can.contains(QStringLiteral("body-markup")) ||
                                  can.contains(QStringLiteral("body-hyperlinks"));
         }
-        for (const auto &[title, body] : std::exchange(waiting_, {})) {
+        for (const UserNotification &notification : std::exchange(waiting_, {})) {
             if (understandsMarkup_) {
-                show(title, body);
+                show(notification);
             } else {
-                Q_EMIT undeliverable(title, body);
+                Q_EMIT undeliverable(notification.title, notification.informativeText);
             }
         }
         reply->deleteLater();
@@ -99,37 +99,39 @@ void DesktopNotifications::deliver(const QString &title, const QString &informat
         return;
     }
     if (understandsMarkup_) {
-        show(title, body);
+        show({title, body});
         return;
     }
     // The question also starts a service that is not running.
-    waiting_.emplace_back(title, body);
+    waiting_.push_back({title, body});
     if (waiting_.size() == 1) askForCapabilities();
 }
 
-void DesktopNotifications::show(const QString &title, const QString &body) {
+void DesktopNotifications::show(const UserNotification &notification) {
+    const auto &[title, body] = notification;
     const QVariantMap hints{{QStringLiteral("sound-name"), QStringLiteral("message-new-instant")},
                             {QStringLiteral("image-data"), imageData()},
                             {QStringLiteral("desktop-entry"), QStringLiteral("quillery")}};
     QDBusMessage notify = call(QStringLiteral("Notify"));
-    const uint before = delivered_.isEmpty() ? 0U : *delivered_.cbegin();  // whose place it takes
+    const uint before = delivered_.isEmpty() ? 0U : delivered_.firstKey();  // whose place it takes
     notify << QStringLiteral("Quillery") << before << QString() << title
            << (*understandsMarkup_ ? body.toHtmlEscaped() : body)
            << QStringList{QStringLiteral("default"), tr("Show")} << hints << -1;
     auto *reply = new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(notify), this);
-    connect(reply, &QDBusPendingCallWatcher::finished, this, [this, reply, title, body] {
+    connect(reply, &QDBusPendingCallWatcher::finished, this, [this, reply, notification] {
         const QDBusPendingReply<uint> id = *reply;
         if (id.isError()) {
-            Q_EMIT undeliverable(title, body);
+            Q_EMIT undeliverable(notification.title, notification.informativeText);
         } else {
-            delivered_.insert(id.value());
+            delivered_.insert(id.value(), notification);
         }
         reply->deleteLater();
     });
 }
 
 void DesktopNotifications::actionInvoked(uint id, const QString &action) {
-    if (delivered_.contains(id) && action == u"default") Q_EMIT activated();
+    const auto clicked = delivered_.constFind(id);
+    if (clicked != delivered_.cend() && action == u"default") Q_EMIT activated(UserNotification(*clicked));
 }
 
 void DesktopNotifications::notificationClosed(uint id, uint) {

@@ -1,12 +1,17 @@
 #pragma once
 
 #include <QDBusMessage>
+#include <QMap>
 #include <QObject>
-#include <QSet>
 #include <QString>
 #include <optional>
-#include <utility>
 #include <vector>
+
+// What a notification says.
+struct UserNotification {
+    QString title;
+    QString informativeText;
+};
 
 // The desktop's user notifications. An interface, so that a test sees what was announced and when.
 class UserNotifications : public QObject {
@@ -20,7 +25,7 @@ class UserNotifications : public QObject {
 
   Q_SIGNALS:
     // The user clicked a notification that this object delivered.
-    void activated();
+    void activated(const UserNotification &notification);
     // There is no notification service: show this in some other way.
     void undeliverable(const QString &title, const QString &informativeText);
 };
@@ -41,9 +46,9 @@ class DesktopNotifications : public UserNotifications {
   private:
     void askForCapabilities();
 
-    void show(const QString &title, const QString &body);
+    void show(const UserNotification &notification);
 
-    std::optional<bool> understandsMarkup_;             // nothing: not known yet
-    std::vector<std::pair<QString, QString>> waiting_;  // title and body of those that wait for it
-    QSet<uint> delivered_;
+    std::optional<bool> understandsMarkup_;  // nothing: not known yet
+    std::vector<UserNotification> waiting_;  // for it
+    QMap<uint, UserNotification> delivered_;
 };

@@ -27,13 +27,24 @@ std::optional<PasteboardText> ownText() {
     return textOf(clipboard.mimeData());
 }
 
+// A Wayland compositor may show the clipboard to X11 programs only while one of their windows is in use;
+// until then it looks empty.
+bool mayBeHidden() {
+    return qEnvironmentVariableIsSet("WAYLAND_DISPLAY") && !QGuiApplication::focusWindow();
+}
+
 }  // namespace
 
-PasteboardText DesktopPasteboard::stringForType() {
+PasteboardText DesktopPasteboard::stringForType(const std::stop_token &stop) {
     if (auto own = ui_.run(ownText)) return *own;
-    if (!ui_.isCurrent()) return readXSelection(kOwnerLimit);
-    return waiting_.run(QCoreApplication::translate("Pasteboard", "Asking for the copied text…"),
-                        [](std::stop_token stop) { return readXSelection(kOwnerLimit, std::move(stop)); });
+    PasteboardText copied =
+        !ui_.isCurrent()
+            ? readXSelection(kOwnerLimit, stop)
+            : waiting_.run(
+                  QCoreApplication::translate("Pasteboard", "Asking for the copied text…"),
+                  [](std::stop_token given) { return readXSelection(kOwnerLimit, std::move(given)); });
+    if (!copied.isOwned && ui_.run(mayBeHidden)) copied.state = PasteboardText::State::kNoAccess;
+    return copied;
 }
 
 bool DesktopPasteboard::setString(const std::string &text) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <stop_token>
 #include <string>
 
 #include "platform/XSelectionReader.h"
@@ -14,8 +15,9 @@ class Pasteboard {
     virtual ~Pasteboard() = default;
 
     // The clipboard's text now. From any thread: on the UI thread the event loop turns meanwhile (so only
-    // from inside an action of the ActionGate), elsewhere the caller blocks.
-    virtual PasteboardText stringForType() = 0;
+    // from inside an action of the ActionGate), elsewhere the caller blocks until there is an answer or
+    // `stop` is requested.
+    virtual PasteboardText stringForType(const std::stop_token &stop = {}) = 0;
 
     // Puts `text` on the clipboard as plain text, in place of whatever was there. False if the desktop did
     // not let it. UI thread only.
@@ -30,7 +32,7 @@ class DesktopPasteboard : public Pasteboard {
     // Both are to outlive the pasteboard.
     DesktopPasteboard(UiThread &ui, Waiting &waiting) : ui_(ui), waiting_(waiting) {}
 
-    PasteboardText stringForType() override;
+    PasteboardText stringForType(const std::stop_token &stop = {}) override;
     bool setString(const std::string &text) override;
 
   private:

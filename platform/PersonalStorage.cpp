@@ -10,7 +10,6 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
-#include <system_error>
 #include <thread>
 
 #include "platform/UserFolders.h"
@@ -21,17 +20,17 @@ namespace {
 
 // The server holds this lock for as long as it lives. A port that was published by one that has been killed
 // may be anybody's by now.
-bool serverLives() {
-    const int fd = open((runtimeFolder() / "storage.lock").c_str(), O_RDONLY | O_CLOEXEC);
+bool serverLives(const fs::path &folder) {
+    const int fd = open((folder / "storage.lock").c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return false;
     const bool isFree = flock(fd, LOCK_SH | LOCK_NB) == 0;
     close(fd);
     return !isFree;
 }
 
-std::optional<std::int32_t> publishedPort() {
-    if (!serverLives()) return std::nullopt;
-    std::ifstream file(runtimeFolder() / "storage.port");
+std::optional<std::int32_t> publishedPort(const fs::path &folder) {
+    if (!serverLives(folder)) return std::nullopt;
+    std::ifstream file(folder / "storage.port");
     std::int32_t port = 0;
     if (!(file >> port) || port < 1 || port > 65535) return std::nullopt;
     return port;
@@ -73,9 +72,11 @@ PersonalStorage::Result PersonalStorage::ensureRunning(const fs::path &program, 
     const auto isTimeLeft = [&] { return std::chrono::steady_clock::now() < end && !stop.stop_requested(); };
     const auto pause = [] { std::this_thread::sleep_for(std::chrono::milliseconds(10)); };
 
-    std::error_code error;
-    fs::create_directories(runtimeFolder(), error);
-    const fs::path users = runtimeFolder() / "storage.users";
+    const auto folder = runtimeFolder();
+    if (!folder)
+        return {std::nullopt,
+                "neither $XDG_RUNTIME_DIR nor the cache has a folder quillery that only this user can use"};
+    const fs::path users = *folder / "storage.users";
     if (usersLock_ < 0) usersLock_ = open(users.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     // A server without users that is just ending holds this lock for a moment.
     while (usersLock_ < 0 || flock(usersLock_, LOCK_SH | LOCK_NB) != 0) {
@@ -85,14 +86,14 @@ PersonalStorage::Result PersonalStorage::ensureRunning(const fs::path &program, 
         pause();
     }
     while (isTimeLeft()) {
-        if (const auto port = publishedPort()) return {port, {}};
+        if (const auto port = publishedPort(*folder)) return {port, {}};
         const pid_t child = start(program);
         if (child < 0)
             return {std::nullopt, program.string() + " could not be started: " + std::strerror(errno)};
         int status = 0;
         bool hasEnded = false;
         while (!hasEnded && isTimeLeft()) {
-            if (const auto port = publishedPort()) {
+            if (const auto port = publishedPort(*folder)) {
                 // Its end, whenever it comes, is to leave no zombie behind.
                 std::thread([child] { waitpid(child, nullptr, 0); }).detach();
                 return {port, {}};

@@ -7,11 +7,11 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <QTimer>
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <system_error>
 #include <thread>
 
 #include "platform/UserFolders.h"
@@ -22,8 +22,14 @@ namespace {
 
 constexpr std::size_t kLongestRequest = 64;
 constexpr int kWaitingCallers = 16;
+constexpr std::size_t kMostCallers = 32;
+// How long a caller may take to say what it wants.
+constexpr std::chrono::seconds kSilenceLimit{10};
+// Until a caller that could not be taken, for lack of descriptors, is looked at again.
+constexpr std::chrono::milliseconds kAcceptPause{200};
 /// A program that is just starting has its lock before its socket.
 constexpr std::chrono::seconds kStartLimit{10};
+constexpr const char *kDoesNotAnswer = "the Quillery that runs does not answer";
 
 // One file name for each display: ":0" and ":0.0" are the same one.
 std::string displayName() {
@@ -41,15 +47,23 @@ std::string displayName() {
     return name;
 }
 
-fs::path lockFile() {
-    return runtimeFolder() / ("instance" + displayName() + ".lock");
+// Nothing if there is no folder that only this user can use.
+std::optional<std::string> runtimeFile(const std::string &suffix) {
+    const auto folder = runtimeFolder();
+    if (!folder) return std::nullopt;
+    return (*folder / ("instance" + displayName() + suffix)).string();
+}
+
+int openLock(int flags) {
+    const auto path = runtimeFile(".lock");
+    return path ? open(path->c_str(), flags | O_CLOEXEC, 0600) : -1;
 }
 
 std::optional<sockaddr_un> socketAddress() {
-    const std::string path = (runtimeFolder() / ("instance" + displayName())).string();
+    const std::string path = runtimeFile("").value_or("");
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof address.sun_path) return std::nullopt;
+    if (path.empty() || path.size() >= sizeof address.sun_path) return std::nullopt;
     std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
     return address;
 }
@@ -77,14 +91,21 @@ std::string readAll(int descriptor) {
     }
 }
 
-// None where it is zero.
-void setReadLimit(int descriptor, std::chrono::seconds limit) {
+// For reading (SO_RCVTIMEO), or for connecting and writing (SO_SNDTIMEO); none where it is zero.
+void setLimit(int descriptor, int option, std::chrono::seconds limit) {
     const timeval time{.tv_sec = limit.count(), .tv_usec = 0};
-    setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &time, sizeof time);
+    setsockopt(descriptor, SOL_SOCKET, option, &time, sizeof time);
+}
+
+// Whether the other end is a process of this user.
+bool isOurs(int connection) {
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    return getsockopt(connection, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.uid == geteuid();
 }
 
 bool isRunning() {
-    const int descriptor = open(lockFile().c_str(), O_RDONLY | O_CLOEXEC);
+    const int descriptor = openLock(O_RDONLY);
     if (descriptor < 0) return false;
     const bool isFree = flock(descriptor, LOCK_SH | LOCK_NB) == 0;
     close(descriptor);
@@ -104,6 +125,7 @@ struct SingleInstance::Caller {
 
     int descriptor;
     QSocketNotifier readable;
+    QTimer silence;
     std::string request;
 };
 
@@ -118,9 +140,7 @@ SingleInstance::~SingleInstance() {
 }
 
 SingleInstance::Claim SingleInstance::claim() {
-    std::error_code error;
-    fs::create_directories(runtimeFolder(), error);
-    lock_ = open(lockFile().c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    lock_ = openLock(O_RDWR | O_CREAT);
     if (lock_ < 0) return Claim::kUnknown;
     if (flock(lock_, LOCK_EX | LOCK_NB) == 0) return Claim::kIsTheOne;
     const bool isHeld = errno == EWOULDBLOCK;
@@ -149,11 +169,29 @@ bool SingleInstance::listen(Handler handler) {
 
 void SingleInstance::accept() {
     const int connection = accept4(socket_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
-    if (connection < 0) return;
+    if (connection < 0) {
+        if (errno == EAGAIN || errno == EINTR || errno == ECONNABORTED) return;
+        // It stays readable all the while.
+        newcomers_->setEnabled(false);
+        QTimer::singleShot(kAcceptPause, this, &SingleInstance::acceptUnlessFull);
+        return;
+    }
+    if (!isOurs(connection)) {
+        close(connection);
+        return;
+    }
     const auto caller = std::make_shared<Caller>(connection);
     callers_.push_back(caller);
     connect(&caller->readable, &QSocketNotifier::activated, this,
             [this, caller = caller.get()] { read(*caller); });
+    caller->silence.setSingleShot(true);
+    connect(&caller->silence, &QTimer::timeout, this, [this, caller = caller.get()] { drop(*caller); });
+    caller->silence.start(kSilenceLimit);
+    acceptUnlessFull();
+}
+
+void SingleInstance::acceptUnlessFull() {
+    newcomers_->setEnabled(callers_.size() < kMostCallers);
 }
 
 void SingleInstance::read(Caller &caller) {
@@ -167,6 +205,7 @@ void SingleInstance::read(Caller &caller) {
         return;
     }
     caller.readable.setEnabled(false);
+    caller.silence.stop();
     const auto found =
         std::find_if(callers_.begin(), callers_.end(), [&](const auto &one) { return one.get() == &caller; });
     const std::weak_ptr<Caller> asking = *found;
@@ -188,6 +227,8 @@ void SingleInstance::drop(const Caller &caller) {
     const std::shared_ptr<Caller> leaving = *found;
     callers_.erase(found);
     leaving->readable.setEnabled(false);
+    leaving->silence.stop();
+    acceptUnlessFull();
     QMetaObject::invokeMethod(
         this, [leaving] {}, Qt::QueuedConnection);
 }
@@ -199,26 +240,29 @@ std::optional<SingleInstance::Answer> SingleInstance::send(const std::string &re
     const int connection = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (connection < 0) return std::nullopt;
     const auto end = std::chrono::steady_clock::now() + kStartLimit;
+    setLimit(connection, SO_SNDTIMEO, kStartLimit);  // it may have too many callers already
     while (::connect(connection, reinterpret_cast<const sockaddr *>(&*address), sizeof *address) != 0) {
-        if (!isRunning() || std::chrono::steady_clock::now() > end) {
+        const bool isThere = isRunning();
+        if (!isThere || std::chrono::steady_clock::now() > end) {
             close(connection);
-            return std::nullopt;
+            if (!isThere) return std::nullopt;
+            return Answer{Answer::kFailed, kDoesNotAnswer};
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     std::string text;
     bool isInTime = true;
-    if (writeAll(connection, request + "\n")) {
-        setReadLimit(connection, limit);
+    if (isOurs(connection) && writeAll(connection, request + "\n")) {
+        setLimit(connection, SO_RCVTIMEO, limit);
         char byte = 0;
         ssize_t count = 0;
         while ((count = ::read(connection, &byte, 1)) == 1 && byte != '\n') text += byte;
         isInTime = count >= 0 || errno != EAGAIN;
-        setReadLimit(connection, std::chrono::seconds::zero());
+        setLimit(connection, SO_RCVTIMEO, std::chrono::seconds::zero());
         if (untilItEnds && isInTime) readAll(connection);
     }
     close(connection);
-    if (!isInTime) return Answer{Answer::kFailed, "the Quillery that runs does not answer"};
+    if (!isInTime) return Answer{Answer::kFailed, kDoesNotAnswer};
     std::size_t digits = 0;
     while (digits < text.size() && text[digits] >= '0' && text[digits] <= '9') ++digits;
     if (digits == 0) return std::nullopt;

@@ -38,7 +38,9 @@ class SingleInstance : public QObject {
     // Whether this process is the one. If it is, it stays so for as long as this lives.
     Claim claim();
 
-    // Takes requests from now on. Needs a claim and the event loop. False if the socket cannot be had.
+    // Takes requests of this user's processes from now on: of 32 at once, while others wait, and not of those
+    // that have not said within ten seconds what they want. Needs a claim and the event loop. False if the
+    // socket cannot be had.
     bool listen(Handler handler);
 
     // Sends a request to the running program and waits for its answer; where none comes within `limit`, that
@@ -50,6 +52,7 @@ class SingleInstance : public QObject {
   private:
     struct Caller;
     void accept();
+    void acceptUnlessFull();
     void read(Caller &caller);
     void drop(const Caller &caller);
 

@@ -4,35 +4,26 @@
 
 #include <QCursor>
 #include <QDBusConnection>
-#include <QDBusConnectionInterface>
 #include <QDBusMessage>
-#include <QDBusReply>
+#include <QDBusPendingCallWatcher>
+#include <QDBusPendingReply>
+#include <QDBusServiceWatcher>
+#include <QDBusVariant>
 #include <QGuiApplication>
 #include <QIcon>
 #include <QMenu>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 namespace {
 
-// How often it is looked for a status bar while there is none, and whether it is still there.
+// How often it is looked for an X11 tray while there is none, and whether it is still there.
 constexpr int kLookingMilliseconds = 1000;
 constexpr int kCheckingMilliseconds = 5000;
-constexpr int kWatcherMilliseconds = 500;  // for an answer that takes less than one
 
-bool hasNotifierHost() {
-    const auto *bus = QDBusConnection::sessionBus().interface();
-    const QString watcher = QStringLiteral("org.kde.StatusNotifierWatcher");
-    if (!bus || !bus->isServiceRegistered(watcher)) return false;
-    // The watcher only keeps the books: what shows the items is a host, which may come later.
-    QDBusMessage question = QDBusMessage::createMethodCall(watcher, QStringLiteral("/StatusNotifierWatcher"),
-                                                           QStringLiteral("org.freedesktop.DBus.Properties"),
-                                                           QStringLiteral("Get"));
-    question << watcher << QStringLiteral("IsStatusNotifierHostRegistered");
-    const QDBusReply<QVariant> answer =
-        QDBusConnection::sessionBus().call(question, QDBus::Block, kWatcherMilliseconds);
-    return answer.isValid() && answer.value().toBool();
-}
+const QString kWatcher = QStringLiteral("org.kde.StatusNotifierWatcher");
+const QString kWatcherPath = QStringLiteral("/StatusNotifierWatcher");
 
 bool hasXTray() {
     const auto *x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
@@ -67,14 +58,54 @@ QIcon statusImage(QString name) {
 
 }  // namespace
 
+StatusBar::StatusBar(QObject *parent) : QObject(parent) {
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected()) {
+        host_ = Host::kNone;
+        return;
+    }
+    auto *owners = new QDBusServiceWatcher(kWatcher, bus, QDBusServiceWatcher::WatchForOwnerChange, this);
+    connect(owners, &QDBusServiceWatcher::serviceOwnerChanged, this,
+            [this](const QString &, const QString &, const QString &newOwner) {
+                newOwner.isEmpty() ? setHost(Host::kNone) : askForHost();
+            });
+    for (const char *signal : {"StatusNotifierHostRegistered", "StatusNotifierHostUnregistered"})
+        bus.connect(kWatcher, kWatcherPath, kWatcher, QLatin1String(signal), this, SLOT(askForHost()));
+    askForHost();
+}
+
+// The watcher only keeps the books: what shows the items is a host, which may come later.
+void StatusBar::askForHost() {
+    QDBusMessage question = QDBusMessage::createMethodCall(
+        kWatcher, kWatcherPath, QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
+    question.setAutoStartService(false);
+    question << kWatcher << QStringLiteral("IsStatusNotifierHostRegistered");
+    auto *answer = new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(question), this);
+    connect(answer, &QDBusPendingCallWatcher::finished, this, [this, answer] {
+        const QDBusPendingReply<QDBusVariant> reply = *answer;
+        answer->deleteLater();
+        // One that does not answer is busy, not gone.
+        const bool isSilent = reply.isError() && reply.error().type() == QDBusError::NoReply;
+        if (isSilent) {
+            QTimer::singleShot(kCheckingMilliseconds, this, &StatusBar::askForHost);
+            return;
+        }
+        setHost(!reply.isError() && reply.value().variant().toBool() ? Host::kThere : Host::kNone);
+    });
+}
+
+void StatusBar::setHost(Host host) {
+    if (std::exchange(host_, host) != host) Q_EMIT changed();
+}
+
 // Qt decides between the two kinds of status bar once, at the first touch of QSystemTrayIcon: so nothing of
 // it is touched before there is one, and only one of that kind counts from then on.
-bool StatusBar::isAvailable() {
-    if (kind == Kind::kNone)
-        kind = hasNotifierHost() ? Kind::kNotifierHost : hasXTray() ? Kind::kXTray : Kind::kNone;
+bool StatusBar::isAvailable() const {
+    if (kind == Kind::kNone && host_ != Host::kUnknown)
+        kind = host_ == Host::kThere ? Kind::kNotifierHost : hasXTray() ? Kind::kXTray : Kind::kNone;
     switch (kind) {
         case Kind::kNotifierHost:
-            return hasNotifierHost();
+            return host_ == Host::kThere;
         case Kind::kXTray:
             return hasXTray();
         case Kind::kNone:
@@ -84,6 +115,7 @@ bool StatusBar::isAvailable() {
 }
 
 StatusItem::StatusItem(QObject *parent) : QObject(parent) {
+    connect(&statusBar_, &StatusBar::changed, this, &StatusItem::look);
     connect(&lookAgain_, &QTimer::timeout, this, &StatusItem::look);
     lookAgain_.setInterval(kLookingMilliseconds);
 }
@@ -102,16 +134,19 @@ void StatusItem::setToolTip(const QString &text) {
     if (icon_) icon_->setToolTip(toolTip_);
 }
 
-void StatusItem::setMenu(QMenu *menu) {
+void StatusItem::setMenu(QMenu *menu, std::chrono::milliseconds patience) {
     menu_ = menu;
     showIfPossible();
     lookAgain_.start();
+    QTimer::singleShot(patience, this, [this] {
+        if (!icon_) Q_EMIT lost();
+    });
 }
 
 void StatusItem::look() {
     if (!icon_) {
         showIfPossible();
-    } else if (!StatusBar::isAvailable()) {
+    } else if (!statusBar_.isAvailable()) {
         icon_.reset();
         lookAgain_.setInterval(kLookingMilliseconds);
         Q_EMIT lost();
@@ -119,7 +154,7 @@ void StatusItem::look() {
 }
 
 void StatusItem::showIfPossible() {
-    if (icon_ || !menu_ || !StatusBar::isAvailable()) return;
+    if (icon_ || !menu_ || !statusBar_.isAvailable()) return;
     lookAgain_.setInterval(kCheckingMilliseconds);
     icon_ = std::make_unique<QSystemTrayIcon>(statusImage(image_));
     icon_->setToolTip(toolTip_);

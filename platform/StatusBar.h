@@ -3,16 +3,35 @@
 #include <QObject>
 #include <QSystemTrayIcon>
 #include <QTimer>
+#include <chrono>
 #include <memory>
 
 class QMenu;
 
-// The desktop's status bar and this program's items in it. UI thread only.
-class StatusBar {
+// The desktop's status bar: a StatusNotifierItem host, or an X11 system tray. Asks without waiting for the
+// answer. UI thread only.
+class StatusBar : public QObject {
+    Q_OBJECT
+
   public:
-    // Whether there is a status bar to show items in now: a StatusNotifierItem host, or an X11 system tray.
-    // Once there was one, only one of the same kind counts: the toolkit stays with that kind.
-    static bool isAvailable();
+    explicit StatusBar(QObject *parent = nullptr);
+
+    // Whether there is one to show items in, as far as it is known by now. A host that does not answer stays
+    // what it was; only one that goes is gone. Once there was a status bar, only one of the same kind counts:
+    // the toolkit stays with that kind.
+    bool isAvailable() const;
+
+  Q_SIGNALS:
+    // A host has come or gone. An X11 tray comes and goes without a word.
+    void changed();
+
+  private Q_SLOTS:
+    void askForHost();
+
+  private:
+    enum class Host { kUnknown, kNone, kThere };
+    void setHost(Host host);
+    Host host_ = Host::kUnknown;
 };
 
 // One item of the status bar: an image and a menu. Where there is no status bar, it appears as soon as there
@@ -27,8 +46,9 @@ class StatusItem : public QObject {
     // The name of an image, "online.png": the resources hold it in each size that status bars ask for.
     void setImage(const QString &name);
     QString image() const { return image_; }
-    // Not owned; to outlive the item. A left click opens it, too.
-    void setMenu(QMenu *menu);
+    // Not owned; to outlive the item. A left click opens it, too. The item appears from now on; lost() tells
+    // if it could not within `patience`: at a login the status bar may come later than this program.
+    void setMenu(QMenu *menu, std::chrono::milliseconds patience);
     void setToolTip(const QString &text);
     QString toolTip() const { return toolTip_; }
 
@@ -38,13 +58,14 @@ class StatusItem : public QObject {
     void imageChanged(const QIcon &image);
     // The item has just become visible in a status bar.
     void shown();
-    // The status bar has gone, and the item with it.
+    // The status bar has gone, and the item with it, or there was none from the beginning.
     void lost();
 
   private:
     void look();
     void showIfPossible();
 
+    StatusBar statusBar_;
     std::unique_ptr<QSystemTrayIcon> icon_;
     QTimer lookAgain_;
     QString image_;

@@ -109,21 +109,3 @@ QString beginning(const QString &text, qsizetype lines, qsizetype characters) {
     }
     return shortened(shortened(text, end - 1), characters);
 }
-
-QString breakable(const QString &text) {
-    constexpr qsizetype kLongWord = 32;  // characters that fit in every label
-    constexpr qsizetype kPiece = 8;
-    constexpr QChar kZeroWidthSpace(0x200B);
-    QString broken;
-    qsizetype length = 0;  // of the word so far, or of its last piece
-    for (const QChar c : text) {
-        if (c.isSpace()) length = 0;
-        if (length >= kLongWord && !c.isLowSurrogate() && !c.isMark()) {
-            broken += kZeroWidthSpace;
-            length = kLongWord - kPiece;
-        }
-        broken += c;
-        if (!c.isSpace()) ++length;
-    }
-    return broken;
-}

@@ -32,6 +32,3 @@ QString shortened(const QString &text, qsizetype limit);
 
 // At most so many lines and characters of `text`, with an ellipsis if something was left out.
 QString beginning(const QString &text, qsizetype lines, qsizetype characters);
-
-// The same to read, with places in its longest words (addresses, say) at which a label may break the line.
-QString breakable(const QString &text);

@@ -1,6 +1,7 @@
 #include "platform/UserDefaults.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QObject>
 #include <QStringList>
 #include <cstdio>
@@ -16,8 +17,11 @@ QString storeFile() {
 // Says what it did, or nothing if the file is fine or cannot be read at all.
 QString setAsideIfDamaged() {
     QFile file(storeFile());
-    if (!file.open(QIODevice::ReadOnly) || !UserDefaults::isDamaged(file.readAll())) return {};
-    file.close();
+    // To open a pipe would block.
+    if (!QFileInfo::exists(storeFile()) || QFileInfo(storeFile()).isFile()) {
+        if (!file.open(QIODevice::ReadOnly) || !UserDefaults::isDamaged(file.readAll())) return {};
+        file.close();
+    }
     QString aside;
     int number = 1;
     do {

@@ -10,8 +10,8 @@
 Waiting::Waiting(UiThread &ui, QObject *parent) : QObject(parent), ui_(ui) {}
 
 void Waiting::runUntilDone(const QString &whatFor, const std::function<void(std::stop_token)> &work) {
-    const auto outer = current_;
-    current_.emplace();
+    const std::stop_source stop = running_.emplace_back();
+    if (isOver_) running_.back().request_stop();
     QEventLoop loop;
     bool saidSo = false;
     QTimer patience;
@@ -24,22 +24,27 @@ void Waiting::runUntilDone(const QString &whatFor, const std::function<void(std:
 
     // The loop may be gone before the last hand-over is served.
     const auto waitingLoop = std::make_shared<QEventLoop *>(&loop);
-    std::thread worker([this, &work, waitingLoop, token = current_->get_token()] {
+    std::thread worker([this, &work, waitingLoop, token = stop.get_token()] {
         work(token);
         ui_.post([waitingLoop] {
             if (*waitingLoop) (*waitingLoop)->quit();
         });
     });
     loop.exec();
-    wasCancelled_ = current_->stop_requested();
-    current_->request_stop();  // for a loop that ended because the program does
+    wasCancelled_ = stop.stop_requested();
+    running_.back().request_stop();  // for a loop that ended because the program does
     worker.join();
     *waitingLoop = nullptr;
 
-    current_ = outer;
+    running_.pop_back();
     if (saidSo) Q_EMIT finished();
 }
 
 void Waiting::cancel() {
-    if (current_) current_->request_stop();
+    if (!running_.empty()) running_.back().request_stop();
+}
+
+void Waiting::end() {
+    isOver_ = true;
+    for (std::stop_source &stop : running_) stop.request_stop();
 }

@@ -5,6 +5,7 @@
 #include <functional>
 #include <optional>
 #include <stop_token>
+#include <vector>
 
 class UiThread;
 
@@ -33,6 +34,10 @@ class Waiting : public QObject {
 
     // Gives up on the wait in progress, if there is one.
     void cancel();
+    // Gives up on all waits, those to come included.
+    void end();
+    // Whether a wait is in progress.
+    bool isWaiting() const { return !running_.empty(); }
     // Whether the last wait that has ended was given up.
     bool wasCancelled() const { return wasCancelled_; }
 
@@ -46,6 +51,7 @@ class Waiting : public QObject {
     void runUntilDone(const QString &whatFor, const std::function<void(std::stop_token)> &work);
 
     UiThread &ui_;
-    std::optional<std::stop_source> current_;
+    std::vector<std::stop_source> running_;  // the innermost last
+    bool isOver_ = false;
     bool wasCancelled_ = false;
 };

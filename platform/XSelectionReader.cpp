@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -33,8 +35,13 @@ std::string fromLatin1(std::string_view bytes) {
 
 class Reader {
   public:
-    Reader(std::chrono::milliseconds limit, std::stop_token stop)
-        : limit_(limit), stop_(std::move(stop)), connection_(xcb_connect(nullptr, &screenNumber_)) {}
+    Reader(std::chrono::milliseconds limit, std::stop_token stop, std::chrono::milliseconds wholeLimit,
+           std::size_t mostBytes)
+        : limit_(limit),
+          stop_(std::move(stop)),
+          end_(Clock::now() + wholeLimit),
+          mostBytes_(mostBytes),
+          connection_(xcb_connect(nullptr, &screenNumber_)) {}
     ~Reader() { xcb_disconnect(connection_); }
     Reader(const Reader &) = delete;
     Reader &operator=(const Reader &) = delete;
@@ -44,10 +51,12 @@ class Reader {
         makeWindow();
         const Reply<xcb_get_selection_owner_reply_t> owner(xcb_get_selection_owner_reply(
             connection_, xcb_get_selection_owner(connection_, atom("CLIPBOARD")), nullptr));
-        if (!owner || owner->owner == XCB_NONE) return {};
+        if (!owner || owner->owner == XCB_NONE)
+            return {.state = PasteboardText::State::kNoText, .text = {}, .isOwned = false};
 
         const auto targets = convert(atom("TARGETS"));
         if (!targets.answered) return {PasteboardText::State::kNoAnswer, {}};
+        bool hasText = !targets.bytes;
         for (const char *name : kTextTargets) {
             const xcb_atom_t target = atom(name);
             // An owner that does not tell its targets is asked for the plain ones all the same.
@@ -55,17 +64,20 @@ class Reader {
                                : !holds(*targets.bytes, target)) {
                 continue;
             }
+            hasText = true;
             const auto text = convert(target);
+            if (text.isTooLarge) return {PasteboardText::State::kTooLarge, {}};
             if (!text.answered) return {PasteboardText::State::kNoAnswer, {}};
             if (!text.bytes) continue;
             return {PasteboardText::State::kText, decoded(*text.bytes, text.type)};
         }
-        return {};
+        return {hasText ? PasteboardText::State::kRefused : PasteboardText::State::kNoText, {}};
     }
 
   private:
     struct Conversion {
-        bool answered = false;             // the owner said something in time
+        bool answered = false;  // the owner said all that it had to say in time
+        bool isTooLarge = false;
         std::optional<std::string> bytes;  // what it sent, unless it refused
         xcb_atom_t type = XCB_NONE;
     };
@@ -103,10 +115,12 @@ class Reader {
 
     // The next event before the time limit, or nothing.
     Reply<xcb_generic_event_t> nextEvent() {
-        const auto end = Clock::now() + limit_;
+        const auto end = std::min(Clock::now() + limit_, end_);
         for (;;) {
+            // First: an owner that never ends always has an event waiting.
+            if (stop_.stop_requested() || Clock::now() >= end_) return nullptr;
             if (auto *event = xcb_poll_for_event(connection_)) return Reply<xcb_generic_event_t>(event);
-            if (xcb_connection_has_error(connection_) || stop_.stop_requested()) return nullptr;
+            if (xcb_connection_has_error(connection_)) return nullptr;
             const auto left =
                 std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
             if (left <= 0) return nullptr;
@@ -124,9 +138,9 @@ class Reader {
         return false;
     }
 
-    // Takes the property off the window, appends it to `bytes` and returns its type, or none if there is no
-    // property.
-    xcb_atom_t takeProperty(std::string &bytes) {
+    // Takes the property off the window, appends it to `bytes`, up to what is read at most, and returns its
+    // type, or none if there is no property. Nothing if the X server did not give it.
+    std::optional<xcb_atom_t> takeProperty(std::string &bytes) {
         constexpr std::uint32_t kWordsAtOnce = 256 * 1024;
         xcb_atom_t type = XCB_NONE;
         for (std::uint32_t offset = 0;; offset += kWordsAtOnce) {
@@ -135,11 +149,12 @@ class Reader {
                                        xcb_get_property(connection_, 0, window_, property_,
                                                         XCB_GET_PROPERTY_TYPE_ANY, offset, kWordsAtOnce),
                                        nullptr));
-            if (!reply || reply->type == XCB_NONE) break;
+            if (!reply) return std::nullopt;
+            if (reply->type == XCB_NONE) break;
             type = reply->type;
             bytes.append(static_cast<const char *>(xcb_get_property_value(reply.get())),
                          static_cast<std::size_t>(xcb_get_property_value_length(reply.get())));
-            if (reply->bytes_after == 0) break;
+            if (reply->bytes_after == 0 || bytes.size() > mostBytes_) break;
         }
         xcb_delete_property(connection_, window_, property_);
         xcb_flush(connection_);
@@ -161,27 +176,29 @@ class Reader {
             break;
         }
         std::string bytes;
-        result.type = takeProperty(bytes);
-        if (result.type == atom("INCR")) {
+        std::optional<xcb_atom_t> type = takeProperty(bytes);
+        if (type == atom("INCR")) {
             result.type = target;
             bytes.clear();
             // Parts follow, each when the one before has been taken off; an empty one is the end.
-            for (;;) {
-                if (!waitForNewProperty()) {
-                    result.answered = false;
-                    return result;
-                }
-                const std::size_t before = bytes.size();
-                if (const xcb_atom_t type = takeProperty(bytes); type != XCB_NONE) result.type = type;
-                if (bytes.size() == before) break;
+            for (std::size_t before = 0; bytes.size() <= mostBytes_; before = bytes.size()) {
+                type = waitForNewProperty() ? takeProperty(bytes) : std::nullopt;
+                if (!type || bytes.size() == before) break;
+                if (*type != XCB_NONE) result.type = *type;
             }
+        } else {
+            result.type = type.value_or(XCB_NONE);
         }
-        if (result.type != XCB_NONE) result.bytes = std::move(bytes);
+        result.answered = type.has_value();
+        result.isTooLarge = bytes.size() > mostBytes_;
+        if (result.answered && result.type != XCB_NONE) result.bytes = std::move(bytes);
         return result;
     }
 
     std::chrono::milliseconds limit_;
     std::stop_token stop_;
+    Clock::time_point end_;
+    std::size_t mostBytes_;
     int screenNumber_ = 0;
     xcb_connection_t *connection_;
     xcb_window_t window_ = XCB_NONE;
@@ -190,6 +207,11 @@ class Reader {
 
 }  // namespace
 
-PasteboardText readXSelection(std::chrono::milliseconds limit, std::stop_token stop) {
-    return Reader(limit, std::move(stop)).read();
+PasteboardText readXSelection(std::chrono::milliseconds limit, std::stop_token stop,
+                              std::chrono::milliseconds wholeLimit, std::size_t mostBytes) {
+    try {
+        return Reader(limit, std::move(stop), wholeLimit, mostBytes).read();
+    } catch (const std::bad_alloc &) {
+        return {PasteboardText::State::kTooLarge, {}};
+    }
 }

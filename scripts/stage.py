@@ -181,7 +181,7 @@ def desktop(has_status_bar=True):
         commands["org.kde.StatusNotifierWatcher"] = xfce_panel.COMMAND
     if IS_DARK:
         make_frames_dark(home)
-        commands["org.freedesktop.portal.Desktop"] = [sys.executable, os.path.join(SUPPORT, "dark_portal.py")]
+        commands["org.freedesktop.portal.Desktop"] = [sys.executable, str(pathlib.Path(__file__).with_name("dark_portal.py"))]
     services = [subprocess.Popen(command, stdin=subprocess.DEVNULL, env=environment) for command in commands.values()]
     try:
         for name in commands:

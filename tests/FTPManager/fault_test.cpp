@@ -1,16 +1,17 @@
-#include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <thread>
 
-#include "FTPManager/FTPManager.h"
+#include "Client.h"
 #include "LogCapture.h"
 #include "support/Listener.h"
+#include "support/Proxy.h"
 #include "support/ScriptedFtpServer.h"
+#include "support/StorageProcess.h"
+#include "support/TemporaryFolder.h"
 
 namespace {
 
@@ -21,73 +22,143 @@ using testing::IsEmpty;
 
 const std::string kStreamError = "ftp stream failed: general stream error (check credentials?)";
 
-/// A manager and reads over one transport, towards a server on loopback.
-struct Client {
-    explicit Client(std::uint16_t serverPort, TransportLimits limits = {})
-        : port(serverPort),
-          transport(std::make_shared<FTPTransport>(TransportOptions{.limits = limits, .caFile = {}})),
-          manager(transport) {}
-
-    bool upload(std::string_view text, std::stop_token cancelled = {}) {
-        FMServer server = FMServer::serverWithDestination("127.0.0.1/htdocs", "u", "p");
-        server.port = port;
-        return manager.uploadData(text, "n", &server, std::move(cancelled));
-    }
-    std::optional<std::string> read(std::stop_token cancelled = {}) {
-        return stringWithContentsOfURL("ftp://u:p@127.0.0.1:" + std::to_string(port) + "/htdocs/n",
-                                       *transport, std::move(cancelled));
-    }
-
-    const std::uint16_t port;
-    const std::shared_ptr<FTPTransport> transport;
-    FTPManager manager;
-};
-
 std::vector<std::string> verbs(const ScriptedFtpServer &server) {
     std::vector<std::string> all = server.commands();
     for (std::string &line : all) line = line.substr(0, line.find(' '));
     return all;
 }
 
-TEST(Fault, FailsTheUploadAndTheRead) {
-    const Faults faults = {
-        {.at = "greeting", .hangsUp = true},
-        {.at = "greeting", .reply = "421 Too many clients.", .hangsUp = true},
-        {.at = "greeting", .reply = "not FTP at all", .hangsUp = true},
-        {.at = "PASS", .reply = "530 No."},
-        {.at = "EPSV", .hangsUp = true},
-        {.at = "STOR", .reply = "550 No."},
-        {.at = "RETR", .reply = "550 No."},
-        {.at = "data", .hangsUp = true},
-        {.at = "done", .reply = "552 Disk full."},
-        {.at = "done", .reply = "426 Torn."},
-        {.at = "done", .hangsUp = true},
+TEST(Text, SaysWhyThereIsNone) {
+    using State = FTPText::State;
+    struct Row {
+        Fault fault;
+        State state = State::kFailed;
+        std::string content = "content";
     };
-    LogCapture log;
-    for (const Fault &fault : faults) {
-        SCOPED_TRACE(fault.at + " " + fault.reply);
-        ScriptedFtpServer server(Faults{fault});
-        server.setFile("htdocs/n", "content");
+    const std::string opening = "150 Opening BINARY mode data connection for n(9 bytes) ";
+    const std::vector<Row> rows = {
+        {{.at = "RETR", .reply = "550 No."}, State::kRefused},
+        {{.at = "PASS", .reply = "530 No."}, State::kRefused},
+        {{.at = "PASS", .reply = "430 Not now."}},
+        {{.at = "RETR", .reply = "450 Not now."}},
+        {{.at = "RETR", .hangsUp = true}},
+        {{.at = "greeting", .reply = "421 Too many clients.", .hangsUp = true}},
+        {{.at = "EPSV", .stalls = true}},
+        {{.at = "data", .hangsUp = true}},
+        {{.at = "done", .reply = "551 Disk trouble."}},
+        {{.at = "RETR", .reply = opening + "(8 bytes)."}},
+        {{.at = "RETR", .reply = opening + "(7 bytes)"}, State::kText},
+        {{.at = "RETR", .reply = opening + "(3 bytes)."}, State::kText},
+        {{.at = "RETR", .reply = "150 Opening ASCII mode data connection for n (8 bytes)."}, State::kText},
+        {{.at = "RETR", .reply = "150 n (900 bytes) follows."}, State::kText},
+        {{.at = ""}, State::kNotText, "half a sign \xE2\x82"},
+        {{.at = ""}, State::kNotText, "a\xC0\x80"},
+        {{.at = ""}, State::kText, std::string(100, 'x')},
+        {{.at = ""}, State::kTooLarge, std::string(101, 'x')},
+    };
+    const auto read = [](Client &client, std::stop_token cancelled = {}) {
+        return textWithContentsOfURL(client.url("n"), *client.transport, std::move(cancelled));
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.fault.at + " " + row.fault.reply + " " + row.content);
+        ScriptedFtpServer server(Faults{row.fault});
+        server.setFile("htdocs/n", row.content);
+        Client client(server.port(), {.idleTimeout = 500ms, .mostTextBytes = 100});
+        const FTPText text = read(client);
+        EXPECT_EQ(text.state, row.state);
+        EXPECT_EQ(text.text, row.state == State::kText ? std::optional(row.content) : std::nullopt);
+        EXPECT_EQ(text.bytes, row.state == State::kNotText ? row.content : "");
+        TemporaryFolder local;
+        const bool isWhole = text.state != State::kRefused && text.state != State::kFailed;
+        EXPECT_EQ(client.manager.downloadFile("n", local.path(), &client.server), isWhole);
+    }
+    Client nowhere(Listener(0).port());
+    EXPECT_EQ(read(nowhere).state, State::kFailed);
+    std::stop_source stopped;
+    stopped.request_stop();
+    EXPECT_EQ(read(nowhere, stopped.get_token()).state, State::kCancelled);
+    for (const std::string url :
+         {"ftp://h/a%0D%0A", "ftp://h", "ftp://h/f/", "ftp://h/f/%2e%2e", "file:///etc/passwd"})
+        EXPECT_EQ(textWithContentsOfURL(url, *nowhere.transport).state, State::kRefused) << url;
+}
+
+TEST(Existence, IsAskedWithoutADataConnection) {
+    struct Row {
+        Fault fault;
+        std::optional<bool> exists;
+        std::optional<bool> absentExists;
+    };
+    for (const Row &row :
+         {Row{{.at = ""}, true, false}, Row{{.at = "TYPE", .reply = "504 No."}, true, false},
+          Row{{.at = "SIZE", .reply = "502 Not here."}, true, false},
+          Row{{.at = "SIZE", .reply = "450 Not now."}, {}, {}},
+          Row{{.at = "SIZE", .reply = "553 Not that name."}, {}, {}},
+          Row{{.at = "SIZE", .hangsUp = true}, {}, {}}, Row{{.at = "PASS", .reply = "530 No."}, {}, {}}}) {
+        SCOPED_TRACE(row.fault.at + " " + row.fault.reply);
+        ScriptedFtpServer server(Faults{row.fault});
+        server.setFile("htdocs/n", std::string(1'000'000, 'x'));
         Client client(server.port());
-        if (fault.at != "RETR") {
-            EXPECT_FALSE(client.upload("x"));
-            EXPECT_THAT(log.take(), ElementsAre(kStreamError));
-        }
-        if (fault.at != "STOR") {
-            EXPECT_EQ(client.read(), std::nullopt);
-            EXPECT_THAT(log.take(), IsEmpty());
-        }
+        EXPECT_EQ(fileExistsAtURL(client.url("n"), *client.transport), row.exists);
+        EXPECT_EQ(fileExistsAtURL(client.url("absent"), *client.transport), row.absentExists);
+        if (!row.fault.at.empty()) continue;
+        EXPECT_THAT(verbs(server), ElementsAre("USER", "PASS", "PWD", "TYPE", "SIZE", "TYPE", "SIZE"));
+        ASSERT_TRUE(client.upload("x"));
+        EXPECT_EQ(server.connectionCount(), 1);
     }
 }
 
-TEST(Fault, OfTheContentReadsAsNothingAndNothingIsCut) {
-    ScriptedFtpServer server(Faults{{.at = "RETR", .reply = "150 Opening connection for n (5 bytes)."}});
-    Client client(server.port());
-    server.setFile("htdocs/n", "longer than announced");
-    EXPECT_EQ(client.read(), "longer than announced");
-    for (const std::string bad : {"half a sign \xE2\x82", "\xFF", "a\xC0\x80"}) {
-        server.setFile("htdocs/n", bad);
-        EXPECT_EQ(client.read(), std::nullopt) << testing::PrintToString(bad);
+TEST(IdleConnection, ThatHasGoneSilentIsReplaced) {
+    const TransportLimits limits{.reuseTimeout = 1s};
+    EXPECT_LE(TransportLimits().reuseTimeout, 5s);
+    for (const bool isUpload : {true, false}) {
+        StorageProcess storage;
+        Proxy proxy(storage.port());
+        Client client(proxy.port(), limits, StorageProcess::kUser, StorageProcess::kPassword);
+        ASSERT_TRUE(client.upload("1"));
+        proxy.swallow();
+        Clock::time_point start = Clock::now();
+        if (isUpload) {
+            EXPECT_TRUE(client.upload("1"));
+        } else {
+            EXPECT_EQ(client.read(), "1");
+        }
+        EXPECT_GE(Clock::now() - start, 900ms);
+        EXPECT_LT(Clock::now() - start, 4s);
+        start = Clock::now();
+        EXPECT_EQ(client.read(), "1");
+        EXPECT_LT(Clock::now() - start, 900ms) << "the new connection is used from now on";
+        EXPECT_EQ(proxy.connectionCount(), 2);
+    }
+    // Once the server has begun to answer, only the idle limit counts.
+    ScriptedFtpServer slow(Faults{{.at = "STOR", .delay = 600ms}, {.at = "RETR", .delay = 600ms}});
+    Client client(slow.port(), {.reuseTimeout = 400ms});
+    ASSERT_TRUE(client.upload("1"));
+    EXPECT_TRUE(client.upload("2"));
+    EXPECT_EQ(client.read(), "2");
+    EXPECT_EQ(slow.connectionCount(), 1);
+}
+
+TEST(IdleConnection, IsNotUsedAgainWhenItIsOld) {
+    ScriptedFtpServer server;
+    Client client(server.port(), {.mostIdle = 0ms});
+    ASSERT_TRUE(client.upload("1"));
+    EXPECT_TRUE(client.upload("2"));
+    EXPECT_EQ(server.connectionCount(), 2);
+    EXPECT_TRUE(server.waitUntilAt("end")) << "it is closed";
+}
+
+TEST(NewFolder, IsNeverAskedForTwice) {
+    for (const Fault &fault :
+         {Fault{.at = "MKD", .hangsUp = true}, Fault{.at = "MKD", .stalls = true},
+          Fault{.at = "MKD", .reply = "332 Account?"}, Fault{.at = "MKD", .reply = "350 And then?"},
+          Fault{.at = "NOOP", .hangsUp = true, .times = 1},
+          Fault{.at = "NOOP", .reply = "421 Good night.", .hangsUp = true, .times = 1}}) {
+        SCOPED_TRACE(fault.at + fault.reply);
+        ScriptedFtpServer server(Faults{fault});
+        Client client(server.port(), {.idleTimeout = 500ms});
+        ASSERT_TRUE(client.upload("1"));
+        EXPECT_EQ(client.manager.createNewFolder("f", &client.server), fault.at == "NOOP");
+        EXPECT_EQ(std::ranges::count(verbs(server), "MKD"), 1);
     }
 }
 
@@ -140,38 +211,6 @@ TEST(IdleConnection, IsNotTriedAgainAfterARefusalOrOnceBytesHaveMoved) {
     EXPECT_TRUE(client.upload("4")) << "on a new connection";
 }
 
-TEST(SlowServer, IsWaitedForAsLongAsItAnswers) {
-    Faults delays;
-    for (const std::string at :
-         {"greeting", "USER", "PASS", "PWD", "EPSV", "TYPE", "STOR", "RETR", "data", "done"})
-        delays.push_back({.at = at, .delay = 300ms});
-    ScriptedFtpServer server(delays);
-    Client client(server.port(), {.connectTimeout = 500ms, .idleTimeout = 2000ms});
-    EXPECT_TRUE(client.upload("text"));
-    EXPECT_EQ(client.read(), "text");
-}
-
-TEST(MuteServer, IsGivenUpAfterTheIdleLimit) {
-    LogCapture log;
-    for (const std::string at : {"greeting", "PASS", "EPSV", "STOR", "RETR", "data", "done"}) {
-        SCOPED_TRACE(at);
-        ScriptedFtpServer server(Faults{{.at = at, .stalls = true}});
-        server.setFile("htdocs/n", "content");
-        Client client(server.port(), {.connectTimeout = 10s, .idleTimeout = 400ms});
-        const Clock::time_point start = Clock::now();
-        if (at != "RETR") {
-            // More than the sockets' buffers take.
-            EXPECT_FALSE(client.upload(std::string(at == "data" ? 30'000'000 : 5, 'x')));
-            EXPECT_THAT(log.take(), ElementsAre(kStreamError));
-        }
-        if (at != "STOR") {
-            EXPECT_EQ(client.read(), std::nullopt);
-        }
-        EXPECT_GE(Clock::now() - start, 400ms);
-        EXPECT_LT(Clock::now() - start, 6s);
-    }
-}
-
 TEST(MuteServer, DoesNotHoldUpTheEndOfTheTransport) {
     ScriptedFtpServer server(Faults{{.at = "QUIT", .stalls = true}});
     std::optional<Client> client(std::in_place, server.port());
@@ -184,7 +223,6 @@ TEST(MuteServer, DoesNotHoldUpTheEndOfTheTransport) {
 TEST(UnreachableServer, IsGivenUpAfterTheConnectLimit) {
     // A listener whose queue is full: the kernel drops further connections without a word.
     std::optional<Listener> listener(std::in_place, 0);
-    ASSERT_TRUE(listener->isListening());
     std::vector<int> queued;
     for (int i = 0; i < 4; ++i) queued.push_back(listener->connectWithoutWaiting());
     Client client(listener->port(), {.connectTimeout = 400ms, .idleTimeout = 60s});
@@ -194,16 +232,32 @@ TEST(UnreachableServer, IsGivenUpAfterTheConnectLimit) {
     EXPECT_LT(Clock::now() - start, 5s);
     for (const int descriptor : queued) close(descriptor);
     listener.reset();
+    LogCapture log;
     EXPECT_FALSE(client.upload("x")) << "nobody listens there any more";
+    EXPECT_THAT(log.take(), ElementsAre(kStreamError));
 }
 
 TEST(Cancelling, EndsAnOperationAtOnceWhereverItIs) {
+    struct Row {
+        std::vector<std::string> points;
+        std::function<bool(Client &, std::stop_token)> run;
+    };
+    const std::vector<Row> operations = {
+        {{"greeting", "PASS", "EPSV", "STOR", "data", "done"},
+         [](Client &c, std::stop_token stop) { return c.upload("text", std::move(stop)); }},
+        {{"greeting", "PASS", "EPSV", "RETR", "data", "done"},
+         [](Client &c, std::stop_token stop) { return c.read(std::move(stop)).has_value(); }},
+        {{"greeting", "DELE", "QUIT"},
+         [](Client &c, std::stop_token stop) { return c.manager.deleteFile("a.b", &c.server, stop); }},
+        {{"SITE"},
+         [](Client &c, std::stop_token stop) { return c.manager.chmodFileNamed("n", 644, &c.server, stop); }},
+        {{"PASS"}, [](Client &c, std::stop_token stop) { return c.manager.checkLogin(&c.server, stop); }},
+    };
     LogCapture log;
-    for (const std::string at : {"greeting", "PASS", "EPSV", "STOR", "RETR", "data", "done"}) {
-        for (const bool isUpload : {true, false}) {
-            if (at == (isUpload ? "RETR" : "STOR")) continue;
-            SCOPED_TRACE(at + (isUpload ? " upload" : " read"));
-            ScriptedFtpServer server(Faults{{.at = at, .stalls = true}});
+    for (const Row &row : operations) {
+        for (const std::string &at : row.points) {
+            SCOPED_TRACE(at);
+            ScriptedFtpServer server(Faults{{.at = at, .stalls = true, .times = 1}});
             server.setFile("htdocs/n", "content");
             Client client(server.port());
             std::stop_source source;
@@ -213,26 +267,31 @@ TEST(Cancelling, EndsAnOperationAtOnceWhereverItIs) {
                 cancelledAt = Clock::now();
                 source.request_stop();
             });
-            if (isUpload) {
-                EXPECT_FALSE(client.upload("text", source.get_token()));
-            } else {
-                EXPECT_EQ(client.read(source.get_token()), std::nullopt);
-            }
+            EXPECT_FALSE(row.run(client, source.get_token()));
             const Clock::time_point ended = Clock::now();
             canceller.join();
             EXPECT_LT(ended - cancelledAt, 400ms);
+            server.forgetCommands();
+            EXPECT_FALSE(row.run(client, source.get_token()));
+            EXPECT_THAT(server.commands(), IsEmpty());
+            EXPECT_TRUE(client.upload("text"));
         }
+        // Before there is a connection: the listener's queue is full.
+        Listener listener(0);
+        std::vector<int> queued;
+        for (int i = 0; i < 4; ++i) queued.push_back(listener.connectWithoutWaiting());
+        Client client(listener.port());
+        std::stop_source source;
+        std::jthread canceller([&] {
+            std::this_thread::sleep_for(100ms);
+            source.request_stop();
+        });
+        const Clock::time_point start = Clock::now();
+        EXPECT_FALSE(row.run(client, source.get_token()));
+        EXPECT_LT(Clock::now() - start, 900ms);
+        for (const int descriptor : queued) close(descriptor);
     }
     EXPECT_THAT(log.take(), IsEmpty()) << "giving up is no failure of the stream";
-
-    ScriptedFtpServer server;
-    Client client(server.port());
-    std::stop_source source;
-    source.request_stop();
-    EXPECT_FALSE(client.upload("text", source.get_token()));
-    EXPECT_EQ(client.read(source.get_token()), std::nullopt);
-    EXPECT_THAT(server.commands(), IsEmpty());
-    EXPECT_TRUE(client.upload("text"));
 }
 
 TEST(Cancelling, LooksLikeNoEndOfTheFileToTheServer) {

@@ -25,7 +25,10 @@ const std::string kContent(100'000, 'x');
 
 /// One server that misbehaves once, and a client of it.
 struct Case {
-    explicit Case(const Fault &fault) : server(Faults{fault}) {
+    explicit Case(const Fault &fault, TlsMode tls = TlsMode::kOff)
+        : server(Faults{fault}),
+          manager(
+              std::make_shared<FTPTransport>(TransportOptions{.limits = kLimits, .tls = tls, .caFile = {}})) {
         descriptor.port = server.port();
         server.setFile("htdocs/there", kContent);
         server.setFile("htdocs/old.txt", "old");
@@ -33,14 +36,8 @@ struct Case {
 
     ScriptedFtpServer server;
     FMServer descriptor = FMServer::serverWithDestination("127.0.0.1/htdocs", "u", "p");
-    FTPManager manager{
-        std::make_shared<FTPTransport>(TransportOptions{.limits = kLimits, .tls = {}, .caFile = {}})};
+    FTPManager manager;
     TemporaryFolder local;
-
-    std::string localContent() const {
-        std::ifstream file(local.path() / "there", std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
 };
 
 /// An operation, the points that it passes, and whether its success is one.
@@ -61,7 +58,7 @@ const std::vector<Operation> kOperations = {
     {"download",
      {"PWD", "EPSV", "TYPE", "SIZE", "RETR", "data", "done"},
      [](Case &c) { return c.manager.downloadFile("there", c.local.path(), &c.descriptor); },
-     [](Case &c) { return c.localContent() == kContent; }},
+     [](Case &c) { return contentOf(c.local.path() / "there") == kContent; }},
     {"listing",
      {"PWD", "CWD", "EPSV", "TYPE", "LIST", "data", "done"},
      [](Case &c) {
@@ -205,20 +202,29 @@ TEST(OddButRightReplies, AreUnderstood) {
 TEST(SurplusReply, NeverPassesForTheNext) {
     LogCapture log;
     std::vector<std::function<void()>> cases;
-    for (const auto &[point, reply] : std::vector<std::pair<std::string, std::string>>{
-             {"PASS", "230 Welcome."}, {"TYPE", "200 Well."}, {"done", "226 Done."}, {"STOR", "150 Send."}}) {
-        for (const std::string surplus : {"226 And done.", "550 Or not.", "331 Again?"}) {
-            cases.emplace_back([point, reply, surplus] {
-                Case c({.at = point, .reply = reply + "\r\n" + surplus, .times = 1});
-                // A name for each: one that has failed may still be stored late.
-                for (const std::string name : {"0", "1", "2", "3"}) {
-                    if (c.manager.uploadData(name, name, &c.descriptor)) {
-                        EXPECT_EQ(c.server.file("htdocs/" + name), name) << point << " " << surplus;
+    for (const auto &[point, reply] :
+         std::vector<std::pair<std::string, std::string>>{{"PASS", "230 Welcome."},
+                                                          {"PWD", "257 \"/\" is the folder."},
+                                                          {"TYPE", "200 Well."},
+                                                          {"done", "226 Done."},
+                                                          {"STOR", "150 Send."}}) {
+        for (const std::string surplus : {"226 And done.", "257 And made.", "550 Or not.", "331 Again?"}) {
+            for (const TlsMode tls : {TlsMode::kOff, TlsMode::kTry}) {
+                cases.emplace_back([=] {
+                    Case c({.at = point, .reply = reply + "\r\n" + surplus, .times = 1}, tls);
+                    // A name for each: one that has failed may still be stored late.
+                    for (const std::string name : {"0", "1", "2", "3"}) {
+                        if (c.manager.createNewFolder(name, &c.descriptor)) {
+                            EXPECT_TRUE(c.server.hasFolder("htdocs/" + name)) << point << " " << surplus;
+                        }
+                        if (c.manager.uploadData(name, name, &c.descriptor)) {
+                            EXPECT_EQ(c.server.file("htdocs/" + name), name) << point << " " << surplus;
+                        }
                     }
-                }
-                EXPECT_TRUE(c.manager.uploadData("last", "n", &c.descriptor)) << point << " " << surplus;
-                EXPECT_EQ(c.server.file("htdocs/n"), "last");
-            });
+                    EXPECT_TRUE(c.manager.uploadData("last", "n", &c.descriptor)) << point << " " << surplus;
+                    EXPECT_EQ(c.server.file("htdocs/n"), "last");
+                });
+            }
         }
     }
     runAll(cases);
@@ -226,10 +232,12 @@ TEST(SurplusReply, NeverPassesForTheNext) {
 
 TEST(EarlyReply, IsNoConfirmationOfAnUpload) {
     LogCapture log;
-    Case c({.at = "STOR", .reply = "150 Send.\r\n226 Stored.", .times = 1});
-    // Said together with the first reply, before the file has come; what follows may be a refusal.
-    EXPECT_FALSE(c.manager.uploadData(kContent, "new", &c.descriptor));
-    EXPECT_TRUE(c.manager.uploadData(kContent, "new", &c.descriptor));
+    for (const TlsMode tls : {TlsMode::kOff, TlsMode::kTry}) {
+        Case c({.at = "STOR", .reply = "150 Send.\r\n226 Stored.", .times = 1}, tls);
+        // Said together with the first reply, before the file has come; what follows may be a refusal.
+        EXPECT_FALSE(c.manager.uploadData(kContent, "new", &c.descriptor));
+        EXPECT_TRUE(c.manager.uploadData(kContent, "new", &c.descriptor));
+    }
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -8,18 +7,18 @@
 #include <fstream>
 #include <thread>
 
+#include "Client.h"
 #include "FTPManager/ControlConnection.h"
-#include "FTPManager/FTPManager.h"
 #include "LogCapture.h"
 #include "support/Listener.h"
 #include "support/ScriptedFtpServer.h"
-#include "support/StorageServer.h"
 #include "support/TemporaryFolder.h"
 
 namespace {
 
 using namespace std::chrono_literals;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Optional;
 using Clock = std::chrono::steady_clock;
@@ -28,21 +27,14 @@ constexpr TransportLimits kQuickLimits{.connectTimeout = 2s, .idleTimeout = 400m
 
 class Operations : public testing::Test {
   protected:
-    Operations() {
-        server.port = scripted.port();
-        std::ofstream(local.path() / "file") << "content";
-    }
+    Operations() { std::ofstream(local.path() / "file") << "content"; }
 
     std::filesystem::path localFile(const std::string &name) const { return local.path() / name; }
-    std::string localContent(const std::string &name) const {
-        std::ifstream file(localFile(name), std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
 
     ScriptedFtpServer scripted;
-    FMServer server = FMServer::serverWithDestination("127.0.0.1/htdocs", "u", "p");
-    FTPManager manager{std::make_shared<FTPTransport>(
-        TransportOptions{.limits = kQuickLimits, .tls = TlsMode::kOff, .caFile = {}})};
+    Client client{scripted.port(), kQuickLimits};
+    FMServer &server = client.server;
+    FTPManager &manager = client.manager;
     TemporaryFolder local;
     LogCapture log;
 };
@@ -56,6 +48,11 @@ TEST_F(Operations, SendNothingAndLeaveNothingForBadInput) {
     const std::vector<Call> calls = {
         {"download",
          [&](auto &name, auto *to) { return manager.downloadFile(name, local.path() / "in", to); }},
+        {"text",
+         [&](auto &name, auto *to) {
+             return manager.uploadData(name ? std::optional<std::string_view>("x") : std::nullopt,
+                                       name.value_or("n"), to);
+         }},
         {"folder", [&](auto &name, auto *to) { return manager.createNewFolder(name, to); }},
         {"delete", [&](auto &name, auto *to) { return manager.deleteFileNamed(name, to); }, true},
         {"delete nested", [&](auto &name, auto *to) { return manager.deleteFile(name, to); }, true},
@@ -105,7 +102,7 @@ TEST_F(Operations, SendNothingAndLeaveNothingForBadInput) {
 
     EXPECT_EQ(scripted.connectionCount(), 0);
     EXPECT_TRUE(std::filesystem::is_empty(local.path() / "in"));
-    EXPECT_EQ(localContent("file"), "content");
+    EXPECT_EQ(contentOf(localFile("file")), "content");
     EXPECT_EQ(manager.fileSizeOf(localFile("file")), 7U);
     EXPECT_EQ(manager.fileSizeOf(localFile("absent")), 0U);
 }
@@ -129,7 +126,7 @@ TEST_F(Operations, ReportLocalFailuresAndLeaveNoPart) {
     EXPECT_FALSE(manager.downloadFile("absent", local.path(), &server));
     EXPECT_FALSE(std::filesystem::exists(localFile("absent")));
     EXPECT_TRUE(manager.downloadFile("n", local.path(), &server));
-    EXPECT_EQ(localContent("n"), "content");
+    EXPECT_EQ(contentOf(localFile("n")), "content");
 }
 
 class Recorder : public FTPManagerDelegate {
@@ -179,21 +176,19 @@ TEST(DownloadSize, ThatTheServerGetsWrongNeitherCutsNorDeceives) {
         SCOPED_TRACE(answer.reply);
         ScriptedFtpServer scripted(Faults{{.at = "SIZE", .reply = answer.reply}});
         scripted.setFile("htdocs/n", "content");
-        FMServer server = FMServer::serverWithDestination("127.0.0.1/htdocs", "u", "p");
-        server.port = scripted.port();
+        Client client(scripted.port());
         Recorder recorder;
-        FTPManager manager;
-        manager.delegate = &recorder;
+        client.manager.delegate = &recorder;
         TemporaryFolder local;
         LogCapture log;
-        EXPECT_EQ(manager.downloadFile("n", local.path(), &server), answer.succeeds);
+        EXPECT_EQ(client.manager.downloadFile("n", local.path(), &client.server), answer.succeeds);
         EXPECT_EQ(std::filesystem::exists(local.path() / "n"), answer.succeeds);
         if (answer.succeeds) {
             EXPECT_EQ(std::filesystem::file_size(local.path() / "n"), 7U);
         }
-        EXPECT_TRUE(manager.createNewFolder("folder", &server));
-        EXPECT_FALSE(manager.createNewFolder("folder", &server));
-        EXPECT_TRUE(manager.uploadData("x", "m", &server));
+        EXPECT_TRUE(client.manager.createNewFolder("folder", &client.server));
+        EXPECT_FALSE(client.manager.createNewFolder("folder", &client.server));
+        EXPECT_TRUE(client.upload("x"));
         EXPECT_EQ(scripted.connectionCount(), 1) << "a refusal costs no connection";
         ASSERT_GE(recorder.downloads.size(), 2U);
         for (const auto &progress : recorder.downloads) {
@@ -207,25 +202,20 @@ TEST(DataAddress, ThatTheServerGetsWrongIsNotBelieved) {
     // Without EPSV, the scripted server tells an address where nobody answers.
     for (const std::string refusal : {"500 What?", "522 Network protocol not supported."}) {
         ScriptedFtpServer scripted(Faults{{.at = "EPSV", .reply = refusal}});
-        FMServer server = FMServer::serverWithDestination("127.0.0.1/htdocs", "u", "p");
-        server.port = scripted.port();
-        FTPManager manager;
-        EXPECT_TRUE(manager.uploadData("x", "n", &server));
-        EXPECT_THAT(manager.contentsOfServer(&server), Optional(testing::SizeIs(1)));
+        Client client(scripted.port());
+        EXPECT_TRUE(client.upload("x"));
+        EXPECT_THAT(client.manager.contentsOfServer(&client.server), Optional(testing::SizeIs(1)));
     }
     for (const std::string reply :
          {"227 Passive (1,2,3).", "227 Passive.", "227 Passive (999,999,999,999,999,999).",
           "227 Passive (127,0,0,1,0,1).", "229 Passive (|||1|)", "200 Yes."}) {
         ScriptedFtpServer scripted(Faults{{.at = "EPSV", .reply = "500 What?", .times = 1},
                                           {.at = "PASV", .reply = reply, .times = 1}});
-        FMServer server = FMServer::serverWithDestination("127.0.0.1/htdocs", "u", "p");
-        server.port = scripted.port();
-        FTPManager manager(std::make_shared<FTPTransport>(
-            TransportOptions{.limits = kQuickLimits, .tls = TlsMode::kOff, .caFile = {}}));
+        Client client(scripted.port(), kQuickLimits);
         const Clock::time_point start = Clock::now();
-        EXPECT_FALSE(manager.uploadData("x", "n", &server)) << reply;
+        EXPECT_FALSE(client.upload("x")) << reply;
         EXPECT_LT(Clock::now() - start, 5s) << reply;
-        EXPECT_TRUE(manager.uploadData("x", "n", &server)) << reply;
+        EXPECT_TRUE(client.upload("x")) << reply;
     }
 }
 
@@ -249,9 +239,9 @@ TEST_F(Operations, AbortEndsEachTransferAsIfItHadSucceeded) {
         ScriptedFtpServer stalling(Faults{{.at = operation.at, .stalls = true, .times = 1}});
         stalling.setFile("htdocs/n", std::string(200'000, 'x'));
         stalling.setFile("htdocs/m", "");
-        FMServer target = server;
-        target.port = stalling.port();
-        FTPManager patient;
+        Client patientClient(stalling.port());
+        const FMServer &target = patientClient.server;
+        FTPManager &patient = patientClient.manager;
         patient.abort();  // nothing runs
         std::jthread aborter([&] {
             EXPECT_TRUE(stalling.waitUntilAt(operation.at));
@@ -272,15 +262,27 @@ TEST_F(Operations, AreAbortedFromTheirDelegateToo) {
     scripted.setFile("htdocs/n", std::string(2'000'000, 'x'));
     Recorder recorder;
     manager.delegate = &recorder;
-    recorder.onProgress = [&] { manager.abort(); };
+    bool startedFromWithin = false;
+    recorder.onProgress = [&] {
+        startedFromWithin |= manager.uploadData("x", "again", &server) || manager.deleteFile("n", &server);
+        manager.abort();
+    };
     EXPECT_TRUE(manager.downloadFile("n", local.path(), &server));
     EXPECT_LT(std::filesystem::file_size(localFile("n")), 2'000'000U) << "what had come stays";
     EXPECT_TRUE(manager.uploadData(std::string(2'000'000, 'y'), "n", &server));
     ASSERT_TRUE(scripted.waitUntilAt("done"));
     EXPECT_EQ(scripted.file("htdocs/n"), std::string(2'000'000, 'x'))
         << "the server took no part for the whole";
+    EXPECT_FALSE(startedFromWithin) << "it would wait for itself";
+    EXPECT_THAT(log.take(), testing::Each(HasSubstr("cannot start another one")));
+    recorder.onProgress = {};
+    recorder.uploads.clear();
+    EXPECT_TRUE(manager.uploadData(std::string(100'000, 'x'), "n", &server));
+    ASSERT_GE(recorder.uploads.size(), 4U);
+    EXPECT_EQ(recorder.uploads.front()->bytesProcessed, 32768U);
+    EXPECT_EQ(recorder.uploads.back()->fileSizeProcessed, 100'000U);
+    EXPECT_FLOAT_EQ(recorder.uploads.back()->progress, 1);
     manager.delegate = nullptr;
-    EXPECT_THAT(log.take(), IsEmpty());
 }
 
 TEST_F(Operations, SayNoMoreThanTheyNeedOnAWarmConnection) {
@@ -292,7 +294,7 @@ TEST_F(Operations, SayNoMoreThanTheyNeedOnAWarmConnection) {
     scripted.forgetCommands();
     EXPECT_TRUE(manager.uploadFile(localFile("file"), &server));
     EXPECT_TRUE(manager.createNewFolder("folder", &server));
-    EXPECT_THAT(scripted.commands(), ElementsAre("EPSV", "STOR htdocs/file", "MKD htdocs/folder"));
+    EXPECT_THAT(scripted.commands(), ElementsAre("EPSV", "STOR htdocs/file", "NOOP", "MKD htdocs/folder"));
     EXPECT_EQ(scripted.file("htdocs/file"), "content");
 }
 
@@ -312,6 +314,12 @@ TEST_F(Operations, ListHiddenFilesWhereTheServerCan) {
         server.port = plain.port();
         EXPECT_THAT(manager.contentsOfServer(&server), Optional(testing::SizeIs(1)))
             << fault.at << fault.reply;
+    }
+    for (const Fault &fault : {Fault{.at = "LIST", .reply = "450 Not now."}, Fault{.at = ""}}) {
+        ScriptedFtpServer busyOrLong(Faults{fault});
+        busyOrLong.setFile("htdocs/" + std::string(fault.at.empty() ? 200 : 1, 'x'), "");
+        Client limited(busyOrLong.port(), {.mostListingBytes = 200});
+        EXPECT_EQ(limited.manager.contentsOfServer(&limited.server), std::nullopt) << fault.at;
     }
     ScriptedFtpServer odd(Faults{{.at = "PWD", .reply = "550 Nowhere."}});
     odd.setFile("htdocs/seen", "22");
@@ -343,49 +351,17 @@ TEST_F(Operations, SendTheirCommandsAtOnceInTheirOrder) {
     server.port = 1;
     EXPECT_FALSE(manager.checkLogin(&server));
     EXPECT_THAT(log.take(), ElementsAre("error connecting."));
+}
 
-    rlimit usual{};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &usual), 0);
-    const int next = dup(STDIN_FILENO);
-    close(next);
-    const rlimit noMore{static_cast<rlim_t>(next), usual.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &noMore), 0);
+TEST_F(Operations, WaitForNoAnswerBeforeTheLastLineOfACommandIsSent) {
+    Listener mute(1);
+    server.port = mute.port();
     EXPECT_FALSE(manager.checkLogin(&server));
-    setrlimit(RLIMIT_NOFILE, &usual);
-    EXPECT_THAT(log.take(), ElementsAre("could not open socket!"));
-}
-
-TEST_F(Operations, AreShownByTheExample) {
-    scripted.setFile("htdocs/old", "1");
-    ChildProcess example(
-        {FTP_EXAMPLE, "127.0.0.1/htdocs", std::to_string(scripted.port()), "u", "p", localFile("file")}, {});
-    EXPECT_EQ(example.readLine(), "100 %");
-    EXPECT_EQ(example.readLine(), "         7  file");
-    EXPECT_EQ(example.readLine(), "         1  old");
-    EXPECT_EQ(example.waitForEnd(), 0);
-    EXPECT_EQ(scripted.file("htdocs/file"), "content");
-}
-
-TEST(Commands, WaitForNoAnswerBeforeTheLastLineIsSent) {
-    // A server that says nothing, not even who it is, until the client has said goodbye.
-    Listener listener(1);
-    ASSERT_TRUE(listener.isListening());
-    std::string heard;
-    std::jthread patient([&] {
-        const int client = accept(listener.descriptor(), nullptr, nullptr);
-        char c = 0;
-        while (!heard.ends_with("QUIT\r\n") && recv(client, &c, 1, 0) == 1) heard += c;
-        const std::string_view answers = "220 Hello.\r\n331 Password?\r\n230 Welcome.\r\n221 Bye.\r\n";
-        send(client, answers.data(), answers.size(), MSG_NOSIGNAL);
-        close(client);
-    });
-    FMServer server = FMServer::serverWithDestination("127.0.0.1", "u", "p");
-    server.port = listener.port();
-    FTPManager manager(std::make_shared<FTPTransport>(
-        TransportOptions{.limits = kQuickLimits, .tls = TlsMode::kOff, .caFile = {}}));
-    EXPECT_TRUE(manager.checkLogin(&server));
-    patient.join();
-    EXPECT_EQ(heard, "USER u\r\nPASS p\r\nQUIT\r\n");
+    const int caller = accept(mute.descriptor(), nullptr, nullptr);
+    char heard[100] = "";
+    EXPECT_GT(recv(caller, heard, sizeof heard - 1, 0), 0);
+    close(caller);
+    EXPECT_STREQ(heard, "USER u\r\nPASS p\r\nQUIT\r\n");
 }
 
 TEST(Answers, AreJudgedByTheFirstCharacterOfEachPiece) {
@@ -396,9 +372,9 @@ TEST(Answers, AreJudgedByTheFirstCharacterOfEachPiece) {
 }
 
 TEST(Answers, AreReadPieceByPieceUntilTheServerCloses) {
-    const auto heard = [](const std::vector<std::string> &pieces, bool closes) {
+    const auto heard = [](const std::vector<std::string> &pieces, bool closes, int type = SOCK_SEQPACKET) {
         int ends[2];
-        EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK, 0, ends), 0);
+        EXPECT_EQ(socketpair(AF_UNIX, type | SOCK_NONBLOCK, 0, ends), 0);
         for (const std::string &piece : pieces) EXPECT_GT(send(ends[1], piece.data(), piece.size(), 0), 0);
         if (closes) close(ends[1]);
         auto answers = fm::_listenLoopForSocket(ends[0], 100ms, 5s);
@@ -416,14 +392,8 @@ TEST(Answers, AreReadPieceByPieceUntilTheServerCloses) {
     EXPECT_EQ(heard({"220 a\r\n"}, false), std::nullopt) << "it fell silent";
     EXPECT_THAT(log.take(), ElementsAre("Error reading from socket!", "Error reading from socket!"));
 
-    int ends[2];
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends), 0);
-    const std::string longLine(300, 'x');
-    EXPECT_EQ(send(ends[1], longLine.data(), longLine.size(), 0), 300);
-    close(ends[1]);
-    EXPECT_EQ(fm::_listenLoopForSocket(ends[0], 100ms, 5s),
-              "\n" + longLine.substr(0, 255) + "\n" + longLine.substr(255) + "\n");
-    close(ends[0]);
+    EXPECT_EQ(heard({std::string(300, 'x')}, true, SOCK_STREAM),
+              "\n" + std::string(255, 'x') + "\n" + std::string(45, 'x') + "\n");
 }
 
 TEST(Answers, ThatNeverEndAreGivenUp) {

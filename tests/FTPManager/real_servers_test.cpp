@@ -20,18 +20,10 @@ const std::vector<std::string> kOddNames = {
     ".hidden", "two  blanks", "a#b%20c?d;type=a", "\xC3\xBC \xF0\x9F\x98\x80",
     "-l",      "..two dots",  "{a,b}[c]*"};
 
-struct Setting {
-    std::string kind;
-    Tls tls;
-};
+using Setting = std::tuple<std::string, Tls>;
 
 void writeFile(const std::filesystem::path &path, const std::string &content) {
     std::ofstream(path, std::ios::binary) << content;
-}
-
-std::string contentOf(const std::filesystem::path &path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 class RealServer : public testing::TestWithParam<Setting> {
@@ -53,14 +45,8 @@ class RealServer : public testing::TestWithParam<Setting> {
     }
 
     std::optional<std::string> read(const std::string &name) {
-        return stringWithContentsOfURL(ftpURLForFile({.user = "u",
-                                                      .password = "p",
-                                                      .host = "127.0.0.1",
-                                                      .port = real.port(),
-                                                      .directory = "htdocs",
-                                                      .fileName = name})
-                                           .value(),
-                                       *transport);
+        const auto url = ftpURLForFile({"u", "p", "127.0.0.1", real.port(), "htdocs", name});
+        return stringWithContentsOfURL(url.value(), *transport);
     }
 
     static TlsMode modeFor(Tls tls) {
@@ -68,11 +54,12 @@ class RealServer : public testing::TestWithParam<Setting> {
     }
 
     LogCapture log;
-    RealFtpServer real{GetParam().kind, GetParam().tls};
+    const std::string kind = std::get<0>(GetParam());
+    const Tls tls = std::get<1>(GetParam());
+    RealFtpServer real{kind, tls};
     const std::filesystem::path folder = real.folder() / "htdocs";
     FMServer server = FMServer::serverWithDestination("127.0.0.1/htdocs", "u", "p");
-    const TransportOptions options{
-        .limits = {}, .tls = modeFor(GetParam().tls), .caFile = real.certificateFile()};
+    const TransportOptions options{.limits = {}, .tls = modeFor(tls), .caFile = real.certificateFile()};
     const std::shared_ptr<FTPTransport> transport = std::make_shared<FTPTransport>(options);
     FTPManager manager{transport};
     TemporaryFolder local;
@@ -141,40 +128,6 @@ TEST_P(RealServer, ListsWhatIsThere) {
     EXPECT_EQ(manager.contentsOfServer(&inside), std::nullopt);
 }
 
-TEST_P(RealServer, TellsTheSizeOfADownloadBeforeItsFirstByte) {
-    class Recorder : public FTPManagerDelegate {
-      public:
-        void ftpManagerDownloadProgressDidChange(const std::optional<FTPProgress> &progress) override {
-            all.push_back(progress);
-        }
-        std::vector<std::optional<FTPProgress>> all;
-    };
-    writeFile(folder / "file", std::string(100'000, 'x'));
-    Recorder recorder;
-    manager.delegate = &recorder;
-    ASSERT_TRUE(manager.contentsOfServer(&server)) << "after which the connection is in text mode";
-    ASSERT_TRUE(manager.downloadFile("file", local.path(), &server));
-    manager.delegate = nullptr;
-    ASSERT_TRUE(recorder.all.front() && recorder.all.back());
-    EXPECT_EQ(recorder.all.front()->fileSize, 100'000U);
-    EXPECT_EQ(recorder.all.front()->fileSizeProcessed, 0U);
-    EXPECT_EQ(recorder.all.back()->fileSizeProcessed, 100'000U);
-}
-
-TEST_P(RealServer, WaitsForNothingInSmallTransfers) {
-    const std::string text(10'000, 'x');
-    ASSERT_TRUE(manager.uploadData(text, "file", &server));
-    constexpr int kTransfers = 40;
-    // A wait that sleeps through the end of a transfer costs 100 ms and more each time.
-    constexpr std::chrono::seconds kLimit{2};
-    const auto start = std::chrono::steady_clock::now();
-    for (int i = 0; i < kTransfers / 2; ++i) {
-        EXPECT_TRUE(manager.uploadData(text, "file", &server));
-        EXPECT_EQ(read("file"), text);
-    }
-    EXPECT_LT(std::chrono::steady_clock::now() - start, kLimit);
-}
-
 TEST_P(RealServer, ObeysCommands) {
     ASSERT_TRUE(manager.uploadData("x", "notes.txt", &server));
     ASSERT_TRUE(manager.createNewFolder("archive", &server));
@@ -199,7 +152,7 @@ TEST_P(RealServer, RefusesAWrongPassword) {
     FMServer wrong = server;
     wrong.password = "wrong";
     // pyftpdlib forgets its refusal when the client has already said goodbye, as it has in plain text.
-    if (GetParam().kind != "pyftpdlib" || GetParam().tls != Tls::kOff) {
+    if (kind != "pyftpdlib" || tls != Tls::kOff) {
         EXPECT_FALSE(manager.checkLogin(&wrong));
     }
     EXPECT_THAT(log.take(), IsEmpty());
@@ -219,7 +172,6 @@ TEST_P(RealServer, IsTrustedByItsCertificateOnlyOrInPlainText) {
         EXPECT_EQ(stranger.checkLogin(&server), takesFile);
         return takesFile;
     };
-    const Tls tls = GetParam().tls;
     EXPECT_EQ(isOpenTo(TlsMode::kOff), tls != Tls::kDemanded);
     EXPECT_EQ(isOpenTo(TlsMode::kTry), tls == Tls::kOff) << "nobody vouches for the certificate";
     EXPECT_FALSE(isOpenTo(TlsMode::kRequired));
@@ -227,19 +179,14 @@ TEST_P(RealServer, IsTrustedByItsCertificateOnlyOrInPlainText) {
     EXPECT_EQ(manager.uploadData("x", "n", &server), tls == Tls::kOff);
 }
 
-INSTANTIATE_TEST_SUITE_P(, RealServer, testing::ValuesIn([] {
-                             std::vector<Setting> settings;
-                             for (const std::string kind : {"pyftpdlib", "vsftpd", "proftpd", "pureftpd"}) {
-                                 for (const Tls tls : {Tls::kOff, Tls::kOffered, Tls::kDemanded})
-                                     settings.push_back({kind, tls});
-                             }
-                             return settings;
-                         }()),
-                         [](const testing::TestParamInfo<Setting> &setting) {
-                             const Tls tls = setting.param.tls;
-                             return setting.param.kind + (tls == Tls::kOff       ? ""
-                                                          : tls == Tls::kOffered ? "_tls_offered"
-                                                                                 : "_tls_demanded");
-                         });
+std::string nameOf(const testing::TestParamInfo<Setting> &setting) {
+    const char *const endings[] = {"", "_tls_offered", "_tls_demanded"};
+    return std::get<0>(setting.param) + endings[static_cast<int>(std::get<1>(setting.param))];
+}
+
+INSTANTIATE_TEST_SUITE_P(, RealServer,
+                         testing::Combine(testing::Values("pyftpdlib", "vsftpd", "proftpd", "pureftpd"),
+                                          testing::Values(Tls::kOff, Tls::kOffered, Tls::kDemanded)),
+                         nameOf);
 
 }  // namespace

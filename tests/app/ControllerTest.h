@@ -21,8 +21,10 @@ class ExpectedAlerts : public Alerts {
     // `during` runs while the alert is up.
     void expect(const QString &title, const QString &message, int answer = 0,
                 std::function<void()> during = {});
-    int run(const QString &title, const QString &message, const QStringList &buttons) override;
+    int run(const QString &title, const QString &message, const QStringList &buttons,
+            int defaultButton) override;
     std::size_t outstanding() const { return expected_.size(); }
+    int defaultButton = 0;  // of the last one
 
   private:
     struct Expected {

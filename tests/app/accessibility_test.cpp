@@ -60,6 +60,7 @@ class AccessibilityTest : public ControllerTest {
 };
 
 TEST_F(AccessibilityTest, EveryControlHasANameAndIsReachedByTabVisibly) {
+    qputenv("QUILLERY_UI_IDS", "1");
     start();
     for (const bool hasPasscode : {false, true}) {
         Interface &i = delegate->interface;
@@ -75,9 +76,12 @@ TEST_F(AccessibilityTest, EveryControlHasANameAndIsReachedByTabVisibly) {
             for (QWidget *widget : place->findChildren<QWidget *>()) {
                 const bool isPartOfAnother = widget->objectName().startsWith(u"qt_") ||
                                              qobject_cast<QAbstractScrollArea *>(widget->parentWidget());
+                SCOPED_TRACE(widget->objectName().toStdString());
+                const QString id = widget->objectName();
+                EXPECT_TRUE(id.isEmpty() || id.startsWith(u"qt_") ||
+                            widget->accessibleDescription().startsWith(QStringLiteral("id=") + id));
                 if (!isControl(*widget) || !widget->isVisibleTo(place) || isPartOfAnother) continue;
                 ++controls;
-                SCOPED_TRACE(widget->objectName().toStdString());
                 QAccessibleInterface *seen = QAccessible::queryAccessibleInterface(widget);
                 ASSERT_TRUE(seen);
                 EXPECT_FALSE(seen->text(QAccessible::Name).isEmpty());

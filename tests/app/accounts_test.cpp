@@ -167,53 +167,6 @@ TEST_F(Accounts, OddNamesAreNamesLikeAnyOther) {
     }
 }
 
-TEST_F(Accounts, FormsAreGoneThroughByTabFromTopToBottom) {
-    start();
-    const auto order = [this](QWidget *first) {
-        QApplication::setActiveWindow(i().Quillery_window.get());
-        first->setFocus();
-        QStringList names;
-        for (int k = 0; k < 8; ++k) {
-            QWidget *focused = QApplication::focusWidget();
-            if (!focused || names.contains(focused->objectName())) break;
-            names << focused->objectName();
-            QTest::keyClick(focused, Qt::Key_Tab);
-        }
-        return names.join(u' ').toStdString();
-    };
-    i().Open_sign_up_view->trigger();
-    EXPECT_EQ(order(i().Sign_up_Fullname),
-              "Sign_up_Fullname Sign_up_username Sign_up_email Sign_up_password "
-              "Sign_up_re_password Sign_up_show_passwords Sign_up_done");
-    i().Open_sign_in_window->trigger();
-    EXPECT_EQ(order(i().Sign_in_username),
-              "Sign_in_username Sign_in_password Sign_in_show_password Sign_in_done");
-    i().Quillery_Box->setContentView(i().Change_password_view);
-    i().Change_done_button->setEnabled(true);
-    EXPECT_EQ(order(i().Change_old_password),
-              "Change_old_password Change_new_password Change_retype_password Change_show_passwords "
-              "Change_done_button");
-    i().Quillery_Box->setContentView(i().Add_contact_view);
-    EXPECT_EQ(order(i().Add_contact_textfield),
-              "Add_contact_textfield Add_contact_done_button startFriendsToAdd_button");
-}
-
-TEST_F(Accounts, EveryTitleFitsItsButton) {
-    start();
-    for (const auto &[button, titles] : std::vector<std::pair<QPushButton *, QStringList>>{
-             {i().Sign_up_done, {"Done", "Check your entries.", "Username exist.", "Wait..."}},
-             {i().Sign_in_done, {"Sign in", "Wrong entries/Network error!"}},
-             {i().Change_done_button, {"Done", "Check your entries."}},
-             {i().Remove_contact, {"Remove a friend", "Done"}}}) {
-        i().Quillery_Box->setContentView(button->parentWidget());
-        i().Quillery_window->show();
-        for (const QString &title : titles) {
-            button->setText(title);
-            EXPECT_LE(button->sizeHint().width(), button->width()) << title.toStdString();
-        }
-    }
-}
-
 TEST_F(Accounts, SignInSwitchesToTheUsersListAndLogOutBack) {
     putAccount("alice1", "secret");
     putRemote(".alice1_Quillery.txt", "theirs" + kEnd);
@@ -278,19 +231,6 @@ TEST_F(Accounts, LogOutEndsTheUsersModesAndKeepsTheRest) {
     EXPECT_EQ(delegate->Content_file_path, localPath());
     for (const auto &[key, value] : {std::pair("kAutoLogin", "Yes"), std::pair("kUsername", "alice1")})
         EXPECT_EQ(defaults.objectForKey(QLatin1String(key)), QLatin1String(value));
-}
-
-TEST_F(Accounts, ASecondSignInTakesOver) {
-    putAccount("alice1", "secret");
-    putAccount("bobby1", "Secret");
-    start();
-    signIn(QStringLiteral("alice1"), QStringLiteral("secret"));
-    signIn(QStringLiteral("bobby1"), QStringLiteral("Secret"));
-    EXPECT_EQ(*delegate->Username + *delegate->Password, "bobby1Secret");
-    EXPECT_EQ(presentation(), "+++++++++ unlock Online Log out online.png");
-    save("his");
-    EXPECT_EQ(remote(".bobby1_Quillery.txt"), "his" + kEnd);
-    EXPECT_EQ(remote(".alice1_Quillery.txt"), std::nullopt);
 }
 
 TEST_F(Accounts, SignInWithWrongEntriesSaysSoInItsWindowAndKeepsThem) {

@@ -97,9 +97,13 @@ TEST_F(Contacts, AddingLooksForTheNameFromWhereItStoppedLast) {
     alerts.expect("Error!", "You can't add your self");
     add(QStringLiteral("alice1"));
     EXPECT_EQ(delegate->Contact_index_number, 2);
-    EXPECT_FALSE(i().Add_contact_hint->isVisible());
+    EXPECT_FALSE(i().lookAgain->isVisible());
     add(QStringLiteral("bobby1"));
-    EXPECT_TRUE(i().Add_contact_hint->isVisible()) << "nobody is left to look at";
+    EXPECT_TRUE(i().lookAgain->isVisible()) << "nobody is left to look at";
+    alerts.expect("Alert!", "Contact does exist");
+    i().Look_again_button->click();
+    EXPECT_FALSE(i().lookAgain->isVisible());
+    delegate->Contact_index_number = 2;
     expectAdded(QStringLiteral("bobby1"));
     putContacts("x" + kEnd + "y" + kEnd);  // so that the scan goes on at the empty last one
     add(QStringLiteral("bobby1"));
@@ -237,25 +241,67 @@ TEST_F(Contacts, GetAnEmptyTextOnlyUnderTheirVeryName) {
     EXPECT_EQ(remote(".bobby1_Quillery.txt"), "Shared from(alice1)" + kEnd);
 }
 
-TEST_F(Contacts, SayWhatAPickOfThemWillDo) {
+TEST_F(Contacts, WhatIsOnTheScreenIsWhatAPickDoes) {
+    putContacts("bobby1" + kEnd);
+    putRemote(".bobby1_Quillery.txt", "");
     start();
     i().Contacts_item->trigger();
-    EXPECT_EQ(i().Friends_hint->text(),
-              QStringLiteral(
-                  "To send a text to a friend, turn on \"Share\" below the saved list and pick it there."));
-    i().Clipboard_saved_string_combobox->selectPicked(0, "abc");
-    i().Contacts_item->trigger();
-    for (const bool removes : {true, false}) {
-        i().Remove_contact->click();
+    EXPECT_TRUE(i().Friends_hint->text().startsWith(u"No text is picked"));
+    EXPECT_EQ(rows(), Items());
+    QApplication::setActiveWindow(i().Quillery_window.get());
+    QTest::keyClick(i().Contacts_table, Qt::Key_F5);
+    EXPECT_EQ(rows(), (Items{"bobby1", ""}));
+    const auto check = [&](bool removes) {
         EXPECT_EQ(delegate->RemoveContact_enabled, removes);
+        EXPECT_TRUE(i().Remove_contact->isVisible());
         EXPECT_EQ(i().Remove_contact->text(),
                   removes ? QStringLiteral("Done") : QStringLiteral("Remove a friend"));
-        EXPECT_EQ(i().Contacts_label->text(), removes ? QStringLiteral("Remove from your friends:")
-                                                      : QStringLiteral("Send the text to:"));
+        EXPECT_EQ(i().Quillery_window->windowTitle(),
+                  removes ? QStringLiteral("Remove a Friend") : QStringLiteral("Quillery"));
         EXPECT_EQ(i().Friends_hint->text(), removes
                                                 ? QStringLiteral("A pick removes the friend from this list.")
                                                 : QStringLiteral("A pick sends \"abc\" to the friend."));
+    };
+    i().Clipboard_saved_string_combobox->selectPicked(0, "abc");
+    for (QAction *place : {i().Contacts_item, i().Remove_a_friend_item}) {
+        place->trigger();
+        for (const bool removes : {true, false}) {
+            if (delegate->RemoveContact_enabled != removes) i().Remove_contact->click();
+            check(removes);
+        }
     }
+    i().Remove_contact->click();
+    alerts.expect("Alert!", "Are you sure you want to remove \"bobby1\"", 1);
+    delegate->ShareMode_enabled = true;
+    click(0);
+    EXPECT_EQ(alerts.defaultButton, 1);
+    check(true);
+    i().Log_in_menu_item->trigger();
+    EXPECT_EQ(i().Friends_hint->text(), QStringLiteral("Sign in to send a text to a friend."));
+    EXPECT_EQ(i().Clipboard_saved_string_combobox->stringValue(), "") << "it was the last user's";
+    i().Contacts_item->trigger();
+    click(0);
+    EXPECT_EQ(remote(".bobby1_Quillery.txt"), "");
+}
+
+TEST_F(Contacts, AnAccountWithoutAListIsOfferedTheOneOfThisComputer) {
+    putLocal("a" + kEnd + "b" + kEnd);
+    start();
+    i().Clipboard_saves_menu_item->trigger();
+    settle();
+    ASSERT_TRUE(i().keepLocalList_button->isVisible());
+    alerts.expect(
+        "Sure?",
+        "Keep the 2 texts of this computer's list in your account? They stay on this computer as well.");
+    i().keepLocalList_button->click();
+    settle();
+    EXPECT_EQ(remote(".alice1_Quillery.txt"), "a" + kEnd + "b" + kEnd);
+    EXPECT_EQ(items(), (Items{"a", "b", ""}));
+    EXPECT_EQ(i().List_place->text(), QStringLiteral("In your account on this computer"));
+    i().Log_in_menu_item->trigger();
+    i().Clipboard_saves_menu_item->trigger();
+    EXPECT_EQ(i().List_place->text(), QStringLiteral("On this computer"));
+    EXPECT_FALSE(i().keepLocalList->isVisible());
 }
 
 TEST_F(Contacts, ArePickedWithTheKeyboardWhereverTheyAreShown) {
@@ -308,6 +354,7 @@ TEST_F(Contacts, CleaningEmptiesBothListsAfterAQuestion) {
     i().Clipboard_saves_menu_item->trigger();
     alerts.expect("Sure?", "Are you sure,you want to clean your list?", 1);
     i().Clear_list_button->click();
+    EXPECT_EQ(alerts.defaultButton, 1);
     EXPECT_EQ(items(), Items({"abc", ""}));
     alerts.expect("Sure?", "Are you sure,you want to clean your list?", 0);
     alerts.expect("Success!", "You've successfully cleaned your list.");

@@ -19,7 +19,6 @@ class PasscodeTest : public ControllerTest {
     QString stored(const char *key) const {
         return defaults.objectForKey(QLatin1String(key)).value_or(QStringLiteral("(absent)"));
     }
-    Interface &elements() { return delegate->interface; }
 
     // Saving, the list, removing a friend, unlocking.
     std::string armed() {
@@ -31,43 +30,43 @@ class PasscodeTest : public ControllerTest {
         return letters;
     }
     void create(const QString &passcode, const QString &again) {
-        elements().Create_passcode->setText(passcode);
-        elements().Retype_passcode->setText(again);
-        elements().Done_create_passcode->click();
+        i().Create_passcode->setText(passcode);
+        i().Retype_passcode->setText(again);
+        i().Done_create_passcode->click();
     }
     void change(const QString &old, const QString &passcode, const QString &again) {
-        elements().Change_old_passcode->setText(old);
-        elements().Change_new_passcode->setText(passcode);
-        elements().Change_Retype_passcode->setText(again);
-        elements().Done_change_passcode->click();
+        i().Change_old_passcode->setText(old);
+        i().Change_new_passcode->setText(passcode);
+        i().Change_Retype_passcode->setText(again);
+        i().Done_change_passcode->click();
     }
 };
 
 TEST_F(PasscodeTest, IsCreatedFromTwoEqualTextsAndLocksFromTheNextStartOn) {
     start();
-    elements().Preference_menu_item->trigger();
-    EXPECT_EQ(elements().Passcode_box->contentView(), elements().new_passcode_view);
+    i().Preference_menu_item->trigger();
+    EXPECT_EQ(i().Passcode_box->contentView(), i().new_passcode_view);
     for (const auto &[passcode, again] : std::initializer_list<std::pair<QString, QString>>{
              {u"one"_qs, u"two"_qs}, {u""_qs, u""_qs}, {u"one"_qs, u"One"_qs}, {u"one"_qs, u"one "_qs}}) {
         alerts.expect(kError, kDiffers);
         create(passcode, again);
     }
     EXPECT_EQ(stored("kHasPasscode"), u"(absent)");
-    EXPECT_TRUE(elements().Quillery_window->isVisible());
+    EXPECT_TRUE(i().Quillery_window->isVisible());
 
     alerts.expect(kSuccess, QStringLiteral("You have successfully sat up your passcode"), 0,
-                  [this] { EXPECT_TRUE(elements().Quillery_window->isVisible()); });
+                  [this] { EXPECT_TRUE(i().Quillery_window->isVisible()); });
     create(QStringLiteral(" Öffne, dich; \"1\" "), QStringLiteral(" Öffne, dich; \"1\" "));
     EXPECT_EQ(stored("kPasscode"), u" Öffne, dich; \"1\" ");
     EXPECT_EQ(stored("kHasPasscode"), u"YES");
-    EXPECT_FALSE(elements().Quillery_window->isVisible());
-    EXPECT_EQ(elements().Passcode_box->contentView(), elements().change_passcode_view);
+    EXPECT_FALSE(i().Quillery_window->isVisible());
+    EXPECT_EQ(i().Passcode_box->contentView(), i().change_passcode_view);
     EXPECT_EQ(armed(), "++--");
 
     start();
     EXPECT_EQ(armed(), "---+");
-    EXPECT_EQ(elements().Quillery_Box->contentView(), elements().Insert_passcode_view);
-    EXPECT_TRUE(elements().Quillery_window->isVisible());
+    EXPECT_EQ(i().Quillery_Box->contentView(), i().Insert_passcode_view);
+    EXPECT_TRUE(i().Quillery_window->isVisible());
 }
 
 TEST_F(PasscodeTest, UnlocksWithTheVeryTextAndLeavesRemovingFriendsOff) {
@@ -75,22 +74,22 @@ TEST_F(PasscodeTest, UnlocksWithTheVeryTextAndLeavesRemovingFriendsOff) {
     lockWith(QStringLiteral("Secret"));
     start();
     for (const QString &wrong : {u"secret"_qs, u""_qs, u"Secret "_qs}) {
-        elements().Insert_passcode_field->setText(wrong);
+        i().Insert_passcode_field->setText(wrong);
         alerts.expect(kError, QStringLiteral("Wrong passcode."));
-        elements().Done_insert_passcode->click();
-        EXPECT_EQ(elements().Insert_passcode_field->text(), wrong);
+        i().Done_insert_passcode->click();
+        EXPECT_EQ(i().Insert_passcode_field->text(), wrong);
         EXPECT_EQ(armed(), "---+");
     }
-    elements().Quillery_window->close();
-    elements().Unlock_passcode_item->trigger();
-    EXPECT_TRUE(elements().Quillery_window->isVisible());
-    elements().Insert_passcode_field->setText(QStringLiteral("Secret"));
+    i().Quillery_window->close();
+    i().Unlock_passcode_item->trigger();
+    EXPECT_TRUE(i().Quillery_window->isVisible());
+    i().Insert_passcode_field->setText(QStringLiteral("Secret"));
     alerts.expect(kSuccess, QStringLiteral("Correct passcode"), 0, [this] {
-        EXPECT_FALSE(elements().Quillery_window->isVisible());
+        EXPECT_FALSE(i().Quillery_window->isVisible());
         EXPECT_EQ(armed(), "++--");
     });
-    elements().Done_insert_passcode->click();
-    EXPECT_TRUE(elements().Insert_passcode_field->text().isEmpty());
+    i().Done_insert_passcode->click();
+    EXPECT_TRUE(i().Insert_passcode_field->text().isEmpty());
 }
 
 TEST_F(PasscodeTest, ChangesOnlyForTheOldOneAndTwoEqualNewOnes) {
@@ -116,7 +115,7 @@ TEST_F(PasscodeTest, ChangesOnlyForTheOldOneAndTwoEqualNewOnes) {
     EXPECT_EQ(stored("kHasPasscode"), u"YES");
     EXPECT_EQ(armed(), "---+");
     for (const QLineEdit *field :
-         {elements().Change_old_passcode, elements().Change_new_passcode, elements().Change_Retype_passcode})
+         {i().Change_old_passcode, i().Change_new_passcode, i().Change_Retype_passcode})
         EXPECT_TRUE(field->text().isEmpty());
 }
 
@@ -124,14 +123,14 @@ TEST_F(PasscodeTest, RemovalSwitchesTheLockOffAndKeepsThePasscode) {
     lockWith(QStringLiteral("old"));
     start();
     alerts.expect(kError, QStringLiteral("\"Old Passcode\" field doesn't match the previous passcode."));
-    elements().Remove_passcode_button->click();
+    i().Remove_passcode_button->click();
     EXPECT_EQ(stored("kHasPasscode"), u"YES");
 
-    elements().Change_old_passcode->setText(QStringLiteral("old"));
-    elements().Remove_passcode_button->click();
+    i().Change_old_passcode->setText(QStringLiteral("old"));
+    i().Remove_passcode_button->click();
     EXPECT_EQ(stored("kHasPasscode"), u"");
     EXPECT_EQ(stored("kPasscode"), u"old");
-    EXPECT_EQ(elements().Passcode_box->contentView(), elements().new_passcode_view);
+    EXPECT_EQ(i().Passcode_box->contentView(), i().new_passcode_view);
     EXPECT_EQ(armed(), "---+") << "the items keep what they have";
     start();
     EXPECT_EQ(armed(), "++--");
@@ -141,21 +140,21 @@ TEST_F(PasscodeTest, LockedTheListIsOutOfReachButTheHotKeySaves) {
     putLocal("old" + kEnd);
     lockWith(QStringLiteral("Secret"));
     start();
-    elements().Saveing_menu_item->trigger();
-    elements().Clipboard_saves_menu_item->trigger();
-    EXPECT_EQ(elements().Quillery_Box->contentView(), elements().Insert_passcode_view);
+    i().Saveing_menu_item->trigger();
+    i().Clipboard_saves_menu_item->trigger();
+    EXPECT_EQ(i().Quillery_Box->contentView(), i().Insert_passcode_view);
     SingleInstance::Answer answer;
     delegate->performRequest("list", [&](const SingleInstance::Answer &given) { answer = given; });
     EXPECT_EQ(answer.status, 1);
     EXPECT_NE(answer.words.find("locked"), std::string::npos);
-    EXPECT_EQ(elements().Quillery_Box->contentView(), elements().Insert_passcode_view);
+    EXPECT_EQ(i().Quillery_Box->contentView(), i().Insert_passcode_view);
 
     copy("new");
     delegate->Save_bar_item(VkKeyEvent{});
     settle();
     EXPECT_EQ(local(), "new" + kEnd + "old" + kEnd);
     delegate->performRequest("activate", [](const SingleInstance::Answer &) {});
-    EXPECT_EQ(elements().Quillery_Box->contentView(), elements().Insert_passcode_view);
+    EXPECT_EQ(i().Quillery_Box->contentView(), i().Insert_passcode_view);
 }
 
 TEST_F(PasscodeTest, LogOutLocksWhatIsShownAndSignInLiftsTheLock) {
@@ -164,34 +163,34 @@ TEST_F(PasscodeTest, LogOutLocksWhatIsShownAndSignInLiftsTheLock) {
     putRemote(".ann_Quillery.txt", "mine" + kEnd);
     lockWith(QStringLiteral("Secret"));
     start();
-    elements().Open_sign_in_window->trigger();
-    elements().Sign_in_username->setText(QStringLiteral("ann"));
-    elements().Sign_in_password->setText(QStringLiteral("secret"));
-    elements().Sign_in_done->click();
+    i().Open_sign_in_window->trigger();
+    i().Sign_in_username->setText(QStringLiteral("ann"));
+    i().Sign_in_password->setText(QStringLiteral("secret"));
+    i().Sign_in_done->click();
     EXPECT_EQ(armed(), "+++-");
-    EXPECT_EQ(elements().Passcode_box->contentView(), elements().change_passcode_view);
-    elements().Clipboard_saves_menu_item->trigger();
-    ASSERT_EQ(elements().Quillery_Box->contentView(), elements().List_View);
+    EXPECT_EQ(i().Passcode_box->contentView(), i().change_passcode_view);
+    i().Clipboard_saves_menu_item->trigger();
+    ASSERT_EQ(i().Quillery_Box->contentView(), i().List_View);
 
     pick(0);
-    ASSERT_TRUE(elements().QuickView_popover->isVisible());
-    EXPECT_EQ(elements().Clipboard_saved_string_combobox->stringValue(), "mine");
-    elements().Change_old_password->setText(QStringLiteral("typed and left"));
+    ASSERT_TRUE(i().QuickView_popover->isVisible());
+    EXPECT_EQ(i().Clipboard_saved_string_combobox->stringValue(), "mine");
+    i().Change_old_password->setText(QStringLiteral("typed and left"));
 
     Q_EMIT notifications.undeliverable(QStringLiteral("Success!"), QStringLiteral("saved: mine"));
-    ASSERT_TRUE(elements().notificationBanner->isVisible());
+    ASSERT_TRUE(i().notificationBanner->isVisible());
 
-    elements().Log_in_menu_item->trigger();  // it says "Log out" now
+    i().Log_in_menu_item->trigger();  // it says "Log out" now
     EXPECT_EQ(armed(), "---+");
-    EXPECT_FALSE(elements().Quillery_window->isVisible());
-    EXPECT_FALSE(elements().notificationBanner->isVisible());
-    EXPECT_FALSE(elements().Quillery_window->isAncestorOf(elements().List_View));
-    EXPECT_FALSE(elements().QuickView_popover->isVisible());
-    EXPECT_EQ(elements().QuickView_label->toPlainText(), QString());
-    EXPECT_EQ(elements().Clipboard_saved_string_combobox->stringValue(), "") << "a friend could be sent it";
-    EXPECT_EQ(elements().Change_old_password->text(), QString());
-    elements().Contacts_item->trigger();
-    EXPECT_FALSE(elements().Friends_hint->text().contains(u"mine"));
+    EXPECT_FALSE(i().Quillery_window->isVisible());
+    EXPECT_FALSE(i().notificationBanner->isVisible());
+    EXPECT_FALSE(i().Quillery_window->isAncestorOf(i().List_View));
+    EXPECT_FALSE(i().QuickView_popover->isVisible());
+    EXPECT_EQ(i().QuickView_label->toPlainText(), QString());
+    EXPECT_EQ(i().Clipboard_saved_string_combobox->stringValue(), "") << "a friend could be sent it";
+    EXPECT_EQ(i().Change_old_password->text(), QString());
+    i().Contacts_item->trigger();
+    EXPECT_FALSE(i().Friends_hint->text().contains(u"mine"));
 }
 
 TEST_F(PasscodeTest, AMissingListFileDoesNotOpenTheLock) {
@@ -199,7 +198,7 @@ TEST_F(PasscodeTest, AMissingListFileDoesNotOpenTheLock) {
     std::filesystem::remove(localPath());
     start();
     EXPECT_EQ(local(), "");
-    EXPECT_EQ(elements().Quillery_Box->contentView(), elements().Insert_passcode_view);
+    EXPECT_EQ(i().Quillery_Box->contentView(), i().Insert_passcode_view);
 }
 
 TEST_F(PasscodeTest, AutoLoginBypassesTheLock) {

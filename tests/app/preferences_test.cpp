@@ -19,43 +19,42 @@ class PreferencesTest : public ControllerTest {
         return defaults.objectForKey(QLatin1String(key)).value_or(QStringLiteral("(absent)"));
     }
     static fs::path entry() { return LoginItem::file("TovanixDev.Quillery-Helper"); }
-    Interface &elements() { return delegate->interface; }
 };
 
 TEST_F(PreferencesTest, OpenAtLaunchWritesAndRemovesTheEntry) {
     start();
-    elements().Preference_menu_item->trigger();
-    EXPECT_EQ(elements().Quillery_Box->contentView(), elements().Preference_View);
-    EXPECT_TRUE(elements().Quillery_window->isVisible());
-    EXPECT_EQ(elements().Open_at_launch_label->text(), u"Open at launch:disabled");
+    i().Preference_menu_item->trigger();
+    EXPECT_EQ(i().Quillery_Box->contentView(), i().Preference_View);
+    EXPECT_TRUE(i().Quillery_window->isVisible());
+    EXPECT_EQ(i().Open_at_launch_label->text(), u"Open at launch:disabled");
 
-    elements().Open_at_launch_check_box->click();
+    i().Open_at_launch_check_box->click();
     EXPECT_EQ(stored("kOpenAtLaunch"), u"Yes");
-    EXPECT_EQ(elements().Open_at_launch_label->text(), u"Open at launch:enabled");
+    EXPECT_EQ(i().Open_at_launch_label->text(), u"Open at launch:enabled");
     EXPECT_TRUE(fs::exists(entry()));
     start();
-    EXPECT_TRUE(elements().Open_at_launch_check_box->isChecked());
-    EXPECT_EQ(elements().Open_at_launch_label->text(), u"Open at launch:enabled");
+    EXPECT_TRUE(i().Open_at_launch_check_box->isChecked());
+    EXPECT_EQ(i().Open_at_launch_label->text(), u"Open at launch:enabled");
 
-    elements().Open_at_launch_check_box->click();
+    i().Open_at_launch_check_box->click();
     EXPECT_EQ(stored("kOpenAtLaunch"), u"No");
     EXPECT_FALSE(fs::exists(entry()));
-    elements().Open_at_launch_check_box->click();
+    i().Open_at_launch_check_box->click();
     fs::remove(entry());
     start();
     EXPECT_FALSE(fs::exists(entry())) << "starting only shows the setting";
-    const auto problem = [this] { return elements().Open_at_launch_problem->text(); };
+    const auto problem = [this] { return i().Open_at_launch_problem->text(); };
     EXPECT_TRUE(problem().contains(u"is missing"));
     for (const auto &[text, words] : {std::pair{"Exec=\"/opt/quillery\"\nHidden=true\n", u"is switched off"},
                                       std::pair{"Exec=\"/opt/older\"\n", u"another program"}}) {
         std::ofstream(entry()) << text;
-        elements().Preference_menu_item->trigger();
+        i().Preference_menu_item->trigger();
         EXPECT_TRUE(problem().contains(QStringView(words))) << problem().toStdString();
     }
-    for (int click = 0; click < 2; ++click) elements().Open_at_launch_check_box->click();
+    for (int click = 0; click < 2; ++click) i().Open_at_launch_check_box->click();
     EXPECT_TRUE(fs::exists(entry()));
     EXPECT_EQ(problem(), u"");
-    elements().Preference_menu_item->trigger();
+    i().Preference_menu_item->trigger();
     EXPECT_EQ(problem(), u"");
 }
 
@@ -63,14 +62,14 @@ TEST_F(PreferencesTest, AnEntryThatCannotBeWrittenIsSaidAndTheSettingStands) {
     fs::create_directories(entry().parent_path().parent_path());
     std::ofstream(entry().parent_path()) << "in the way";
     start();
-    elements().Open_at_launch_check_box->click();
+    i().Open_at_launch_check_box->click();
     EXPECT_EQ(stored("kOpenAtLaunch"), u"Yes");
-    EXPECT_EQ(elements().Open_at_launch_label->text(), u"Open at launch:enabled");
-    EXPECT_TRUE(elements().Open_at_launch_problem->text().contains(u"could not be written"));
+    EXPECT_EQ(i().Open_at_launch_label->text(), u"Open at launch:enabled");
+    EXPECT_TRUE(i().Open_at_launch_problem->text().contains(u"could not be made: Not a directory"));
     fs::remove(entry().parent_path());
     fs::create_directories(entry() / "in the way");
-    elements().Open_at_launch_check_box->click();
-    EXPECT_TRUE(elements().Open_at_launch_problem->text().contains(u"could not be removed"));
+    i().Open_at_launch_check_box->click();
+    EXPECT_TRUE(i().Open_at_launch_problem->text().contains(u"could not be removed"));
 }
 
 TEST_F(PreferencesTest, TheEntryQuotesAnyPath) {
@@ -80,30 +79,30 @@ TEST_F(PreferencesTest, TheEntryQuotesAnyPath) {
 
 TEST_F(PreferencesTest, AutoLoginStoresWhoIsSignedInAndForgetsThem) {
     start();
-    EXPECT_FALSE(elements().Auto_Login_Check_box->isEnabled());
-    EXPECT_FALSE(elements().Change_password_button->isEnabled());
+    EXPECT_FALSE(i().Auto_Login_Check_box->isEnabled());
+    EXPECT_FALSE(i().Change_password_button->isEnabled());
     putRemote("ann_Username.txt", "ann");
     putRemote("ann_Password.txt", "secret, with a comma");
-    elements().Sign_in_username->setText(QStringLiteral("ann"));
-    elements().Sign_in_password->setText(QStringLiteral("secret, with a comma"));
-    elements().Sign_in_done->click();
-    EXPECT_TRUE(elements().Auto_Login_Check_box->isEnabled());
-    EXPECT_TRUE(elements().Change_password_button->isEnabled());
+    i().Sign_in_username->setText(QStringLiteral("ann"));
+    i().Sign_in_password->setText(QStringLiteral("secret, with a comma"));
+    i().Sign_in_done->click();
+    EXPECT_TRUE(i().Auto_Login_Check_box->isEnabled());
+    EXPECT_TRUE(i().Change_password_button->isEnabled());
 
-    elements().Auto_Login_Check_box->click();
-    EXPECT_EQ(elements().Auto_login_label->text(), u"Auto-Login:enabled");
+    i().Auto_Login_Check_box->click();
+    EXPECT_EQ(i().Auto_login_label->text(), u"Auto-Login:enabled");
     EXPECT_EQ(stored("kAutoLogin"), u"Yes");
     EXPECT_EQ(stored("kUsername"), u"ann");
     EXPECT_EQ(stored("kPassword"), u"secret, with a comma");
     EXPECT_EQ(QFile::permissions(defaults.fileName()) & (QFile::ReadGroup | QFile::ReadOther),
               QFile::Permissions());
-    elements().Log_in_menu_item->trigger();
+    i().Log_in_menu_item->trigger();
     EXPECT_EQ(stored("kAutoLogin"), u"Yes") << "logging out leaves it";
     start();
     EXPECT_TRUE(delegate->isSigned_in);
 
-    elements().Auto_Login_Check_box->click();
-    EXPECT_EQ(elements().Auto_login_label->text(), u"Auto-Login:disabled");
+    i().Auto_Login_Check_box->click();
+    EXPECT_EQ(i().Auto_login_label->text(), u"Auto-Login:disabled");
     EXPECT_EQ(stored("kAutoLogin"), u"No");
     EXPECT_EQ(stored("kUsername"), u"(absent)");
     EXPECT_EQ(stored("kPassword"), u"(absent)");
@@ -111,28 +110,27 @@ TEST_F(PreferencesTest, AutoLoginStoresWhoIsSignedInAndForgetsThem) {
 
 TEST_F(PreferencesTest, TheInstructionsGoForwardAndBack) {
     start();
-    elements().Instructions->trigger();
-    EXPECT_EQ(elements().Quillery_Box->contentView(), elements().Instructions_view);
+    i().Instructions->trigger();
+    EXPECT_EQ(i().Quillery_Box->contentView(), i().Instructions_view);
     const auto state = [this] {
-        return elements().Instructions_page->text().left(1) +
-               (elements().Inst_Back->isEnabled() ? u'+' : u'-') +
-               (elements().Inst_Next->isEnabled() ? u'+' : u'-');
+        return i().Instructions_page->text().left(1) + (i().Inst_Back->isEnabled() ? u'+' : u'-') +
+               (i().Inst_Next->isEnabled() ? u'+' : u'-');
     };
     EXPECT_EQ(state(), u"1-+");
     std::set<QString> texts;
     std::set<std::string> pictures;
     const auto look = [&] {
-        texts.insert(elements().Instructions_text->text());
-        texts.insert(elements().Instructions_image_view->accessibleName());
-        const QImage picture = elements().Instructions_image_view->pixmap().toImage();
+        texts.insert(i().Instructions_text->text());
+        texts.insert(i().Instructions_image_view->accessibleName());
+        const QImage picture = i().Instructions_image_view->pixmap().toImage();
         pictures.insert(std::string(reinterpret_cast<const char *>(picture.constBits()),
                                     static_cast<std::size_t>(picture.sizeInBytes())));
     };
     look();
-    elements().Inst_Next->click();
+    i().Inst_Next->click();
     EXPECT_EQ(state(), u"2++");
     look();
-    elements().Inst_Next->click();
+    i().Inst_Next->click();
     EXPECT_EQ(state(), u"3+-");
     look();
     EXPECT_EQ(texts.size(), 6U);
@@ -140,7 +138,7 @@ TEST_F(PreferencesTest, TheInstructionsGoForwardAndBack) {
 
     // Pictures follow the colours, and are as sharp as the screen.
     const auto isDark = [this] {
-        const QImage picture = elements().Instructions_image_view->pixmap().toImage();
+        const QImage picture = i().Instructions_image_view->pixmap().toImage();
         return picture.pixelColor(picture.width() / 2, 4).lightness() < 128;
     };
     EXPECT_FALSE(isDark());
@@ -157,45 +155,44 @@ TEST_F(PreferencesTest, TheInstructionsGoForwardAndBack) {
             EXPECT_EQ(QImage(file + QStringLiteral("@2x.png")).size(), picture.size() * 2) << name;
         }
     }
-    elements().Quillery_window->close();
-    elements().Instructions->trigger();
+    i().Quillery_window->close();
+    i().Instructions->trigger();
     EXPECT_EQ(state(), u"3+-") << "it opens where it was left";
-    elements().Inst_Back->click();
+    i().Inst_Back->click();
     EXPECT_EQ(state(), u"2++");
-    elements().Inst_Back->click();
+    i().Inst_Back->click();
     EXPECT_EQ(state(), u"1-+");
 }
 
 TEST_F(PreferencesTest, WindowedModePassesCommandsOn) {
     start();
-    elements().Quillery_window->show();
-    elements().Windowed_mode_item->trigger();
-    EXPECT_FALSE(elements().Quillery_window->isVisible());
-    EXPECT_TRUE(elements().Windowed_mode->isVisible());
-    EXPECT_TRUE(elements().Windowed_text->isVisible());
-    EXPECT_FALSE(elements().Close_windowed->isVisible())
-        << "without a status bar nothing would bring it back";
-    EXPECT_FALSE(elements().Add_friend_windowed_mode->isEnabled());
-    elements().Preference_windowed_mode->click();
-    EXPECT_EQ(elements().Quillery_Box->contentView(), elements().Preference_View);
-    elements().Tutorials_windowed_mode->click();
-    EXPECT_EQ(elements().Quillery_Box->contentView(), elements().Instructions_view);
-    elements().Info_Action->trigger();
-    EXPECT_EQ(elements().Quillery_Box->contentView(), elements().Info_View);
-    EXPECT_FALSE(elements().Contact_us_windowed_mode->isEnabled()) << "no address is configured";
+    i().Quillery_window->show();
+    i().Windowed_mode_item->trigger();
+    EXPECT_FALSE(i().Quillery_window->isVisible());
+    EXPECT_TRUE(i().Windowed_mode->isVisible());
+    EXPECT_TRUE(i().Windowed_text->isVisible());
+    EXPECT_FALSE(i().Close_windowed->isVisible()) << "without a status bar nothing would bring it back";
+    EXPECT_FALSE(i().Add_friend_windowed_mode->isEnabled());
+    i().Preference_windowed_mode->click();
+    EXPECT_EQ(i().Quillery_Box->contentView(), i().Preference_View);
+    i().Tutorials_windowed_mode->click();
+    EXPECT_EQ(i().Quillery_Box->contentView(), i().Instructions_view);
+    i().Info_Action->trigger();
+    EXPECT_EQ(i().Quillery_Box->contentView(), i().Info_View);
+    EXPECT_FALSE(i().Contact_us_windowed_mode->isEnabled()) << "no address is configured";
     delegate->Close_windowed(nullptr);
-    EXPECT_FALSE(elements().Windowed_mode->isVisible());
+    EXPECT_FALSE(i().Windowed_mode->isVisible());
 }
 
 TEST_F(PreferencesTest, WindowedModeHasTheFriendsOfWhoIsSignedIn) {
     putRemote("ann_Contacts.txt", "bob" + kEnd);
     setAutoLogin(QStringLiteral("ann"));
     start();
-    elements().Windowed_mode_item->trigger();
-    elements().Add_friend_windowed_mode->click();
-    EXPECT_EQ(elements().Quillery_Box->contentView(), elements().Add_contact_view);
-    elements().Remove_contact_windowed_mode->click();
-    EXPECT_EQ(elements().Quillery_Box->contentView(), elements().Contacts_table);
+    i().Windowed_mode_item->trigger();
+    i().Add_friend_windowed_mode->click();
+    EXPECT_EQ(i().Quillery_Box->contentView(), i().Add_contact_view);
+    i().Remove_contact_windowed_mode->click();
+    EXPECT_EQ(i().Quillery_Box->contentView(), i().Contacts_table);
 }
 
 TEST_F(PreferencesTest, LinksOpenWhatIsConfiguredAndCloseThePopover) {
@@ -203,19 +200,18 @@ TEST_F(PreferencesTest, LinksOpenWhatIsConfiguredAndCloseThePopover) {
                            {u"email"_qs, u"ann+news@example.org"_qs},
                            {u"tutorials"_qs, u"https://example.org/help"_qs}};
     start();
-    elements().Windowed_mode_item->trigger();
-    for (QPushButton *button :
-         {elements().Web_intro, elements().Mail_intro, elements().intro_open_tutorials}) {
-        elements().Contact_us_windowed_mode->click();
-        EXPECT_TRUE(elements().Intro_popover->isVisible());
-        const QPushButton &opener = *elements().Contact_us_windowed_mode;
-        EXPECT_GT(elements().Intro_popover->x(), opener.mapToGlobal(opener.rect().topRight()).x());
+    i().Windowed_mode_item->trigger();
+    for (QPushButton *button : {i().Web_intro, i().Mail_intro, i().intro_open_tutorials}) {
+        i().Contact_us_windowed_mode->click();
+        EXPECT_TRUE(i().Intro_popover->isVisible());
+        const QPushButton &opener = *i().Contact_us_windowed_mode;
+        EXPECT_GT(i().Intro_popover->x(), opener.mapToGlobal(opener.rect().topRight()).x());
         button->click();
-        EXPECT_FALSE(elements().Intro_popover->isVisible());
+        EXPECT_FALSE(i().Intro_popover->isVisible());
     }
-    elements().Web->trigger();
-    EXPECT_FALSE(elements().Facebook->isEnabled());
-    EXPECT_FALSE(elements().Facebook_intro->isEnabled());
+    i().Web->trigger();
+    EXPECT_FALSE(i().Facebook->isEnabled());
+    EXPECT_FALSE(i().Facebook_intro->isEnabled());
     EXPECT_EQ(workspace.opened.join(u' ').toStdString(),
               "https://example.org/?a=1 mailto:?to=ann%2Bnews%40example.org&subject=&body= "
               "https://example.org/help https://example.org/?a=1");

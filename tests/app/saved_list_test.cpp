@@ -46,7 +46,7 @@ TEST_F(SavedListTest, ASavedTextIsOnTopAnnouncedAndOnTheDisk) {
     copy("something newer");
     alerts.expect(QStringLiteral("Success!"),
                   QStringLiteral("You have successully save:(\"something newer\")"));
-    Q_EMIT notifications.activated();
+    Q_EMIT notifications.activated({});
 }
 
 TEST_F(SavedListTest, AnEmptyClipboardAndADuplicateAreRefused) {
@@ -87,24 +87,17 @@ TEST_F(SavedListTest, SignedInTextsGoToTheServer) {
     EXPECT_EQ(remote(".alice_Quillery.txt"), "mine");
 }
 
-TEST_F(SavedListTest, TheClipboardIsReadAgainForTheWrite) {
-    setAutoLogin(QStringLiteral("alice"));
-    start();
-    notifications.onDeliver = [&](const QString &) { copy("copied since"); };
-    save("announced");
-    EXPECT_EQ(remote(".alice_Quillery.txt"), "copied since" + kEnd);
-    EXPECT_EQ(items(), Items{"announced"});
-    // Where it holds nothing by then, the text that was announced is kept.
-    notifications.onDeliver = [&](const QString &) { QGuiApplication::clipboard()->clear(); };
-    save("second");
-    EXPECT_EQ(remote(".alice_Quillery.txt"), "second" + kEnd + "copied since" + kEnd);
-}
-
-TEST_F(SavedListTest, ATextCopiedRightAfterTheAnnouncementReplacesNothing) {
-    start();
-    notifications.onDeliver = [&](const QString &) { copy("copied since"); };
-    save("announced");
-    EXPECT_EQ(local(), "announced" + kEnd);
+TEST_F(SavedListTest, WhatIsCopiedRightAfterTheAnnouncementReplacesNothing) {
+    for (const bool isSignedIn : {false, true}) {
+        setAutoLogin(QStringLiteral("alice"));
+        if (!isSignedIn) set("kAutoLogin", QStringLiteral("No"));
+        start();
+        notifications.onDeliver = [&](const QString &) { copy("copied since"); };
+        save("announced");
+        notifications.onDeliver = [&](const QString &) { QGuiApplication::clipboard()->clear(); };
+        save("second");
+        EXPECT_EQ(isSignedIn ? remote(".alice_Quillery.txt") : local(), "second" + kEnd + "announced" + kEnd);
+    }
 }
 
 TEST_F(SavedListTest, AListThatCannotBeReadIsSetAsideAndNeverOverwritten) {
@@ -112,11 +105,14 @@ TEST_F(SavedListTest, AListThatCannotBeReadIsSetAsideAndNeverOverwritten) {
     putLocal(broken);
     start();
     EXPECT_TRUE(items().empty());
+    alerts.expect(kError,
+                  QStringLiteral("The list in %1 is no text, and was not changed. It is now kept as *")
+                      .arg(QString::fromStdString(localPath().string())));
     save("new");
     EXPECT_EQ(local(), "new");
     std::vector<std::string> kept;
     for (const auto &file : fs::directory_iterator(localPath().parent_path())) {
-        if (file.path() == localPath()) continue;
+        if (file.path() == localPath() || file.path().extension() == ".lock") continue;
         std::ifstream in(file.path(), std::ios::binary);
         kept.emplace_back(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
     }

@@ -3,6 +3,7 @@
 #include <QTimer>
 #include <algorithm>
 
+#include "platform/UserFolders.h"
 #include "support/ScriptedFtpServer.h"
 #include "tests/app/ControllerTest.h"
 
@@ -50,6 +51,8 @@ class ServerFaults : public ControllerTest {
     };
 
     void startWith(bool isSignedIn) {
+        std::filesystem::remove_all(rescued);
+        std::filesystem::create_directories(rescued);
         server = std::make_unique<ScriptedFtpServer>();
         configuration.storageHost = "127.0.0.1";
         configuration.storagePort = server->port();
@@ -195,6 +198,7 @@ class ServerFaults : public ControllerTest {
     }
 
     std::unique_ptr<ScriptedFtpServer> server;
+    const std::filesystem::path rescued = stateFolder() / "quillery/rescued";
     int signUps = 0;
 };
 
@@ -230,7 +234,7 @@ TEST_F(ServerFaults, AFileThatCouldNotBeReadWholeIsNotRewritten) {
             continue;
         const int last = static_cast<int>(operation.steps.find('W')) - 1;
         for (const Fault &fault :
-             {refused("RETR", last), Fault{.at = "data", .hangsUp = true, .skip = last, .times = 1}}) {
+             {refused("RETR", last), Fault{.at = "data", .hangsUp = true, .skip = last, .times = 3}}) {
             SCOPED_TRACE(operation.name + " " + fault.at);
             startFor(operation);
             EXPECT_EQ(resultOf(operation, {fault}, operation.said[static_cast<std::size_t>(last)]),
@@ -376,12 +380,20 @@ TEST_F(ServerFaults, AFormThatIsBeingCheckedAndWrittenCannotBeChangedOrSentAgain
 
 TEST_F(ServerFaults, QuittingWaitsForAnAccountThatIsBeingWritten) {
     startWith(true);
-    server->setFaults({{.at = "STOR", .delay = 300ms}});
+    server->setFaults({{.at = "STOR", .delay = 1500ms}});
     changePassword();
     EXPECT_EQ(stored("alice1_Password.txt"), "secret");
     alerts.expect("Alert!", "Are you sure you want to quit?");
-    expect(kChanged);
-    QTimer::singleShot(0, [&] { i().Quit->trigger(); });
+    QTimer::singleShot(0, [&] {
+        i().Quit->trigger();
+        i().Clear_list_button->click();            // nothing starts any more
+        i().waitingWindow->showFor({}, {}, true);  // as for another wait that is on the screen just now
+        alerts.expect("Sure?",
+                      "This is not finished, and will not be done if you quit now:\nChanging the password\n*",
+                      1);
+        i().waitingWindow->close();
+        expect(kChanged);
+    });
     QTimer limit;
     QObject::connect(&limit, &QTimer::timeout, [] { QCoreApplication::exit(1); });
     limit.start(10s);
@@ -390,24 +402,79 @@ TEST_F(ServerFaults, QuittingWaitsForAnAccountThatIsBeingWritten) {
     EXPECT_EQ(defaults.objectForKey(QStringLiteral("kPassword")), QStringLiteral("better"));
 }
 
-TEST_F(ServerFaults, WhatWasPickedStaysPickedUntilItIsDone) {
+TEST_F(ServerFaults, ChangesOfOneListAndLooksAtItTakeTurns) {
     startWith(true);
-    server->setFaults({{.at = "RETR", .delay = 300ms}});
+    i().Clipboard_saves_menu_item->trigger();
+    server->setFaults({{.at = "RETR", .delay = 50ms}, {.at = "STOR", .delay = 100ms}});
     i().RemoveItem_button->click();
     pick(1);
-    // While the list is being read for the removal, a save looks for its text through the whole list.
-    copy("three");
-    alerts.expect("Error!", "Text does exist in the list.");
-    i().Saveing_menu_item->trigger();
+    pick(0);
+    for (const char *text : {"new", "newer"}) {
+        copy(text);
+        i().Saveing_menu_item->trigger();
+    }
+    EXPECT_EQ(notifications.texts.size(), 2) << "an announcement waits for no write";
+    EXPECT_EQ(stored(".alice1_Quillery.txt"), kTexts);
+    i().Clipboard_saves_menu_item->trigger();
+    EXPECT_EQ(items(), (Items{"newer", "new", "three", ""}));
     settle();
-    EXPECT_EQ(stored(".alice1_Quillery.txt"), "one" + kEnd + "three" + kEnd);
+    EXPECT_EQ(stored(".alice1_Quillery.txt"), "newer" + kEnd + "new" + kEnd + "three" + kEnd);
+}
+
+TEST_F(ServerFaults, AListThatCannotBeReadForAMomentIsNotLost) {
+    const Fault cut{.at = "data", .hangsUp = true}, refusedOnce{.at = "RETR", .reply = "451 Try again."},
+        readOnly{.at = "STOR", .reply = "553 No."};
+    const std::string both = "b" + kEnd + "a" + kEnd;
+    struct Row {
+        Fault fault;
+        int times;
+        std::string list;
+        Items copies;
+        std::uint64_t mostBytes = kMostTextBytes;
+    };
+    for (const Row &row :
+         {Row{cut, 2, both + kTexts, {}}, Row{refusedOnce, 2, both + kTexts, {}},
+          Row{refused("RETR", 0), 1, both, {kTexts}}, Row{cut, 3, both, {kTexts}},
+          Row{readOnly, 2, kTexts, {both + kTexts}}, Row{cut, 0, kTexts, {both}, kTexts.size() - 1}}) {
+        SCOPED_TRACE(row.fault.at + row.list);
+        configuration.transport.limits.mostTextBytes = row.mostBytes;
+        startWith(true);
+        i().Clipboard_saves_menu_item->trigger();
+        Fault fault = row.fault;
+        fault.times = row.times;
+        server->setFaults({fault});
+        for (const char *text : {"a", "b"}) save(text);
+        EXPECT_EQ(stored(".alice1_Quillery.txt"), row.list);
+        Items copies;
+        for (const auto &file : std::filesystem::directory_iterator(rescued))
+            copies.push_back(*FileManager().textAtPath(file.path()).text);
+        EXPECT_EQ(copies, row.copies);
+        EXPECT_EQ(i().notificationBanner->isVisible(), !copies.empty());
+    }
+}
+
+TEST_F(ServerFaults, TheListOnThisMachineNeverWaitsForTheServer) {
+    configuration.transport.limits.idleTimeout = 2s;
+    startWith(true);
+    server->setFaults({{.at = "STOR", .stalls = true}});
+    copy("for the account");
+    i().Saveing_menu_item->trigger();
+    i().Log_in_menu_item->trigger();
+    copy("for this machine");
+    i().Saveing_menu_item->trigger();
+    i().Clipboard_saves_menu_item->trigger();
+    EXPECT_EQ(items(), (Items{"for this machine", ""}));
+    EXPECT_GT(background.running(), 0) << "the account's save is not over";
+    EXPECT_FALSE(RescuedLists(rescued, {}).adoptLeftovers()) << "a text on its way is its program's";
+    const auto onItsWay = std::filesystem::directory_iterator(rescued)->path();
+    EXPECT_EQ(FileManager().textAtPath(onItsWay).text, "for the account" + kEnd) << "and outlives a kill";
 }
 
 TEST_F(ServerFaults, QuittingDoesNotWaitForWhatIsOnlyRead) {
     startWith(true);
-    server->setFaults({{.at = "LIST", .stalls = true}});
+    server->setFaults({{.at = "SIZE", .stalls = true}});
     i().Contacts_item->trigger();
-    ASSERT_TRUE(waitFor([&] { return server->waitUntilAt("LIST"); }));
+    ASSERT_TRUE(waitFor([&] { return server->waitUntilAt("SIZE"); }));
     delegate->performRequest("quit", [](const SingleInstance::Answer &) {});
     EXPECT_TRUE(waitFor([&] { return background.running() == 0; }, 3000));
 }

@@ -200,13 +200,16 @@ TEST_F(StartUpTest, AMuteServerCanBeGivenUp) {
     ScriptedFtpServer server(Faults{{.at = "greeting", .stalls = true}});
     configuration.storageHost = "127.0.0.1";
     configuration.storagePort = server.port();
-    QTimer timer;
-    QObject::connect(&timer, &QTimer::timeout, [&] {
-        if (delegate->interface.Checking_cancel->isVisible()) delegate->interface.Checking_cancel->click();
-    });
-    timer.start(50);
+    alerts.expect(QStringLiteral("Alert!"), QStringLiteral("Are you sure you want to quit?"), 1);
     alerts.expect(kError, kNoConnection);
+    QTimer::singleShot(100, [&] {
+        delegate->interface.Quit->trigger();
+        EXPECT_EQ(alerts.outstanding(), 1U) << "at once";
+        QTest::keyClick(delegate->interface.Quillery_window.get(), Qt::Key_Escape);
+    });
+    const auto began = std::chrono::steady_clock::now();
     AppDelegate &app = start();
+    EXPECT_LT(std::chrono::steady_clock::now() - began, Waiting::kPatience) << "at once, too";
     EXPECT_FALSE(app.UploadDidFinish);
     EXPECT_EQ(app.interface.State_label->text(), QStringLiteral("Offline"));
 }

@@ -1,6 +1,7 @@
 """Quillery as a whole, seen from outside. Usage: desktop_test.py PROGRAM, on a private desktop (tests/support)."""
 
 import contextlib
+import glob
 import os
 import pathlib
 import shutil
@@ -171,7 +172,11 @@ class DesktopTest(unittest.TestCase):
             wait("window that says so", lambda: windows("Quillery is waiting"))
             if gives_up:
                 Screen().find(program.pid, "push button", "Quit Without Saving").press()
+                wait("question", lambda: windows("Sure."))
+                xdotool("key", "Tab", "Return")  # away from "Keep Waiting"
                 self.assertEqual(program.wait(20), 1)
+                kept = glob.glob(f"{HOME}/.local/state/quillery/rescued/*alice*")
+                self.assertEqual([contents(name) for name in kept], ["given up" + ENTRY_END])
             os.kill(storage, signal.SIGCONT)
             self.assertEqual(program.wait(20), int(gives_up))
             self.assertEqual(contents(f"{HOME}/.local/share/quillery/htdocs/.alice_Quillery.txt"), "in flight" + ENTRY_END)
@@ -262,7 +267,8 @@ class DesktopTest(unittest.TestCase):
     def test_closing_what_stands_in_for_the_status_bar_asks_and_closing_the_intro_ends(self):
         program = self.quillery()
         for answer in ("No", "Yes"):
-            Screen().find(program.pid, "push button", "Menu")
+            menu = wait("window with the menu", lambda: windows("Quillery Menu"))
+            xdotool("windowactivate", menu[0])
             wait("window in front", lambda: active_title() == "Quillery Menu")
             xdotool("key", "alt+F4")
             Screen().find(program.pid, "push button", answer).press()

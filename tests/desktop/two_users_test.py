@@ -8,8 +8,8 @@ import sys
 import tempfile
 import unittest
 
-SUPPORT = os.path.join(os.path.dirname(os.path.realpath(__file__)), "..", "support")
-sys.path.insert(0, SUPPORT)
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.realpath(__file__)), "..", "support"))
+import xfce_panel  # noqa: E402
 from screen import Screen, session, wait  # noqa: E402
 from status_menu import StatusMenu  # noqa: E402
 
@@ -91,9 +91,9 @@ class TwoUsersTest(unittest.TestCase):
         server = subprocess.Popen([STORAGE, "--folder", self.lists.parent, "--port", "0"], stdout=subprocess.PIPE, text=True)
         self.addCleanup(lambda: (server.kill(), server.wait(10), server.stdout.close()))
         port = server.stdout.readline().rpartition(":")[2].partition("/")[0]
-        bar = subprocess.Popen(["/usr/bin/python3", os.path.join(SUPPORT, "status_menu.py")], stdout=subprocess.PIPE, text=True)
-        self.addCleanup(lambda: (bar.kill(), bar.wait(10), bar.stdout.close()))
-        bar.stdout.readline()
+        xfce_panel.configure(os.environ["HOME"])
+        panel = subprocess.Popen(xfce_panel.COMMAND, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        self.addCleanup(lambda: (panel.kill(), panel.wait(10)))
         self.screen = Screen()
         self.machines = []
         for name in ("one", "two"):

@@ -1,19 +1,19 @@
 #include <algorithm>
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 
 #include "FTPManager/FTPListing.h"
-#include "Require.h"
 
 namespace {
 
 constexpr std::chrono::sys_seconds kNow = std::chrono::sys_days(std::chrono::year(2026) / 11 / 23);
 
 void checkEntry(const FTPResource &entry) {
-    REQUIRE(!entry.name.empty() && entry.name != "." && entry.name != "..");
-    REQUIRE(entry.name.find('\n') == std::string::npos);
-    REQUIRE(entry.mode <= 07777);
-    REQUIRE(entry.link.empty() || entry.type == FTPResourceType::kSymbolicLink);
+    assert(!entry.name.empty() && entry.name != "." && entry.name != "..");
+    assert(entry.name.find('\n') == std::string::npos);
+    assert(entry.mode <= 07777);
+    assert(entry.link.empty() || entry.type == FTPResourceType::kSymbolicLink);
 }
 
 }  // namespace
@@ -28,12 +28,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     if (whole) {
         // The line that was cut is not there yet; all before it are.
         std::for_each(whole->begin(), whole->end(), checkEntry);
-        REQUIRE(part && part->size() <= whole->size());
-        REQUIRE(std::equal(part->begin(), part->end(), whole->begin()));
+        assert(part && part->size() <= whole->size());
+        assert(std::equal(part->begin(), part->end(), whole->begin()));
     }
     const fm::ParsedListingLine line = fm::parseListingLine(bytes, kNow);
-    REQUIRE(line.consumed >= -1 && line.consumed <= static_cast<std::ptrdiff_t>(bytes.size()));
-    REQUIRE(line.consumed <= 0 || bytes[static_cast<std::size_t>(line.consumed) - 1] == '\n');
-    REQUIRE(!line.entry || line.consumed > 0);
+    assert(line.consumed >= -1 && line.consumed <= static_cast<std::ptrdiff_t>(bytes.size()));
+    assert(line.consumed <= 0 || bytes[static_cast<std::size_t>(line.consumed) - 1] == '\n');
+    assert(!line.entry || line.consumed > 0);
     return 0;
 }

@@ -93,6 +93,10 @@ void PortalDesktop::endPortal() {
     EXPECT_TRUE(waitForService(kPortal, false));
 }
 
+void PortalDesktop::setHung(bool isHung) {
+    kill(static_cast<pid_t>(portal_->processId()), isHung ? SIGSTOP : SIGCONT);
+}
+
 void PortalDesktop::endBus() {
     end(bus_);
 }

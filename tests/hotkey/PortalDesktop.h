@@ -27,6 +27,8 @@ class PortalDesktop {
     /// Starts and ends the portal; without shortcuts it is one that has no backend for them.
     void startPortal(bool withShortcuts = true);
     void endPortal();
+    /// Halts the portal, or lets it go on.
+    void setHung(bool isHung);
     /// Ends the session bus, for good.
     void endBus();
 

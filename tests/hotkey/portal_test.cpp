@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 
 #include <QCoreApplication>
+#include <QElapsedTimer>
 #include <QProcess>
 #include <vector>
 
@@ -27,6 +28,7 @@ class Program {
         center.setRegistrationLostHandler([this](const auto &hotKey, const std::string &reason) {
             losses.push_back((hotKey->hotKeyRef() ? "kept: " : "") + reason);
         });
+        center.setRegistrationRegainedHandler([this](const auto &) { losses.emplace_back("again"); });
     }
     std::shared_ptr<VkHotKey> add(std::uint16_t keyCode = kKeyCodeC, std::uint64_t flags = kCommandShift) {
         return center.registerHotKeyWithKeyCode(keyCode, flags,
@@ -106,7 +108,7 @@ TEST_F(PortalHotKey, IsGivenBackAtOnceAndCanBeTakenAgain) {
     const auto hotKey = program.add();
     ASSERT_TRUE(hotKey && desktop.asked(1));
     program.center.unregisterHotKey(hotKey);
-    EXPECT_EQ(desktop.openSessions(), 0);
+    EXPECT_TRUE(waitFor([&] { return desktop.openSessions() == 0; }));
     ASSERT_TRUE(program.center.registerHotKey(hotKey));
     program.center.unregisterHotKey(hotKey);  // before the portal has answered
     ASSERT_TRUE(program.center.registerHotKey(hotKey));
@@ -129,7 +131,7 @@ TEST_F(PortalHotKey, DoesNotWaitForTheUserAndTellsARefusal) {
     EXPECT_EQ(program.center.lastFailure(), program.losses.front());
     EXPECT_FALSE(hotKey->hotKeyRef());
     EXPECT_FALSE(program.center.hasRegisteredHotKeyWithKeyCode(kKeyCodeC, kCommandShift));
-    EXPECT_EQ(desktop.openSessions(), 0);
+    EXPECT_TRUE(waitFor([&] { return desktop.openSessions() == 0; }));
 
     for (const auto &[answer, words] : {std::pair{PortalDesktop::kFailure, "could not set the hot key up"},
                                         std::pair{PortalDesktop::kNothingChosen, "left out"}}) {
@@ -207,6 +209,44 @@ TEST_F(PortalHotKey, TellsOfAPortalThatStaysAway) {
     const auto again = desktop.asked(2);
     ASSERT_TRUE(again);
     EXPECT_TRUE(firesOnce(*again));
+    EXPECT_THAT(program.losses, ElementsAre(HasSubstr("not come back"), "again"));
+}
+
+TEST_F(PortalHotKey, HoldsNothingUpWhileThePortalDoesNotAnswer) {
+    const auto old = program.add();
+    ASSERT_TRUE(old && desktop.asked(1));
+    const auto isPrompt = [](const auto &action) {
+        QElapsedTimer timer;
+        timer.start();
+        action();
+        return timer.elapsed() < 300;  // and not 100, for a busy machine
+    };
+    desktop.setHung(true);
+    std::optional<Program> slow(std::in_place), hung(std::in_place);
+    EXPECT_TRUE(isPrompt([&] { EXPECT_TRUE(slow->add(kKeyCodeV)); }));
+    EXPECT_TRUE(isPrompt([&] { slow->center.unregisterHotKey(slow->add(kKeyCodeF5)); }));
+    EXPECT_TRUE(isPrompt([&] { program.center.unregisterHotKey(old); }));
+    desktop.setHung(false);
+    const auto asked = desktop.asked(2);
+    ASSERT_TRUE(asked);
+    type(*asked);
+    EXPECT_TRUE(waitFor([&] { return slow->firedKeyCodes() == std::vector{kKeyCodeV}; }));
+    EXPECT_TRUE(waitFor([&] { return desktop.openSessions() == 1; }));
+
+    desktop.setHung(true);
+    EXPECT_TRUE(isPrompt([&] { EXPECT_TRUE(hung->add(kKeyCodeF5)); }));
+    EXPECT_TRUE(waitFor([&] { return !log.empty(); }, 10'000));
+    EXPECT_THAT(log,
+                ElementsAre(AllOf(HasSubstr("only those in X11 windows"), HasSubstr("does not answer"))));
+    Program other;
+    qunsetenv("WAYLAND_DISPLAY");
+    EXPECT_FALSE(other.add(kKeyCodeF5)) << "the X server has given it away";
+    qputenv("WAYLAND_DISPLAY", "wayland-0");
+    EXPECT_TRUE(isPrompt([&] {
+        slow.reset();
+        hung.reset();
+    }));
+    desktop.setHung(false);
 }
 
 // The last: the process cannot go to another bus afterwards.

@@ -28,6 +28,7 @@ struct Service {
     std::string refusal;
     hotkey::BackEnd::ReleasedHandler handler;
     hotkey::BackEnd::LostHandler lost;
+    hotkey::BackEnd::RegainedHandler regained;
     std::string purpose;
     int openings = 0;
     VkHotKeyRef lastRef = 100;
@@ -40,7 +41,8 @@ struct Service {
 class FakeBackEnd : public hotkey::BackEnd {
   public:
     explicit FakeBackEnd(Service &service) : service_(service) {}
-    void installEventHandler(ReleasedHandler released, LostHandler lost) override {
+    void installEventHandler(ReleasedHandler released, LostHandler lost, RegainedHandler regained) override {
+        service_.regained = std::move(regained);
         service_.handler = std::move(released);
         service_.lost = std::move(lost);
     }
@@ -194,21 +196,6 @@ TEST_F(Registry, UnregistersWhatMatches) {
     EXPECT_THAT(service.held, IsEmpty());
 }
 
-TEST_F(Registry, HandsAKeyUpEventToTheHotKeyWithThatNumber) {
-    add(9), add(8);
-    service.release(2);
-    service.release(3);  // nobody's
-    ASSERT_EQ(events.size(), 1u);
-    const VkKeyEvent &event = events.front();
-    EXPECT_EQ(event.type, 11);
-    EXPECT_EQ(event.keyCode, 8);
-    EXPECT_EQ(event.location, QPoint(3, 4));
-    EXPECT_EQ(event.modifierFlags, 0x1F0000u);
-    EXPECT_EQ(event.timestamp.count(), 77);
-    EXPECT_EQ(event.windowNumber, -1);
-    EXPECT_TRUE(event.characters.empty() && event.charactersIgnoringModifiers.empty() && !event.isARepeat);
-}
-
 TEST_F(Registry, LogsDoubtfulAndFailedDeliveries) {
     std::vector<std::string> lines;
     hotkey::setLogSink([&](std::string_view line) { lines.emplace_back(line); });
@@ -238,13 +225,17 @@ TEST_F(Registry, TellsOfALostRegistration) {
     service.lost({*kept->hotKeyRef(), "no such key now", true});
     service.release(1);
     EXPECT_EQ(events.size(), 1u);
+    center.setRegistrationRegainedHandler(
+        [&](const auto &hotKey) { losses.push_back(std::to_string(hotKey->keyCode()) + " again"); });
+    service.regained(*kept->hotKeyRef());
+    EXPECT_EQ(center.lastFailure(), std::nullopt);
     service.held.erase(ref);
     service.lost({ref, "refused", false});
     EXPECT_EQ(center.lastFailure(), "refused");
     EXPECT_FALSE(lost->hotKeyRef());
     EXPECT_THAT(registeredKeyCodes(), ElementsAre(9));
     service.lost({ref, "refused", false});  // of what is no longer registered
-    EXPECT_THAT(losses, ElementsAre("9 kept: no such key now", "8: refused"));
+    EXPECT_THAT(losses, ElementsAre("9 kept: no such key now", "9 again", "8: refused"));
     EXPECT_EQ(center.registerHotKey(lost), lost);
     EXPECT_EQ(center.lastFailure(), std::nullopt);
     hotkey::setLogSink(nullptr);

@@ -103,7 +103,13 @@ TEST_F(ListControlTest, TypingFiltersAndAPickMeansTheItemOnTheRow) {
     click(0);
     ASSERT_EQ(picks.size(), 1U);
     EXPECT_EQ(picks[0], std::pair(3, "ALPHABET"s));
-    EXPECT_TRUE(waitFor([&] { return rows().size() == 6; }, 1000)) << "a pick shows the whole list again";
+    list.selectPicked(3, "ALPHABET");
+    QCoreApplication::processEvents();
+    EXPECT_EQ(rows(), (std::vector<std::string>{"ALPHABET"}))
+        << "the next click on the same spot is not another's";
+    EXPECT_EQ(line->text(), QStringLiteral("alphaB"));
+    QTest::keyClick(line, Qt::Key_Escape);
+    EXPECT_EQ(rows().size(), 6U);
     line->setText(QString::fromUtf8("\xC3\xA4RG"));
     EXPECT_EQ(rows(), (std::vector<std::string>{"gamma \xC3\x84rger"}));
 }
@@ -124,7 +130,7 @@ TEST_F(ListControlTest, WorksByKeyboardAlone) {
     ASSERT_EQ(picks.size(), 2U);
     EXPECT_EQ(picks[1].second, "three");
     QCoreApplication::processEvents();
-    QTest::keyClicks(line, QStringLiteral("one"));
+    line->setText(QStringLiteral("one"));
     QTest::keyClick(line, Qt::Key_Escape);
     EXPECT_EQ(rows().size(), 4U);
     EXPECT_EQ(dismissals, 0);
@@ -175,13 +181,4 @@ TEST_F(ListControlTest, ADoubleClickIsOnePick) {
     send(QEvent::MouseButtonPress);
     send(QEvent::MouseButtonRelease);
     EXPECT_EQ(rows(), (std::vector<std::string>{"c"}));
-}
-
-TEST_F(ListControlTest, AFilterThatMatchesAllIsOneAllTheSame) {
-    fill({"apple"});
-    line->setText(QStringLiteral("app"));
-    QTest::keyClick(line, Qt::Key_Return);
-    QCoreApplication::processEvents();
-    list.insertItemWithObjectValue("xyz", 0);
-    EXPECT_EQ(rows(), (std::vector<std::string>{"xyz", "apple"}));
 }

@@ -54,6 +54,11 @@ TEST_F(PasteboardTest, TextsOfEveryKindGoBothWaysByteForByte) {
         const auto fromThread =
             waiting.run(QString(), [this](std::stop_token) { return pasteboard.stringForType(); });
         EXPECT_TRUE(fromThread.text == text) << "read in the background";
+        const auto stateWithin = [](std::chrono::seconds time, std::size_t bytes) {
+            return readXSelection(std::chrono::seconds(5), {}, time, bytes).state;
+        };
+        EXPECT_EQ(stateWithin(std::chrono::seconds(60), text.size() - 1), PasteboardText::State::kTooLarge);
+        EXPECT_EQ(stateWithin(std::chrono::seconds(0), text.size()), PasteboardText::State::kNoAnswer);
         owner.kill();
         owner.waitForFinished();
     }
@@ -80,5 +85,10 @@ TEST_F(PasteboardTest, AnOwnerThatHangsIsGivenUpWhileTheInterfaceLives) {
     EXPECT_EQ(pasteboard.stringForType().state, PasteboardText::State::kNoAnswer);
     EXPECT_LT(clock.elapsed(), 4000);
     EXPECT_GT(ticks, 20);
+    std::stop_source stop;
+    stop.request_stop();
+    clock.restart();
+    waiting.run(QString(), [&](std::stop_token) { return pasteboard.stringForType(stop.get_token()); });
+    EXPECT_LT(clock.elapsed(), 1000) << "nor is it waited for once the program ends";
     kill(static_cast<pid_t>(owner.processId()), SIGCONT);
 }

@@ -1,9 +1,15 @@
 #include "platform/SingleInstance.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 
+#include <QTest>
+#include <ctime>
 #include <future>
 
+#include "platform/UserFolders.h"
 #include "tests/support/WaitFor.h"
 
 namespace {
@@ -71,6 +77,39 @@ TEST(SingleInstanceTest, PassesRequestsOnAndAnswersBack) {
     // What is no request is dropped, and the next one heard.
     EXPECT_FALSE(ask(std::string(1000, 'x')).has_value());
     EXPECT_TRUE(ask("list").has_value());
+}
+
+TEST(SingleInstanceTest, CallersThatSayNothingAreGivenUpAndOnesThatCannotBeTakenWait) {
+    SingleInstance instance;
+    ASSERT_EQ(instance.claim(), SingleInstance::Claim::kIsTheOne);
+    ASSERT_TRUE(instance.listen([](const std::string &, const SingleInstance::Reply &reply) { reply({}); }));
+    const std::string path = *runtimeFolder() / ("instance" + qgetenv("DISPLAY").toStdString());
+    sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    std::vector<int> silent;
+    for (int i = 0; i < 40; ++i) {
+        silent.push_back(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+        ASSERT_EQ(connect(silent.back(), reinterpret_cast<sockaddr *>(&address), sizeof address), 0) << i;
+        QCoreApplication::processEvents();
+    }
+    char byte = 0;
+    EXPECT_TRUE(waitFor([&] { return recv(silent[0], &byte, 1, 0) == 0; }, 15'000));
+    EXPECT_TRUE(ask("list").has_value());
+
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const int last = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    const rlimit full{.rlim_cur = static_cast<rlim_t>(last) + 1, .rlim_max = limit.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &full);
+    ASSERT_EQ(connect(last, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    const std::clock_t before = std::clock();
+    QTest::qWait(500);
+    EXPECT_LT(std::clock() - before, CLOCKS_PER_SEC / 4) << "it tries again and again";
+    setrlimit(RLIMIT_NOFILE, &limit);
+    send(last, "list\n", 5, MSG_NOSIGNAL);
+    EXPECT_TRUE(waitFor([&] { return recv(last, &byte, 1, 0) == 1; }));
+    for (const int descriptor : silent) close(descriptor);
+    close(last);
 }
 
 }  // namespace

@@ -7,39 +7,38 @@
 #include <QDBusMessage>
 #include <QDBusVariant>
 #include <QDBusVirtualObject>
-#include <QThread>
-#include <atomic>
 #include <cstdlib>
 #include <cstring>
+
+#include "tests/support/WaitFor.h"
 
 namespace {
 
 const QString kWatcher = QStringLiteral("org.kde.StatusNotifierWatcher");
 const QString kPath = QStringLiteral("/StatusNotifierWatcher");
 
-// What keeps the books of the items in the status bar, on a connection and a thread of its own: it is asked
-// by a call that blocks.
+// What keeps the books of the items in the status bar.
 class Watcher : public QDBusVirtualObject {
   public:
     Watcher() {
-        moveToThread(&thread_);
-        thread_.start();
         bus_.registerVirtualObject(kPath, this);
         bus_.registerService(kWatcher);
     }
-    ~Watcher() override {
-        QDBusConnection::disconnectFromBus(QStringLiteral("watcher"));
-        thread_.quit();
-        thread_.wait();
-    }
+    ~Watcher() override { QDBusConnection::disconnectFromBus(QStringLiteral("watcher")); }
     QString introspect(const QString &) const override { return {}; }
     bool handleMessage(const QDBusMessage &message, const QDBusConnection &connection) override {
-        return connection.send(message.createReply(QVariant::fromValue(QDBusVariant(hasHost.load()))));
+        return isSilent || connection.send(message.createReply(QVariant::fromValue(QDBusVariant(hasHost_))));
     }
-    std::atomic<bool> hasHost = false;
+    void setHost(bool has) {
+        hasHost_ = has;
+        bus_.send(QDBusMessage::createSignal(kPath, kWatcher,
+                                             has ? QStringLiteral("StatusNotifierHostRegistered")
+                                                 : QStringLiteral("StatusNotifierHostUnregistered")));
+    }
+    bool isSilent = false;
 
   private:
-    QThread thread_;
+    bool hasHost_ = false;
     QDBusConnection bus_ =
         QDBusConnection::connectToBus(QDBusConnection::SessionBus, QStringLiteral("watcher"));
 };
@@ -71,18 +70,27 @@ class XTray {
 
 // The toolkit decides once for one of the two kinds, so this is the only test that may see a status bar.
 TEST(StatusBarTest, OneCountsOnlyWithAHostAndFromThenOnOnlyOneOfItsKind) {
-    EXPECT_FALSE(StatusBar::isAvailable());
+    const StatusBar bar;
+    const auto becomes = [&bar](bool isThere) {
+        return waitFor([&] { return bar.isAvailable() == isThere; }, 3000);
+    };
     {
         Watcher watcher;
-        EXPECT_FALSE(StatusBar::isAvailable()) << "nobody shows the items";
-        watcher.hasHost = true;
-        EXPECT_TRUE(StatusBar::isAvailable());
-        watcher.hasHost = false;
-        EXPECT_FALSE(StatusBar::isAvailable());
+        watcher.setHost(true);
+        EXPECT_TRUE(becomes(true));
+        watcher.isSilent = true;
+        watcher.setHost(false);
+        EXPECT_FALSE(becomes(false)) << "one that does not answer is not gone";
+        watcher.isSilent = false;
+        watcher.setHost(false);
+        EXPECT_TRUE(becomes(false)) << "nobody shows the items";
+        watcher.setHost(true);
+        EXPECT_TRUE(becomes(true));
     }
+    EXPECT_TRUE(becomes(false));
     const XTray tray;
-    EXPECT_FALSE(StatusBar::isAvailable()) << "of the other kind";
+    EXPECT_FALSE(becomes(true)) << "of the other kind";
     Watcher again;
-    again.hasHost = true;
-    EXPECT_TRUE(StatusBar::isAvailable());
+    again.setHost(true);
+    EXPECT_TRUE(becomes(true));
 }

@@ -4,8 +4,6 @@
 
 #include <QTest>
 
-#include "tests/support/WaitFor.h"
-
 namespace {
 
 struct Names : TableViewDataSource {
@@ -16,28 +14,6 @@ struct Names : TableViewDataSource {
 };
 
 }  // namespace
-
-TEST(TableViewTest, ARemovedRowFadesFromSightWhileTheOthersAreThereAlready) {
-    Names source;
-    TableView table;
-    table.setDataSource(&source);
-    table.setAlternatingRowColors(false);
-    table.show();
-    ASSERT_TRUE(QTest::qWaitForWindowExposed(&table));
-    const auto picture = [&](int row) {
-        return table.viewport()->grab(table.visualRect(table.model()->index(row, 0))).toImage();
-    };
-
-    const QImage removed = picture(1);
-    const QImage next = picture(2);
-    ASSERT_NE(removed, next);
-    table.fadeOutRow(1);
-    source.names.removeAt(1);
-    table.reloadData();
-    EXPECT_EQ(table.model()->rowCount(), 2);
-    EXPECT_EQ(picture(1), removed);
-    EXPECT_TRUE(waitFor([&] { return picture(1) == next; }));
-}
 
 TEST(TableViewTest, SaysSomethingWhileThereIsNothingToShow) {
     Names source;

@@ -40,17 +40,3 @@ TEST(Text, OneLineStandsForAnyText) {
         EXPECT_FALSE(oneLine("x" + emoji, limit).chopped(1).back().isHighSurrogate());
     }
 }
-
-TEST(Text, OnlyLongWordsGetPlacesToBreakThem) {
-    const QString plain = QStringLiteral("an ordinary sentence of more characters than one word has");
-    EXPECT_EQ(breakable(plain), plain);
-    QString emoji;
-    for (int i = 0; i < 100; ++i) emoji += QStringLiteral("\U0001F600");
-    for (const QString &word : {QString(100, u'x'), emoji}) {
-        const QString text = QStringLiteral("see ") + word;
-        QString broken = breakable(text);
-        EXPECT_EQ(broken.count(QChar(0x200B)), (word.size() - 24 - 1) / 8);
-        EXPECT_FALSE(broken.contains(QStringLiteral("\u200B\xDE00")));
-        EXPECT_EQ(broken.remove(QChar(0x200B)), text);
-    }
-}

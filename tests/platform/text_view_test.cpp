@@ -2,10 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#include <QApplication>
+#include <QClipboard>
 #include <QElapsedTimer>
 #include <QScrollBar>
 #include <QTest>
+#include <QTimer>
 
+#include "platform/Alerts.h"
+#include "platform/WrappedLabel.h"
 #include "tests/support/WaitFor.h"
 
 TEST(TextView, ShowsLargeTextsWholeWithoutHoldingUpTheInterface) {
@@ -31,24 +36,22 @@ TEST(TextView, ShowsLargeTextsWholeWithoutHoldingUpTheInterface) {
         QString shown = view.toPlainText();
         if (text == oneLine) shown.remove(u'\n');
         EXPECT_TRUE(shown == text);
+        view.selectAll();
+        view.copy();
+        EXPECT_TRUE(QGuiApplication::clipboard()->text() == text);
         EXPECT_LT(longest, 1000) << "milliseconds for one turn of the event loop";
     }
 }
 
-TEST(TextView, TellsTheHeightThatShowsItsTextAndBeginsWhereItsScriptDoes) {
-    TextView view;
-    view.show();
-    ASSERT_TRUE(QTest::qWaitForWindowExposed(&view));
-    for (const QString &text : {QStringLiteral("one"), QStringLiteral("one\ntwo\n\tthree"),
-                                QString(200, u'w'), QStringLiteral("words and words and ").repeated(10)}) {
-        view.setString(text);
-        const int height = view.heightForText(400, 300);
-        view.resize(400, height);
-        EXPECT_TRUE(waitFor([&] { return view.verticalScrollBar()->maximum() == 0; })) << text.toStdString();
-        view.resize(400, height - view.fontMetrics().height());
-        EXPECT_TRUE(waitFor([&] { return view.verticalScrollBar()->maximum() > 0; })) << text.toStdString();
-    }
-    EXPECT_EQ(view.heightForText(400, 40), 40);
-    view.setString(QStringLiteral("\u05E9\u05DC\u05D5\u05DD"));
-    EXPECT_GT(view.cursorRect().left(), 200);
+TEST(Alerts, ShowWhatTheyQuoteAsItIsAndWhole) {
+    const QString message = QStringLiteral("/home/") + QString(300, u'x') + QStringLiteral(" <b>\n");
+    QTimer::singleShot(200, [&] {
+        QWidget *box = QApplication::activeModalWidget();
+        const auto *label = box->findChild<WrappedLabel *>();
+        EXPECT_EQ(label->text(), message);
+        EXPECT_LT(label->width(), 800);
+        EXPECT_GE(label->height(), label->heightForWidth(label->width()));
+        QTest::keyClick(box, Qt::Key_Return);
+    });
+    EXPECT_EQ(MessageBoxAlerts().run(QStringLiteral("Sure?"), message, {"Yes", "No"}, 1), 1);
 }

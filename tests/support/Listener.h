@@ -5,6 +5,16 @@
 #include <unistd.h>
 
 #include <cstdint>
+#include <stdexcept>
+
+// A connection to a port of loopback; the descriptor is the caller's.
+inline int connectTo(std::uint16_t port, int flags = 0) {
+    sockaddr_in address{.sin_family = AF_INET, .sin_port = htons(port), .sin_addr = {}, .sin_zero = {}};
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const int client = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | flags, 0);
+    connect(client, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+    return client;
+}
 
 // A bare listening socket on loopback, for servers that do not even accept.
 class Listener {
@@ -13,27 +23,22 @@ class Listener {
         address_.sin_family = AF_INET;
         address_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t size = sizeof address_;
-        isListening_ = bind(descriptor_, generic(), size) == 0 && listen(descriptor_, backlog) == 0 &&
-                       getsockname(descriptor_, generic(), &size) == 0;
+        if (bind(descriptor_, generic(), size) != 0 || listen(descriptor_, backlog) != 0 ||
+            getsockname(descriptor_, generic(), &size) != 0)
+            throw std::runtime_error("no listening socket on loopback");
     }
     ~Listener() { close(descriptor_); }
     Listener(const Listener &) = delete;
     Listener &operator=(const Listener &) = delete;
 
-    bool isListening() const { return isListening_; }
     int descriptor() const { return descriptor_; }
     std::uint16_t port() const { return ntohs(address_.sin_port); }
     // Begins to connect; the descriptor is the caller's.
-    int connectWithoutWaiting() {
-        const int client = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-        connect(client, generic(), sizeof address_);
-        return client;
-    }
+    int connectWithoutWaiting() { return connectTo(port(), SOCK_NONBLOCK); }
 
   private:
     sockaddr *generic() { return reinterpret_cast<sockaddr *>(&address_); }
 
     int descriptor_;
     sockaddr_in address_{};
-    bool isListening_ = false;
 };

@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "support/StorageServer.h"
+#include "support/StorageProcess.h"
 #include "support/TemporaryFolder.h"
 
 /// One of Debian's FTP servers on loopback, over a folder of its own, for the user u with the password p. It

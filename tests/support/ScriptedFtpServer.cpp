@@ -1,32 +1,16 @@
 #include "support/ScriptedFtpServer.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <stdexcept>
 #include <utility>
 
 namespace {
 
 constexpr int kPatienceMs = 10'000;
-
-int listenOnLoopback(std::uint16_t &port) {
-    const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    if (bind(descriptor, reinterpret_cast<sockaddr *>(&address), size) != 0 || listen(descriptor, 16) != 0 ||
-        getsockname(descriptor, reinterpret_cast<sockaddr *>(&address), &size) != 0)
-        throw std::runtime_error("no listening socket on loopback");
-    port = ntohs(address.sin_port);
-    return descriptor;
-}
 
 bool sendAll(int descriptor, std::string_view bytes) {
     while (!bytes.empty()) {
@@ -127,8 +111,7 @@ class ScriptedFtpServer::Session {
 
     bool openData(const std::string &verb) {
         closeData();
-        std::uint16_t port = 0;
-        dataListener_ = listenOnLoopback(port);
+        const std::uint16_t port = dataListener_.emplace(16).port();
         if (verb == "EPSV") return answer(verb, "229 Passive (|||" + std::to_string(port) + "|)");
         // An address of the documentation's range, where nobody answers, as a server behind a router would
         // tell.
@@ -182,15 +165,15 @@ class ScriptedFtpServer::Session {
     }
 
     void closeData() {
-        for (int *descriptor : {&dataListener_, &data_}) {
-            if (*descriptor >= 0) close(std::exchange(*descriptor, -1));
-        }
+        dataListener_.reset();
+        if (data_ >= 0) close(std::exchange(data_, -1));
     }
 
     bool acceptData() {
-        pollfd waiting{.fd = dataListener_, .events = POLLIN, .revents = 0};
-        if (dataListener_ < 0 || poll(&waiting, 1, kPatienceMs) != 1) return false;
-        data_ = accept4(dataListener_, nullptr, nullptr, SOCK_CLOEXEC);
+        if (!dataListener_) return false;
+        pollfd waiting{.fd = dataListener_->descriptor(), .events = POLLIN, .revents = 0};
+        if (poll(&waiting, 1, kPatienceMs) != 1) return false;
+        data_ = accept4(waiting.fd, nullptr, nullptr, SOCK_CLOEXEC);
         return data_ >= 0;
     }
 
@@ -236,14 +219,12 @@ class ScriptedFtpServer::Session {
     ScriptedFtpServer &server_;
     const int control_;
     std::string folder_;  ///< "" or "folder/"
-    int dataListener_ = -1;
+    std::optional<Listener> dataListener_;
     int data_ = -1;
 };
 
-ScriptedFtpServer::ScriptedFtpServer(Faults faults) : faults_(std::move(faults)) {
-    listener_ = listenOnLoopback(port_);
-    acceptor_ = std::thread([this] { acceptClients(); });
-}
+ScriptedFtpServer::ScriptedFtpServer(Faults faults)
+    : faults_(std::move(faults)), acceptor_([this] { acceptClients(); }) {}
 
 ScriptedFtpServer::~ScriptedFtpServer() {
     {
@@ -252,15 +233,14 @@ ScriptedFtpServer::~ScriptedFtpServer() {
         for (const int client : clients_) shutdown(client, SHUT_RDWR);
     }
     changed_.notify_all();
-    shutdown(listener_, SHUT_RDWR);
+    shutdown(listener_.descriptor(), SHUT_RDWR);
     acceptor_.join();
     for (std::thread &session : sessions_) session.join();
-    close(listener_);
 }
 
 void ScriptedFtpServer::acceptClients() {
     int client = -1;
-    while ((client = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0) {
+    while ((client = accept4(listener_.descriptor(), nullptr, nullptr, SOCK_CLOEXEC)) >= 0) {
         keep(client);
         sessions_.emplace_back([this, client] { Session(*this, client).run(); });
     }

@@ -14,6 +14,8 @@
 #include <thread>
 #include <vector>
 
+#include "support/Listener.h"
+
 /// Something that a good server never does.
 struct Fault {
     /// A command ("STOR"), or "greeting" (the first line), "data" (amid the bytes of a transfer), "done" (the
@@ -51,7 +53,7 @@ class ScriptedFtpServer {
     ScriptedFtpServer(const ScriptedFtpServer &) = delete;
     ScriptedFtpServer &operator=(const ScriptedFtpServer &) = delete;
 
-    std::uint16_t port() const { return port_; }
+    std::uint16_t port() const { return listener_.port(); }
     /// From now on it has these instead.
     void setFaults(Faults faults);
     /// By path as the client says it, such as "htdocs/name".
@@ -79,8 +81,7 @@ class ScriptedFtpServer {
     void keep(int descriptor);
     void release(int descriptor);
 
-    std::uint16_t port_ = 0;
-    int listener_ = -1;
+    Listener listener_{16};
 
     mutable std::mutex mutex_;
     mutable std::condition_variable changed_;

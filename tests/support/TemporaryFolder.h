@@ -3,6 +3,7 @@
 #include <stdlib.h>
 
 #include <filesystem>
+#include <fstream>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -27,3 +28,9 @@ class TemporaryFolder {
   private:
     std::filesystem::path path_;
 };
+
+/// The bytes of a file; none if it cannot be read.
+inline std::string contentOf(const std::filesystem::path &path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}

@@ -1,9 +1,10 @@
-#include "support/StorageServer.h"
+#include "support/StorageProcess.h"
 
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -84,10 +85,8 @@ std::optional<int> ChildProcess::waitForEnd(std::chrono::milliseconds limit) {
     return status_;
 }
 
-StorageServer::StorageServer(const std::vector<std::string> &options) {
-    std::string pattern = std::filesystem::temp_directory_path() / "quillery-storage.XXXXXX";
-    if (!mkdtemp(pattern.data())) throw std::runtime_error("no temporary folder");
-    folder_ = pattern;
+StorageProcess::StorageProcess(const std::vector<std::string> &options) {
+    mkdir((folder_.path() / "run").c_str(), 0700);
     process_ = startAnother(options);
     const std::string announcement = process_->readLine().value_or("");
     const std::size_t colon = announcement.rfind(':');
@@ -95,16 +94,10 @@ StorageServer::StorageServer(const std::vector<std::string> &options) {
         port_ = static_cast<std::uint16_t>(std::strtol(announcement.c_str() + colon + 1, nullptr, 10));
 }
 
-StorageServer::~StorageServer() {
-    process_.reset();
-    std::error_code ignored;
-    std::filesystem::remove_all(folder_, ignored);
-}
-
-std::unique_ptr<ChildProcess> StorageServer::startAnother(const std::vector<std::string> &options) const {
+std::unique_ptr<ChildProcess> StorageProcess::startAnother(const std::vector<std::string> &options) const {
     std::vector<std::string> command{QUILLERY_STORAGE_SCRIPT};
     command.insert(command.end(), options.begin(), options.end());
     return std::make_unique<ChildProcess>(
-        command, std::vector<std::string>{"XDG_DATA_HOME=" + (folder_ / "data").string(),
-                                          "XDG_RUNTIME_DIR=" + (folder_ / "run").string()});
+        command, std::vector<std::string>{"XDG_DATA_HOME=" + (folder_.path() / "data").string(),
+                                          "XDG_RUNTIME_DIR=" + (folder_.path() / "run").string()});
 }

@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "support/TemporaryFolder.h"
+
 /// A child process whose output is read line by line; killed when this is destroyed.
 class ChildProcess {
   public:
@@ -34,16 +36,15 @@ class ChildProcess {
 };
 
 /// quillery-storage with folders of its own, which vanish with it.
-class StorageServer {
+class StorageProcess {
   public:
-    explicit StorageServer(const std::vector<std::string> &options = {});
-    ~StorageServer();
+    explicit StorageProcess(const std::vector<std::string> &options = {});
 
     ChildProcess &process() { return *process_; }
     /// Read from its announcement; 0 if it has made none.
     std::uint16_t port() const { return port_; }
-    std::filesystem::path listsFolder() const { return folder_ / "data/quillery/htdocs"; }
-    std::filesystem::path runtimeFolder() const { return folder_ / "run/quillery"; }
+    std::filesystem::path listsFolder() const { return folder_.path() / "data/quillery/htdocs"; }
+    std::filesystem::path runtimeFolder() const { return folder_.path() / "run/quillery"; }
     /// A server process of the same user, beside this one.
     std::unique_ptr<ChildProcess> startAnother(const std::vector<std::string> &options = {}) const;
 
@@ -51,7 +52,7 @@ class StorageServer {
     static constexpr const char *kPassword = "w5rt9x2h";
 
   private:
-    std::filesystem::path folder_;
-    std::unique_ptr<ChildProcess> process_;
+    TemporaryFolder folder_;
+    std::unique_ptr<ChildProcess> process_;  ///< ends before its folder does
     std::uint16_t port_ = 0;
 };

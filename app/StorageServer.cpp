@@ -1,0 +1,144 @@
+#include "app/StorageServer.h"
+
+#include <array>
+#include <chrono>
+#include <condition_variable>
+#include <new>
+#include <utility>
+
+#include "app/ClipList.h"
+#include "app/StorageNames.h"
+
+namespace {
+
+constexpr std::array<std::chrono::milliseconds, ServerFile::kAttempts - 1> kPauses{
+    std::chrono::milliseconds(200), std::chrono::milliseconds(1000)};
+
+// False if it was cut short.
+bool pause(std::chrono::milliseconds time, const std::stop_token &stop) {
+    std::mutex mutex;
+    std::condition_variable_any never;
+    std::unique_lock lock(mutex);
+    never.wait_for(lock, stop, time, [] { return false; });
+    return !stop.stop_requested();
+}
+
+}  // namespace
+
+StorageServer::StorageServer(std::shared_ptr<FTPTransport> transport, FTPManager &manager, Place place,
+                             RescuedLists &rescued)
+    : transport_(std::move(transport)), manager_(manager), place_(std::move(place)), rescued_(rescued) {}
+
+std::shared_ptr<ServerFile> StorageServer::file(const std::string &name) {
+    return std::make_shared<ServerFile>(shared_from_this(), name, false);
+}
+
+std::shared_ptr<ServerFile> StorageServer::list(const std::string &name) {
+    return std::make_shared<ServerFile>(shared_from_this(), name, true);
+}
+
+fm::TurnQueue &StorageServer::queueOf(const std::string &name) {
+    const std::scoped_lock lock(queuesMutex_);
+    return queues_[name];
+}
+
+// The personal server may have ended since, by whatever hand: then it is started again.
+std::optional<FMServer> StorageServer::find(const std::stop_token &stop) const {
+    FMServer found = place_.descriptor;
+    if (!place_.personalStorage) return found;
+    const auto storage = place_.personalStorage(stop);
+    if (!storage.port) return std::nullopt;
+    found.port = *storage.port;
+    return found;
+}
+
+std::optional<std::string> StorageServer::urlOf(const std::string &name, const std::stop_token &stop) const {
+    const std::optional<FMServer> found = find(stop);
+    if (!found) return std::nullopt;
+    return ftpURLForFile({*found->username, *found->password, place_.host, found->port,
+                          std::string(StorageNames::kRemoteDirectory), name});
+}
+
+ServerFile::ServerFile(std::shared_ptr<StorageServer> server, std::string name, bool isList)
+    : server_(std::move(server)), name_(std::move(name)), isList_(isList) {
+    turn_.emplace(server_->queueOf(name_));
+}
+
+std::shared_ptr<const std::string> ServerFile::read(const std::stop_token &stop) {
+    wasRead_ = true;
+    state_ = FTPText::State::kCancelled;
+    text_.reset();
+    if (!turn_->wait(stop)) return nullptr;
+    for (std::size_t attempt = 0;; ++attempt) {
+        const auto url = server_->urlOf(name_, stop);
+        if (!url) break;  // the server was waited for already, or there is no such URL
+        FTPText found = textWithContentsOfURL(*url, *server_->transport_, stop);
+        state_ = found.state;
+        bytes_ = std::move(found.bytes);
+        if (found.text) text_ = std::make_shared<const std::string>(std::move(*found.text));
+        if (state_ != FTPText::State::kFailed || attempt == kPauses.size()) break;
+        if (!pause(kPauses[attempt], stop)) break;
+    }
+    if (isList_ && text_) server_->rescued_.remember(name_, text_, false);
+    return text_;
+}
+
+std::optional<bool> ServerFile::exists(const std::stop_token &stop) {
+    if (!turn_->wait(stop)) return std::nullopt;
+    const auto url = server_->urlOf(name_, stop);
+    return url ? fileExistsAtURL(*url, *server_->transport_, stop) : std::nullopt;
+}
+
+bool ServerFile::replace(std::string text, const std::stop_token &stop) {
+    const bool isWritten = write(text, stop);
+    if (!isList_) return isWritten;
+    RescuedLists &rescued = server_->rescued_;
+    if (isWritten) {
+        rescued.remember(name_, std::make_shared<const std::string>(std::move(text)), true);
+    } else if (!stop.stop_requested()) {
+        rescued.keep(name_, RescuedLists::Reason::kNotWritten);  // the server may hold a part of it
+    }
+    return isWritten;
+}
+
+bool ServerFile::putInFront(const std::string &entry) {
+    const auto old = text_ ? std::optional<std::string_view>(*text_) : std::nullopt;
+    RescuedLists &rescued = server_->rescued_;
+    std::string text;
+    bool isWritten = false;
+    try {
+        text = ClipList::withEntryInFront(entry, old);
+        isWritten = write(text, {});
+    } catch (const std::bad_alloc &) {  // a list that has grown too large for it
+    }
+    bool isSafe = isWritten;
+    if (isWritten) {
+        rescued.remember(name_, std::make_shared<const std::string>(std::move(text)), true);
+    } else {
+        isSafe = rescued.keepEntry(name_, entry);
+    }
+    // Where not even the copy could be written, on a full disk, it is all that there is of the text.
+    if (isSafe) rescued.forget(std::exchange(meanwhile_, {}));
+    return isWritten;
+}
+
+void ServerFile::forgetText() {
+    server_->rescued_.letGo(name_);
+}
+
+void ServerFile::announce(std::string_view entry) {
+    meanwhile_ = server_->rescued_.keepMeanwhile(name_, entry);
+}
+
+bool ServerFile::write(const std::string &text, const std::stop_token &stop) {
+    if (!turn_->wait(stop)) return false;
+    // A list that is too large to be read is there all the same, and so may be one that was not asked for.
+    if (wasRead_ && (state_ == FTPText::State::kTooLarge || state_ == FTPText::State::kCancelled))
+        return false;
+    if (isList_ && wasRead_ && !text_) {
+        if (state_ == FTPText::State::kNotText) server_->rescued_.keepBytes(name_, bytes_);
+        server_->rescued_.keep(name_, RescuedLists::Reason::kNotRead);
+    }
+    const std::optional<FMServer> found = server_->find(stop);
+    return found && server_->manager_.uploadData(text, name_, &*found, stop);
+}
