@@ -130,6 +130,22 @@ std::optional<bool> fileExistsAtURL(std::string_view url, const FTPTransport &tr
     }
 }
 
+bool renameFileAtURL(std::string_view url, std::string_view newName, const FTPTransport &transport,
+                     std::stop_token cancelled) {
+    try {
+        const std::optional<fm::FTPAddress> address = addressOfFileAt(url);
+        if (!address || !fm::isSendableFileName(newName)) return false;
+        const std::string folder = address->path.substr(0, address->path.size() - address->fileName.size());
+        fm::Transfer transfer(
+            transport, {.kind = fm::TransferTask::Kind::kCommand,
+                        .address = *address,
+                        .commands = {"RNFR " + address->path, "RNTO " + folder + std::string(newName)}});
+        return runUntil(std::move(cancelled), transfer) == fm::Transfer::Status::kCompleted;
+    } catch (...) {
+        return false;
+    }
+}
+
 std::optional<std::string> stringWithContentsOfURL(std::string_view url, const FTPTransport &transport,
                                                    std::stop_token cancelled) {
     return textWithContentsOfURL(url, transport, std::move(cancelled)).text;

@@ -220,6 +220,12 @@ FTPText textWithContentsOfURL(std::string_view url, const FTPTransport &transpor
 std::optional<bool> fileExistsAtURL(std::string_view url, const FTPTransport &transport,
                                     std::stop_token cancelled = {});
 
+/// Gives the file at an FTP URL another name in its folder. True once the server has confirmed it. What has
+/// the new name already is lost on many servers. Never asked twice: where a cut connection leaves open what
+/// has become of it, the result is false. Blocks the calling thread, which may be any. Logs nothing.
+bool renameFileAtURL(std::string_view url, std::string_view newName, const FTPTransport &transport,
+                     std::stop_token cancelled = {});
+
 /// The text that textWithContentsOfURL reads; nothing for every state but kText.
 std::optional<std::string> stringWithContentsOfURL(std::string_view url, const FTPTransport &transport,
                                                    std::stop_token cancelled = {});

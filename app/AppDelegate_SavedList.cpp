@@ -116,7 +116,7 @@ QString AppDelegate::whyNotRead(PasteboardText::State state) {
         case PasteboardText::State::kRefused:
             return tr("The program that the text was copied in did not give it.");
         case PasteboardText::State::kTooLarge:
-            return tr("The copied text is larger than %1 MiB.").arg(kMostClipboardBytes >> 20);
+            return tr("The copied text is larger than %1 MiB.").arg(DesktopPasteboard::kLimits.bytes >> 20);
         case PasteboardText::State::kNoAccess:
             return tr("This desktop does not show the clipboard to Quillery while another window is in use.");
         case PasteboardText::State::kText:

@@ -63,11 +63,12 @@ bool RescuedLists::keepEntry(const std::string &name, std::string_view entry) {
     return list.isKept;
 }
 
-void RescuedLists::keepBytes(const std::string &name, std::string_view bytes) {
+bool RescuedLists::keepBytes(const std::string &name, std::string_view bytes) {
     const std::scoped_lock lock(mutex_);
     List unread;
     unread.known = std::make_shared<const std::string>(bytes);
     write(name, unread, Reason::kNotRead);
+    return unread.isKept;
 }
 
 void RescuedLists::write(const std::string &name, List &list, Reason reason) {
@@ -90,7 +91,7 @@ void RescuedLists::write(const std::string &name, List &list, Reason reason) {
     }
 }
 
-fs::path RescuedLists::keepMeanwhile(const std::string &name, std::string_view entry) {
+fs::path RescuedLists::keepMeanwhile(const std::string &name, std::string_view text) {
     const std::scoped_lock lock(mutex_);
     std::error_code error;
     fs::create_directories(folder_, error);
@@ -105,7 +106,7 @@ fs::path RescuedLists::keepMeanwhile(const std::string &name, std::string_view e
     meanwhile_[file] = descriptor;
     // Not flushed to the disk: that would take longer than most ways to a server.
     std::ofstream writing(file, std::ios::binary);
-    writing << entry << ClipList::kEntryTerminator;
+    writing << text;
     if (writing.flush()) return file;
     fs::remove(file, error);
     close(descriptor);

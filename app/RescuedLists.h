@@ -25,6 +25,7 @@ class RescuedLists {
 
     enum class Reason {
         kNotRead,     // the list is written anew although it could not be read
+        kSetAside,    // the same, and it lies on the server under another name: `copy` is that name
         kNotWritten,  // the list could not be written
         kCutShort,    // a program ended before it had written the list
     };
@@ -46,16 +47,19 @@ class RescuedLists {
     // Keeps what is known of the list, together with the texts that did not reach it. Nothing happens where
     // nothing is known, or the copy is there already.
     void keep(const std::string &name, Reason reason);
-    // Keeps `bytes`, which were read as this list and are no text.
-    void keepBytes(const std::string &name, std::string_view bytes);
+    // Says that the list lies on the server under the name `aside`.
+    void tellOfSetAside(const std::string &aside) const { tell_(aside, Reason::kSetAside); }
+    // Keeps `bytes`, which were read as this list, or as what was set aside of it. False if they could not be
+    // kept.
+    bool keepBytes(const std::string &name, std::string_view bytes);
     // Keeps `entry`, which did not reach the list, in front of what is known of it. False if it could not be
     // kept.
     bool keepEntry(const std::string &name, std::string_view entry);
 
-    // Keeps `entry` for as long as it is on its way to the list, so that the end of this program does not
-    // lose it. Returns its file, which forget() removes; empty if it could not be kept. Nothing is told. The
-    // file is locked until then: other programs of the user leave it alone.
-    std::filesystem::path keepMeanwhile(const std::string &name, std::string_view entry);
+    // Keeps `text`, in the form of a list, for as long as it is on its way to the list, so that the end of
+    // this program does not lose it. Returns its file, which forget() removes; empty if it could not be kept.
+    // Nothing is told. The file is locked until then: other programs of the user leave it alone.
+    std::filesystem::path keepMeanwhile(const std::string &name, std::string_view text);
     void forget(const std::filesystem::path &meanwhile);
     // The texts that former programs kept so and did not come to forget stay for good. Whether there are any.
     bool adoptLeftovers();

@@ -1,5 +1,9 @@
 #include "app/StorageNames.h"
 
+#include <array>
+#include <ctime>
+#include <random>
+
 namespace {
 
 std::string named(std::string_view user, std::string_view kind) {
@@ -32,6 +36,17 @@ std::string StorageNames::contacts(std::string_view user) {
 }
 std::string StorageNames::shared(std::string_view user) {
     return named(user, "shared");
+}
+
+std::string StorageNames::unread(std::string_view file) {
+    const std::time_t now = std::time(nullptr);
+    std::tm utc = {};
+    gmtime_r(&now, &utc);
+    std::array<char, 32> date = {};
+    std::strftime(date.data(), date.size(), "%Y-%m-%d-%H%M%S", &utc);
+    std::string name(file);
+    ((name += ".unread-") += date.data()) += '-';
+    return name += std::to_string(std::random_device()());  // other programs may do the same at the same time
 }
 
 std::filesystem::path StorageNames::localClipList(const std::filesystem::path &home) {

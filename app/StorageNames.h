@@ -22,6 +22,10 @@ std::string email(std::string_view user);
 std::string contacts(std::string_view user);
 std::string shared(std::string_view user);  // texts shared with the user
 
+// What a file is renamed to on the server when it is written anew although it could not be read. Another name
+// with each call.
+std::string unread(std::string_view file);
+
 // The list on this machine.
 std::filesystem::path localClipList(const std::filesystem::path &home);
 

@@ -69,18 +69,29 @@ std::shared_ptr<const std::string> ServerFile::read(const std::stop_token &stop)
     state_ = FTPText::State::kCancelled;
     text_.reset();
     if (!turn_->wait(stop)) return nullptr;
-    for (std::size_t attempt = 0;; ++attempt) {
-        const auto url = server_->urlOf(name_, stop);
-        if (!url) break;  // the server was waited for already, or there is no such URL
-        FTPText found = textWithContentsOfURL(*url, *server_->transport_, stop);
-        state_ = found.state;
-        bytes_ = std::move(found.bytes);
-        if (found.text) text_ = std::make_shared<const std::string>(std::move(*found.text));
-        if (state_ != FTPText::State::kFailed || attempt == kPauses.size()) break;
-        if (!pause(kPauses[attempt], stop)) break;
-    }
+    FTPText found = readFile(name_, stop);
+    state_ = found.state;
+    bytes_ = std::move(found.bytes);
+    if (found.text) text_ = std::make_shared<const std::string>(std::move(*found.text));
     if (isList_ && text_) server_->rescued_.remember(name_, text_, false);
     return text_;
+}
+
+FTPText ServerFile::readFile(const std::string &name, const std::stop_token &stop) const {
+    FTPText found{FTPText::State::kCancelled, {}, {}};
+    for (std::size_t attempt = 0;; ++attempt) {
+        const auto url = server_->urlOf(name, stop);
+        if (!url) break;  // the server was waited for already, or there is no such URL
+        found = textWithContentsOfURL(*url, *server_->transport_, stop);
+        if (found.state != FTPText::State::kFailed || attempt == kPauses.size()) break;
+        if (!pause(kPauses[attempt], stop)) break;
+    }
+    return found;
+}
+
+bool ServerFile::rename(const std::string &from, const std::string &to) const {
+    const auto url = server_->urlOf(from, {});
+    return url && renameFileAtURL(*url, to, *server_->transport_);
 }
 
 std::optional<bool> ServerFile::exists(const std::stop_token &stop) {
@@ -98,6 +109,7 @@ bool ServerFile::replace(std::string text, const std::stop_token &stop) {
     } else if (!stop.stop_requested()) {
         rescued.keep(name_, RescuedLists::Reason::kNotWritten);  // the server may hold a part of it
     }
+    rescued.forget(std::exchange(meanwhile_, {}));
     return isWritten;
 }
 
@@ -127,7 +139,17 @@ void ServerFile::forgetText() {
 }
 
 void ServerFile::announce(std::string_view entry) {
-    meanwhile_ = server_->rescued_.keepMeanwhile(name_, entry);
+    keepMeanwhile(ClipList::withEntryInFront(entry, std::nullopt));
+}
+
+void ServerFile::keepMeanwhile(std::string_view text) {
+    const std::filesystem::path former =
+        std::exchange(meanwhile_, server_->rescued_.keepMeanwhile(name_, text));
+    if (meanwhile_.empty()) {
+        meanwhile_ = former;
+    } else {
+        server_->rescued_.forget(former);
+    }
 }
 
 bool ServerFile::write(const std::string &text, const std::stop_token &stop) {
@@ -135,10 +157,29 @@ bool ServerFile::write(const std::string &text, const std::stop_token &stop) {
     // A list that is too large to be read is there all the same, and so may be one that was not asked for.
     if (wasRead_ && (state_ == FTPText::State::kTooLarge || state_ == FTPText::State::kCancelled))
         return false;
-    if (isList_ && wasRead_ && !text_) {
-        if (state_ == FTPText::State::kNotText) server_->rescued_.keepBytes(name_, bytes_);
-        server_->rescued_.keep(name_, RescuedLists::Reason::kNotRead);
+    if (!isList_) return upload(text, stop);
+    // Should this program end before the server has it all, the server may hold a part of it.
+    if (!text.empty() && text.size() <= RescuedLists::kMostBytes) keepMeanwhile(text);
+    if (!wasRead_ || text_) return upload(text, stop);
+    RescuedLists &rescued = server_->rescued_;
+    if (state_ == FTPText::State::kNotText) rescued.keepBytes(name_, bytes_);
+    const std::string aside = state_ == FTPText::State::kFailed ? StorageNames::unread(name_) : std::string();
+    if (aside.empty() || !rename(name_, aside)) {
+        rescued.keep(name_, RescuedLists::Reason::kNotRead);
+        return upload(text, stop);
     }
+    const bool isWritten = upload(text, stop);
+    // Nobody else's new list is in the place by now, as far as that can be told.
+    if (!isWritten && exists() == false && rename(aside, name_)) return false;
+    const FTPText old = readFile(aside, {});
+    if (!old.text || !rescued.keepBytes(name_, *old.text)) {
+        rescued.keep(name_, RescuedLists::Reason::kNotRead);
+        rescued.tellOfSetAside(aside);
+    }
+    return isWritten;
+}
+
+bool ServerFile::upload(const std::string &text, const std::stop_token &stop) const {
     const std::optional<FMServer> found = server_->find(stop);
     return found && server_->manager_.uploadData(text, name_, &*found, stop);
 }

@@ -73,8 +73,9 @@ class ServerFile {
     std::optional<bool> exists(const std::stop_token &stop = {});
 
     // Makes `text` the whole file. False if the server has not confirmed it. A list that read() could not
-    // read, and one that is not written, is kept on this machine as far as it is known. A list that is too
-    // large to be read is not written.
+    // read for a reason that may pass keeps its texts under another name on the server, if that can rename.
+    // What is known of it, and of one that is not written, is kept on this machine. A list that is too large
+    // to be read is not written.
     bool replace(std::string text, const std::stop_token &stop = {});
 
     // Writes the list with `entry` in front of what read() gave. Should that fail, the entry is kept on this
@@ -90,7 +91,11 @@ class ServerFile {
     void release() { turn_.reset(); }
 
   private:
+    FTPText readFile(const std::string &name, const std::stop_token &stop) const;
+    bool rename(const std::string &from, const std::string &to) const;
     bool write(const std::string &text, const std::stop_token &stop);
+    bool upload(const std::string &text, const std::stop_token &stop) const;
+    void keepMeanwhile(std::string_view text);
 
     const std::shared_ptr<StorageServer> server_;
     const std::string name_;

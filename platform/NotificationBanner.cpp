@@ -16,6 +16,7 @@
 
 namespace {
 constexpr std::chrono::seconds kTime{6};  // as long as notification services show one
+constexpr std::chrono::seconds kTimeForAClick{30};
 constexpr int kTextWidth = 340;
 constexpr int kMargin = 16;  // between it and the edges of the screen
 constexpr qsizetype kMostLines = 8;
@@ -41,7 +42,6 @@ NotificationBanner::NotificationBanner(QWidget *parent)
     layout->addWidget(title_, 0, 1);
     layout->addWidget(text_, 1, 1);
     time_.setSingleShot(true);
-    time_.setInterval(kTime);
     connect(&time_, &QTimer::timeout, this, &NotificationBanner::dismiss);
 }
 
@@ -51,6 +51,7 @@ void NotificationBanner::present(const QString &title, const QString &text, std:
     title_->setText(title);
     text_->setText(beginning(text, kMostLines, kMostCharacters));
     clicked_ = std::move(clicked);
+    time_.setInterval(clicked_ ? kTimeForAClick : kTime);
     adjustSize();
     const QRect room = QGuiApplication::primaryScreen()->availableGeometry();
     move(room.right() + 1 - kMargin - width(), room.top() + kMargin);

@@ -15,7 +15,7 @@ class NotificationBanner : public QFrame {
     explicit NotificationBanner(QWidget *parent = nullptr);
 
     // Shows the text, or the beginning of a long one, in place of the one before, and announces it to
-    // assistive programs. A click takes it away and then calls `clicked`, if given.
+    // assistive programs. A click takes it away and then calls `clicked`; with that given, it stays longer.
     void present(const QString &title, const QString &text, std::function<void()> clicked = {});
 
     // Takes away what is shown; nothing of the text stays behind.

@@ -1,12 +1,14 @@
 #pragma once
 
+#include <memory>
 #include <stop_token>
 #include <string>
 
-#include "platform/XSelectionReader.h"
+#include "platform/PasteboardText.h"
 
 class UiThread;
 class Waiting;
+class WaylandSelection;
 
 // The general pasteboard: the desktop's clipboard, as plain text. An interface, so that a test can put
 // anything there.
@@ -26,16 +28,19 @@ class Pasteboard {
 
 class DesktopPasteboard : public Pasteboard {
   public:
-    // An owner that shows no sign of life for this long is not waited for any longer.
-    static constexpr std::chrono::milliseconds kOwnerLimit{2000};
+    static constexpr PasteboardLimits kLimits{.silence = std::chrono::seconds(2)};
 
     // Both are to outlive the pasteboard.
-    DesktopPasteboard(UiThread &ui, Waiting &waiting) : ui_(ui), waiting_(waiting) {}
+    DesktopPasteboard(UiThread &ui, Waiting &waiting);
+    ~DesktopPasteboard() override;
 
     PasteboardText stringForType(const std::stop_token &stop = {}) override;
     bool setString(const std::string &text) override;
 
   private:
+    PasteboardText readFromOwner(const std::stop_token &stop) const;
+
     UiThread &ui_;
     Waiting &waiting_;
+    const std::unique_ptr<WaylandSelection> wayland_;  // null on every other desktop
 };

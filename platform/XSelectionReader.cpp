@@ -35,12 +35,10 @@ std::string fromLatin1(std::string_view bytes) {
 
 class Reader {
   public:
-    Reader(std::chrono::milliseconds limit, std::stop_token stop, std::chrono::milliseconds wholeLimit,
-           std::size_t mostBytes)
-        : limit_(limit),
+    Reader(const PasteboardLimits &limits, std::stop_token stop)
+        : limits_(limits),
           stop_(std::move(stop)),
-          end_(Clock::now() + wholeLimit),
-          mostBytes_(mostBytes),
+          end_(Clock::now() + limits.whole),
           connection_(xcb_connect(nullptr, &screenNumber_)) {}
     ~Reader() { xcb_disconnect(connection_); }
     Reader(const Reader &) = delete;
@@ -115,7 +113,7 @@ class Reader {
 
     // The next event before the time limit, or nothing.
     Reply<xcb_generic_event_t> nextEvent() {
-        const auto end = std::min(Clock::now() + limit_, end_);
+        const auto end = std::min(Clock::now() + limits_.silence, end_);
         for (;;) {
             // First: an owner that never ends always has an event waiting.
             if (stop_.stop_requested() || Clock::now() >= end_) return nullptr;
@@ -154,7 +152,7 @@ class Reader {
             type = reply->type;
             bytes.append(static_cast<const char *>(xcb_get_property_value(reply.get())),
                          static_cast<std::size_t>(xcb_get_property_value_length(reply.get())));
-            if (reply->bytes_after == 0 || bytes.size() > mostBytes_) break;
+            if (reply->bytes_after == 0 || bytes.size() > limits_.bytes) break;
         }
         xcb_delete_property(connection_, window_, property_);
         xcb_flush(connection_);
@@ -181,7 +179,7 @@ class Reader {
             result.type = target;
             bytes.clear();
             // Parts follow, each when the one before has been taken off; an empty one is the end.
-            for (std::size_t before = 0; bytes.size() <= mostBytes_; before = bytes.size()) {
+            for (std::size_t before = 0; bytes.size() <= limits_.bytes; before = bytes.size()) {
                 type = waitForNewProperty() ? takeProperty(bytes) : std::nullopt;
                 if (!type || bytes.size() == before) break;
                 if (*type != XCB_NONE) result.type = *type;
@@ -190,15 +188,14 @@ class Reader {
             result.type = type.value_or(XCB_NONE);
         }
         result.answered = type.has_value();
-        result.isTooLarge = bytes.size() > mostBytes_;
+        result.isTooLarge = bytes.size() > limits_.bytes;
         if (result.answered && result.type != XCB_NONE) result.bytes = std::move(bytes);
         return result;
     }
 
-    std::chrono::milliseconds limit_;
+    PasteboardLimits limits_;
     std::stop_token stop_;
     Clock::time_point end_;
-    std::size_t mostBytes_;
     int screenNumber_ = 0;
     xcb_connection_t *connection_;
     xcb_window_t window_ = XCB_NONE;
@@ -207,10 +204,9 @@ class Reader {
 
 }  // namespace
 
-PasteboardText readXSelection(std::chrono::milliseconds limit, std::stop_token stop,
-                              std::chrono::milliseconds wholeLimit, std::size_t mostBytes) {
+PasteboardText readXSelection(const PasteboardLimits &limits, std::stop_token stop) {
     try {
-        return Reader(limit, std::move(stop), wholeLimit, mostBytes).read();
+        return Reader(limits, std::move(stop)).read();
     } catch (const std::bad_alloc &) {
         return {PasteboardText::State::kTooLarge, {}};
     }

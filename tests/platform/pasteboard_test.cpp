@@ -12,6 +12,7 @@
 
 #include "platform/UiThread.h"
 #include "platform/Waiting.h"
+#include "platform/XSelectionReader.h"
 #include "tests/support/WaitFor.h"
 
 using namespace std::string_literals;
@@ -48,14 +49,14 @@ TEST_F(PasteboardTest, TextsOfEveryKindGoBothWaysByteForByte) {
         EXPECT_TRUE(pasteboard.stringForType().text == text);
         // What another program gets, over the wire.
         const auto wire =
-            waiting.run(QString(), [](std::stop_token) { return readXSelection(std::chrono::seconds(5)); });
+            waiting.run(QString(), [](std::stop_token) { return readXSelection({std::chrono::seconds(5)}); });
         EXPECT_TRUE(wire.text == text);
         copyInAnotherProgram(text);
         const auto fromThread =
             waiting.run(QString(), [this](std::stop_token) { return pasteboard.stringForType(); });
         EXPECT_TRUE(fromThread.text == text) << "read in the background";
         const auto stateWithin = [](std::chrono::seconds time, std::size_t bytes) {
-            return readXSelection(std::chrono::seconds(5), {}, time, bytes).state;
+            return readXSelection({std::chrono::seconds(5), time, bytes}).state;
         };
         EXPECT_EQ(stateWithin(std::chrono::seconds(60), text.size() - 1), PasteboardText::State::kTooLarge);
         EXPECT_EQ(stateWithin(std::chrono::seconds(0), text.size()), PasteboardText::State::kNoAnswer);
