@@ -127,6 +127,7 @@ struct SingleInstance::Caller {
     QSocketNotifier readable;
     QTimer silence;
     std::string request;
+    bool isAnswered = false;  // and waits for this program's end, or does not care to go
 };
 
 SingleInstance::~SingleInstance() {
@@ -181,6 +182,8 @@ void SingleInstance::accept() {
         return;
     }
     const auto caller = std::make_shared<Caller>(connection);
+    if (const auto answered = firstAnswered(); callers_.size() >= kMostCallers && answered != callers_.end())
+        drop(**answered);
     callers_.push_back(caller);
     connect(&caller->readable, &QSocketNotifier::activated, this,
             [this, caller = caller.get()] { read(*caller); });
@@ -191,7 +194,11 @@ void SingleInstance::accept() {
 }
 
 void SingleInstance::acceptUnlessFull() {
-    newcomers_->setEnabled(callers_.size() < kMostCallers);
+    newcomers_->setEnabled(callers_.size() < kMostCallers || firstAnswered() != callers_.end());
+}
+
+auto SingleInstance::firstAnswered() const -> std::vector<std::shared_ptr<Caller>>::const_iterator {
+    return std::ranges::find_if(callers_, [](const auto &caller) { return caller->isAnswered; });
 }
 
 void SingleInstance::read(Caller &caller) {
@@ -209,13 +216,15 @@ void SingleInstance::read(Caller &caller) {
     const auto found =
         std::find_if(callers_.begin(), callers_.end(), [&](const auto &one) { return one.get() == &caller; });
     const std::weak_ptr<Caller> asking = *found;
-    handler_(caller.request.substr(0, end), [asking](const Answer &answer) {
+    handler_(caller.request.substr(0, end), [this, asking](const Answer &answer) {
         // The connection stays until this program ends, or the other one has had enough.
         const auto still = asking.lock();
         if (!still) return;
         writeAll(still->descriptor, std::to_string(answer.status) + answer.words + "\n");
         still->request.clear();
+        still->isAnswered = true;
         still->readable.setEnabled(true);
+        acceptUnlessFull();
     });
 }
 

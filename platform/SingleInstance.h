@@ -39,8 +39,8 @@ class SingleInstance : public QObject {
     Claim claim();
 
     // Takes requests of this user's processes from now on: of 32 at once, while others wait, and not of those
-    // that have not said within ten seconds what they want. Needs a claim and the event loop. False if the
-    // socket cannot be had.
+    // that have not said within ten seconds what they want. Who is answered and stays makes room where it is
+    // wanted. Needs a claim and the event loop. False if the socket cannot be had.
     bool listen(Handler handler);
 
     // Sends a request to the running program and waits for its answer; where none comes within `limit`, that
@@ -55,6 +55,7 @@ class SingleInstance : public QObject {
     void acceptUnlessFull();
     void read(Caller &caller);
     void drop(const Caller &caller);
+    std::vector<std::shared_ptr<Caller>>::const_iterator firstAnswered() const;
 
     Handler handler_;
     int lock_ = -1;
