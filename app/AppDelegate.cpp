@@ -21,10 +21,6 @@ constexpr const char *kStoragePassword = "w5rt9x2h";
 constexpr std::chrono::seconds kLoginPatience{10};
 constexpr std::chrono::seconds kSoon{1};
 
-void log(const std::string &line) {
-    std::fprintf(stderr, "Quillery: %s\n", line.c_str());
-}
-
 }  // namespace
 
 AppDelegate::AppDelegate(Shell shell)

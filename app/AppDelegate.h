@@ -385,6 +385,7 @@ class AppDelegate : public QObject, public TableViewDataSource {
     int showAlert(const QString &title, const QString &message,
                   const QStringList &buttons = {QStringLiteral("OK")}, int defaultButton = 0);
     void alertFromBackground(const QString &title, const QString &message);
+    static void log(const std::string &line);  // to standard error; from any thread
     void actFromBackground(const std::function<void()> &action);
 
     // Preferences and guidance.

@@ -8,14 +8,6 @@
 #include "app/StorageNames.h"
 #include "platform/Text.h"
 
-namespace {
-
-void log(const std::string &line) {
-    std::fprintf(stderr, "Quillery: %s\n", line.c_str());
-}
-
-}  // namespace
-
 // ---- The table ----
 
 int AppDelegate::numberOfRowsInTableView(const TableView &) const {

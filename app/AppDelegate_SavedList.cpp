@@ -461,7 +461,7 @@ void AppDelegate::copyPickedItem(QWidget *sender) {
         return;
     }
     const bool isOnClipboard = writeToPasteBoard(picked);
-    interface.QuickView_heading->setText(
+    interface.quickViewHeading->setText(
         isOnClipboard ? tr("On the clipboard now:") : tr("The desktop did not take this for the clipboard:"));
     interface.QuickView_label->setString(toQString(picked));
     interface.fitQuickViewToText();

@@ -61,6 +61,10 @@ void AppDelegate::alertFromBackground(const QString &title, const QString &messa
     actFromBackground([&] { showAlert(title, message); });
 }
 
+void AppDelegate::log(const std::string &line) {
+    std::fprintf(stderr, "Quillery: %s\n", line.c_str());
+}
+
 // Not an alert: the texts are safe, and what was asked for goes on.
 void AppDelegate::tellOfRescue(const std::filesystem::path &copy, RescuedLists::Reason reason) {
     std::fprintf(stderr, "Quillery: texts are kept in %s.\n", copy.c_str());

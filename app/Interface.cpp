@@ -103,14 +103,14 @@ Interface::Interface() {
     QuickView_popover = std::make_unique<Popover>(Quillery_window.get());
     QuickView_popover->setObjectName(QStringLiteral("QuickView_popover"));
     QuickView_popover->setWindowTitle(QObject::tr("Copied"));
-    QuickView_heading = new QLabel(QuickView_popover.get());
-    QuickView_heading->setObjectName(QStringLiteral("QuickView_heading"));
+    quickViewHeading = new QLabel(QuickView_popover.get());
+    quickViewHeading->setObjectName(QStringLiteral("quickViewHeading"));
     QuickView_label = new TextView(QuickView_popover.get());
     QuickView_label->setObjectName(QStringLiteral("QuickView_label"));
     QuickView_label->setAccessibleName(QObject::tr("Copied text"));
     auto *quickLayout = new QVBoxLayout(QuickView_popover.get());
     quickLayout->setContentsMargins(12, 10, 12, 12);
-    quickLayout->addWidget(QuickView_heading);
+    quickLayout->addWidget(quickViewHeading);
     quickLayout->addWidget(QuickView_label);
     // The list lies behind it in the same colours: only a border of its own tells the two apart.
     QuickView_popover->setFrameStyle(QFrame::Box | QFrame::Plain);

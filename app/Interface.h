@@ -85,7 +85,7 @@ struct Interface : Ui::QuilleryWindow,
     std::unique_ptr<QWidget> Intro_window;
     std::unique_ptr<QWidget> Windowed_mode;
     std::unique_ptr<Popover> QuickView_popover;
-    QLabel *QuickView_heading;
+    QLabel *quickViewHeading;
     TextView *QuickView_label;
     std::unique_ptr<Popover> Intro_popover;
     std::unique_ptr<WaitingWindow> waitingWindow;

@@ -157,10 +157,12 @@ fs::path RescuedLists::newName(const std::string &list, const char *ending) cons
     std::ranges::replace_if(
         what, [](unsigned char c) { return c < 0x20 || c == '/' || c == 0x7F; }, '_');
     if (what.size() > kLongestName) what.erase(0, what.size() - kLongestName);
+    what += ending;
     for (int number = 1;; ++number) {
-        const std::string between = number == 1 ? "-" : "-" + std::to_string(number) + "-";
-        fs::path name = folder_ / (date.data() + between + what + ending);
-        if (!files_.fileExistsAtPath(name)) return name;
+        std::string name = date.data();
+        if (number > 1) (name += '-') += std::to_string(number);
+        (name += '-') += what;
+        if (!files_.fileExistsAtPath(folder_ / name)) return folder_ / name;
     }
 }
 

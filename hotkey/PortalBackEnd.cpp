@@ -17,7 +17,7 @@ namespace hotkey {
 namespace {
 
 // A portal that is restarted is back within this time; only what stays away longer is reported.
-constexpr std::chrono::seconds kAwayLimit{5};
+constexpr std::chrono::seconds kPortalAwayLimit{5};
 
 /// The combination in the form that desktops agree on, CTRL+LOGO+c; empty if no key gives anything
 /// there.
@@ -50,7 +50,7 @@ class PortalBackEnd final : public BackEnd {
         on(&Portal::cameBack, [this] { askForAll(); });
         on(&Portal::busLost, [this] { loseAll("the connection to the session bus was lost"); });
         awayCheck_.setSingleShot(true);
-        awayCheck_.setInterval(kAwayLimit);
+        awayCheck_.setInterval(kPortalAwayLimit);
         QObject::connect(&awayCheck_, &QTimer::timeout, &awayCheck_, [this] { reportAway(); });
     }
 

@@ -28,7 +28,7 @@ constexpr std::chrono::milliseconds kHeldKeysCheckInterval{40};
 
 // A keyboard changes in several steps, between which a combination may be away for a moment. Only what stays
 // away longer is reported.
-constexpr std::chrono::milliseconds kAwayLimit{2000};
+constexpr std::chrono::milliseconds kKeyAwayLimit{2000};
 
 constexpr const char *kConnectionLost = "the connection to the X server was lost";
 constexpr const char *kModifierMissing = "this keyboard lacks the Command (Super) or the Option (Alt) key";
@@ -45,7 +45,7 @@ class X11BackEnd final : public BackEnd {
         heldKeysCheck_.setInterval(kHeldKeysCheckInterval);
         QObject::connect(&heldKeysCheck_, &QTimer::timeout, &context_, [this] { findMissedReleases(); });
         awayCheck_.setSingleShot(true);
-        awayCheck_.setInterval(kAwayLimit);
+        awayCheck_.setInterval(kKeyAwayLimit);
         QObject::connect(&awayCheck_, &QTimer::timeout, &context_, [this] { reportAway(); });
         readEvents();  // whatever came along with the first replies
     }

@@ -22,9 +22,9 @@ template <typename Reply>
 using ReplyPointer = std::unique_ptr<Reply, decltype(&std::free)>;
 
 /// The server's keyboard mapping together with its modifier mapping.
-class Keyboard {
+class ModifierKeys {
   public:
-    explicit Keyboard(xcb_connection_t *connection)
+    explicit ModifierKeys(xcb_connection_t *connection)
         : first_(xcb_get_setup(connection)->min_keycode),
           symbols_(nullptr, &std::free),
           modifiers_(nullptr, &std::free) {
@@ -96,7 +96,7 @@ std::uint32_t X11Modifiers::serviceMaskFor(std::uint16_t state) const {
 }
 
 std::optional<X11Modifiers> readX11Modifiers(xcb_connection_t *connection) {
-    const Keyboard keyboard(connection);
+    const ModifierKeys keyboard(connection);
     if (!keyboard.isValid()) return std::nullopt;
 
     X11Modifiers modifiers;

@@ -11,8 +11,8 @@
 namespace {
 
 // What fits on a screen. A longer message is shown in part, and whole behind "Show Details…".
-constexpr qsizetype kMostCharacters = 600;
-constexpr qsizetype kMostLines = 12;
+constexpr qsizetype kMostAlertCharacters = 600;
+constexpr qsizetype kMostAlertLines = 12;
 constexpr qsizetype kMostDetailCharacters = 200'000;
 
 QMessageBox::Icon iconFor(const QString &title, qsizetype buttons) {
@@ -37,7 +37,7 @@ int MessageBoxAlerts::run(const QString &title, const QString &message, const QS
     QMessageBox box;
     box.setWindowTitle(title);
     box.setIcon(iconFor(title, buttons.size()));
-    const QString shown = beginning(message, kMostLines, kMostCharacters);
+    const QString shown = beginning(message, kMostAlertLines, kMostAlertCharacters);
     showWrapped(box, shown);
     if (shown.size() < message.size()) box.setDetailedText(shortened(message, kMostDetailCharacters));
     box.setWindowFlag(Qt::WindowStaysOnTopHint);  // the panel is kept on top as well

@@ -12,8 +12,8 @@ namespace {
 constexpr unsigned kPrefersDark = 1;
 constexpr int kMiddleLightness = 128;
 
-const QString kService = QStringLiteral("org.freedesktop.portal.Desktop");
-const QString kPath = QStringLiteral("/org/freedesktop/portal/desktop");
+const QString kPortal = QStringLiteral("org.freedesktop.portal.Desktop");
+const QString kPortalPath = QStringLiteral("/org/freedesktop/portal/desktop");
 const QString kInterface = QStringLiteral("org.freedesktop.portal.Settings");
 const QString kGroup = QStringLiteral("org.freedesktop.appearance");
 const QString kKey = QStringLiteral("color-scheme");
@@ -27,17 +27,17 @@ bool ColorScheme::isDark(const QPalette &palette) {
 ColorScheme::ColorScheme(QObject *parent) : QObject(parent), usual_(QApplication::palette()) {
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected()) return;
-    bus.connect(kService, kPath, kInterface, QStringLiteral("SettingChanged"), this,
+    bus.connect(kPortal, kPortalPath, kInterface, QStringLiteral("SettingChanged"), this,
                 SLOT(settingChanged(QDBusMessage)));
     const auto ask = [this, bus] { this->ask(bus); };
-    auto *portal = new QDBusServiceWatcher(kService, bus, QDBusServiceWatcher::WatchForRegistration, this);
+    auto *portal = new QDBusServiceWatcher(kPortal, bus, QDBusServiceWatcher::WatchForRegistration, this);
     connect(portal, &QDBusServiceWatcher::serviceRegistered, this, ask);
     ask();
 }
 
 void ColorScheme::ask(const QDBusConnection &bus) {
     QDBusMessage question =
-        QDBusMessage::createMethodCall(kService, kPath, kInterface, QStringLiteral("Read"));
+        QDBusMessage::createMethodCall(kPortal, kPortalPath, kInterface, QStringLiteral("Read"));
     question << kGroup << kKey;
     question.setAutoStartService(false);  // a desktop that has a wish has a portal that runs
     auto *watcher = new QDBusPendingCallWatcher(bus.asyncCall(question), this);

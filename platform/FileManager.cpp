@@ -16,6 +16,7 @@
 #include <system_error>
 #include <thread>
 
+#include "platform/Descriptor.h"
 #include "platform/Text.h"
 
 namespace fs = std::filesystem;
@@ -31,27 +32,6 @@ constexpr std::chrono::microseconds kLockPause{200};
 // A list is held as it was, as it will be and as it is shown.
 constexpr std::uint64_t kCopiesInMemory = 4;
 constexpr const char *kTooBig = "it is too big for the memory";
-
-// A file descriptor that closes itself.
-class Descriptor {
-  public:
-    explicit Descriptor(int fd) : fd_(fd) {}
-    ~Descriptor() { reset(); }
-    Descriptor(const Descriptor &) = delete;
-    Descriptor &operator=(const Descriptor &) = delete;
-    int get() const { return fd_; }
-    bool isOpen() const { return fd_ >= 0; }
-    // Closes; false if the file system reported a late error.
-    bool reset() {
-        if (fd_ < 0) return true;
-        const bool ok = close(fd_) == 0 || errno == EINTR;  // interrupted, it is closed all the same
-        fd_ = -1;
-        return ok;
-    }
-
-  private:
-    int fd_;
-};
 
 std::string reason() {
     return std::strerror(errno);

@@ -19,8 +19,8 @@ constexpr std::chrono::seconds kTime{6};  // as long as notification services sh
 constexpr std::chrono::seconds kTimeForAClick{30};
 constexpr int kTextWidth = 340;
 constexpr int kMargin = 16;  // between it and the edges of the screen
-constexpr qsizetype kMostLines = 8;
-constexpr qsizetype kMostCharacters = 400;
+constexpr qsizetype kMostNoteLines = 8;
+constexpr qsizetype kMostNoteCharacters = 400;
 constexpr int kIconSize = 32;
 }  // namespace
 
@@ -49,7 +49,7 @@ void NotificationBanner::present(const QString &title, const QString &text, std:
     icon_->setPixmap(QIcon(QStringLiteral(":/images/quillery.png"))
                          .pixmap(QSize(kIconSize, kIconSize), devicePixelRatio()));
     title_->setText(title);
-    text_->setText(beginning(text, kMostLines, kMostCharacters));
+    text_->setText(beginning(text, kMostNoteLines, kMostNoteCharacters));
     clicked_ = std::move(clicked);
     time_.setInterval(clicked_ ? kTimeForAClick : kTime);
     adjustSize();

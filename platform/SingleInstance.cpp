@@ -68,7 +68,7 @@ std::optional<sockaddr_un> socketAddress() {
     return address;
 }
 
-bool writeAll(int descriptor, const std::string &text) {
+bool sendAll(int descriptor, const std::string &text) {
     std::size_t done = 0;
     while (done < text.size()) {
         const ssize_t sent = ::send(descriptor, text.data() + done, text.size() - done, MSG_NOSIGNAL);
@@ -80,7 +80,7 @@ bool writeAll(int descriptor, const std::string &text) {
 }
 
 // Up to its end.
-std::string readAll(int descriptor) {
+std::string readToEnd(int descriptor) {
     std::string text;
     char piece[256];
     for (;;) {
@@ -220,7 +220,7 @@ void SingleInstance::read(Caller &caller) {
         // The connection stays until this program ends, or the other one has had enough.
         const auto still = asking.lock();
         if (!still) return;
-        writeAll(still->descriptor, std::to_string(answer.status) + answer.words + "\n");
+        sendAll(still->descriptor, std::to_string(answer.status) + answer.words + "\n");
         still->request.clear();
         still->isAnswered = true;
         still->readable.setEnabled(true);
@@ -261,14 +261,14 @@ std::optional<SingleInstance::Answer> SingleInstance::send(const std::string &re
     }
     std::string text;
     bool isInTime = true;
-    if (isOurs(connection) && writeAll(connection, request + "\n")) {
+    if (isOurs(connection) && sendAll(connection, request + "\n")) {
         setLimit(connection, SO_RCVTIMEO, limit);
         char byte = 0;
         ssize_t count = 0;
         while ((count = ::read(connection, &byte, 1)) == 1 && byte != '\n') text += byte;
         isInTime = count >= 0 || errno != EAGAIN;
         setLimit(connection, SO_RCVTIMEO, std::chrono::seconds::zero());
-        if (untilItEnds && isInTime) readAll(connection);
+        if (untilItEnds && isInTime) readToEnd(connection);
     }
     close(connection);
     if (!isInTime) return Answer{Answer::kFailed, kDoesNotAnswer};

@@ -20,6 +20,7 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/Descriptor.h"
 #include "platform/Text.h"
 
 namespace {
@@ -43,21 +44,6 @@ bool waitForInput(int descriptor, Clock::time_point end, const std::stop_token &
     }
     return false;
 }
-
-class Descriptor {
-  public:
-    explicit Descriptor(int number) : number_(number) {}
-    ~Descriptor() { close(); }
-    Descriptor(const Descriptor &) = delete;
-    Descriptor &operator=(const Descriptor &) = delete;
-    int number() const { return number_; }
-    void close() {
-        if (number_ >= 0) ::close(std::exchange(number_, -1));
-    }
-
-  private:
-    int number_;
-};
 
 }  // namespace
 
@@ -241,8 +227,8 @@ PasteboardText readPipe(int descriptor, const PasteboardLimits &limits, const st
     try {
         std::string bytes;
         std::string room(64UL * 1024, '\0');
-        while (waitForInput(pipe.number(), std::min(Clock::now() + limits.silence, end), stop)) {
-            const ssize_t count = ::read(pipe.number(), room.data(), room.size());
+        while (waitForInput(pipe.get(), std::min(Clock::now() + limits.silence, end), stop)) {
+            const ssize_t count = ::read(pipe.get(), room.data(), room.size());
             if (count < 0) break;
             if (count == 0)
                 return {PasteboardText::State::kText, isValidUtf8(bytes) ? bytes : toUtf8(toQString(bytes))};
