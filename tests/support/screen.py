@@ -9,7 +9,7 @@ import dbus.bus
 
 ACCESSIBLE, COMPONENT = "org.a11y.atspi.Accessible", "org.a11y.atspi.Component"
 ACTION, EDITABLE = "org.a11y.atspi.Action", "org.a11y.atspi.EditableText"
-SHOWING = 1 << 25
+ENABLED, SHOWING = 1 << 8, 1 << 25
 session = dbus.SessionBus()
 
 
@@ -31,6 +31,17 @@ def wait(what, look, seconds=20):
 
 def xdotool(*words):
     subprocess.run(["xdotool", *map(str, words)], check=True, timeout=60)
+
+
+def windows(title):
+    found = subprocess.run(["xdotool", "search", "--onlyvisible", "--name", f"^{title}$"], capture_output=True, text=True, timeout=30,
+                           check=False)
+    return found.stdout.split()
+
+
+def active_title():
+    return subprocess.run(["xdotool", "getactivewindow", "getwindowname"], capture_output=True, text=True, timeout=30,
+                          check=False).stdout.strip()
 
 
 def accessibility_bus():
@@ -56,8 +67,8 @@ class Part:
     def role(self):
         return str(self.object.GetRoleName(dbus_interface=ACCESSIBLE))
 
-    def is_showing(self):
-        return int(self.object.GetState(dbus_interface=ACCESSIBLE)[0]) & SHOWING
+    def has_state(self, state):
+        return bool(int(self.object.GetState(dbus_interface=ACCESSIBLE)[0]) & state)
 
     def place(self):
         """Its left and upper edge on the screen, its width and height."""
@@ -79,7 +90,7 @@ class Part:
     def walk(self):
         for child in self.children():
             with contextlib.suppress(dbus.DBusException):
-                if child.is_showing():
+                if child.has_state(SHOWING):
                     yield child
                     yield from child.walk()
 
