@@ -21,17 +21,21 @@ from gi.repository import GLib
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.realpath(__file__)), "..", "support"))
 import xfce_panel  # noqa: E402
 from quillery import END, SIGNED_IN, USED_BEFORE, Quillery  # noqa: E402
-from screen import ENABLED, active_title, session, wait, windows, xdotool  # noqa: E402
+from screen import ENABLED, active_title, found, process_of, session, wait, windows, xdotool  # noqa: E402
 
 PROGRAM = sys.argv.pop(1)
-STORAGE = os.path.join(os.path.dirname(PROGRAM), "quillery-storage")
 HOME = pathlib.Path(os.environ["HOME"])
 NOTIFICATIONS = "org.freedesktop.Notifications"
+xfce_panel.configure(HOME)  # for the cases that start it
 
 
 def dunst(*words):
     """Asks the notification service, which the bus starts if need be."""
-    return subprocess.run(["dunstctl", *words], capture_output=True, text=True, check=True, timeout=30).stdout.strip()
+    return found("dunstctl", *words).strip()
+
+
+def storage_server(quillery):
+    return wait("storage server", lambda: list(quillery.processes("quillery-storage")))[0]
 
 
 class PlainNotifications(dbus.service.Object):
@@ -39,8 +43,7 @@ class PlainNotifications(dbus.service.Object):
 
     def __init__(self):
         dunst("close-all")
-        os.kill(int(session.call_blocking("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-                                          "GetConnectionUnixProcessID", "s", (NOTIFICATIONS,))), signal.SIGTERM)
+        os.kill(process_of(session, NOTIFICATIONS), signal.SIGTERM)
         wait("end of the other service", lambda: not session.name_has_owner(NOTIFICATIONS))
         dbus.mainloop.glib.threads_init()
         self.bus = dbus.SessionBus(private=True, mainloop=dbus.mainloop.glib.DBusGMainLoop())
@@ -119,7 +122,7 @@ class DesktopTest(unittest.TestCase):
 
     def test_a_storage_server_that_runs_is_used_and_left_alone_and_one_that_is_killed_replaced(self):
         quillery = self.quillery(SIGNED_IN)
-        quillery.run(STORAGE)
+        quillery.run(os.path.join(os.path.dirname(PROGRAM), "quillery-storage"))
         port = wait("port", lambda: quillery.read(quillery.port))
         for text in ("first", "second"):  # the second program finds the server that the first one used
             program = quillery.start_fully()
@@ -129,7 +132,7 @@ class DesktopTest(unittest.TestCase):
             if text == "first":
                 program.terminate()
                 program.wait(10)
-        os.kill(quillery.storage_server(), signal.SIGKILL)
+        os.kill(storage_server(quillery), signal.SIGKILL)
         quillery.copy("third")
         self.assertEqual(quillery.command("--save"), (0, ""))
         self.assertNotEqual(quillery.read(quillery.port), port)
@@ -141,7 +144,7 @@ class DesktopTest(unittest.TestCase):
             program = quillery.start_fully()
             quillery.copy(text)
             dunst("close-all")
-            storage = quillery.storage_server()
+            storage = storage_server(quillery)
             os.kill(storage, signal.SIGSTOP)
             xdotool("key", "super+shift+c")
             wait("announcement", lambda: dunst("count", "displayed") == "1")
@@ -167,7 +170,7 @@ class DesktopTest(unittest.TestCase):
         program = quillery.start_fully()
         quillery.copy("late")
         dunst("close-all")
-        storage = quillery.storage_server()
+        storage = storage_server(quillery)
         os.kill(storage, signal.SIGSTOP)
         quillery.run(PROGRAM, "--save")
         wait("announcement", lambda: dunst("count", "displayed") == "1")
@@ -179,13 +182,11 @@ class DesktopTest(unittest.TestCase):
 
     def test_commands_reach_the_program_that_runs(self):
         quillery = self.quillery()
-        for words, status, said in ((["--save"], 3, "no Quillery runs for you on this display"),
-                                    (["--list"], 3, "no Quillery runs for you on this display"),
-                                    (["--quit"], 3, "no Quillery runs for you on this display"),
-                                    (["--sav"], 2, ""), (["--save", "--list"], 2, ""), (["text"], 2, ""),
-                                    (["--version"], 0, "Quillery ")):
-            found, output = quillery.command(*words)
-            self.assertEqual(found, status, words)
+        none = "no Quillery runs for you on this display"
+        for words, status, said in (("--save", 3, none), ("--list", 3, none), ("--quit", 3, none), ("--sav", 2, "Usage"),
+                                    ("--save --list", 2, "Usage"), ("text", 2, "Usage"), ("--version", 0, "Quillery ")):
+            ended, output = quillery.command(*words.split())
+            self.assertEqual(ended, status, words)
             self.assertIn(said, output)
         self.assertIn("--save", quillery.command("--help", DISPLAY="")[1])
         for display in (":99999", ""):
@@ -264,17 +265,7 @@ class DesktopTest(unittest.TestCase):
             program.wait(10)
 
     def test_the_menu_is_in_a_window_exactly_while_there_is_no_status_bar(self):
-        xfce_panel.configure(HOME)
-
-        def use_x_tray(_quillery):
-            wait("icon", lambda: subprocess.run(["xwininfo", "-tree", "-name", "panel"], capture_output=True, timeout=30,
-                                                check=False).stdout.count(b'("quillery"') == 1)
-
-        def use_panel(quillery):
-            quillery.choose("Windowed Mode")
-            quillery.press("Close")
-
-        for bar, use, settings in ((["trayer"], use_x_tray, USED_BEFORE), (xfce_panel.COMMAND, use_panel, ())):
+        for bar, settings in ((["trayer"], USED_BEFORE), (xfce_panel.COMMAND, ())):
             quillery = self.quillery(settings)
             program = quillery.start()
             if not settings:
@@ -282,15 +273,18 @@ class DesktopTest(unittest.TestCase):
             menu = wait("window with the menu", lambda: windows("Quillery Menu"))
             quillery.copy("saved without a status bar")
             xdotool("windowactivate", "--sync", menu[0], "key", "alt+m")
-            wait("open menu", lambda: len(subprocess.run(["xdotool", "search", "--onlyvisible", "--class", "quillery"], timeout=30,
-                                                         capture_output=True, check=False).stdout.split()) > 1)
+            wait("open menu", lambda: len(found("xdotool", "search", "--onlyvisible", "--class", "quillery").split()) > 1)
             xdotool("key", "Down", "Return")
             wait("saved text", lambda: quillery.read(quillery.list) == "saved without a status bar" + END)
             for _ in range(2):  # one that starts later, and one that is started again
                 panel = self.run_until_the_end(*bar)
                 wait("end of the window", lambda: not windows("Quillery Menu"))
-                use(quillery)
-                wait("end of the window", lambda: not windows("Quillery Menu"))
+                if bar == xfce_panel.COMMAND:
+                    quillery.choose("Windowed Mode")
+                    quillery.press("Close")
+                    wait("end of the window", lambda: not windows("Quillery Menu"))
+                else:
+                    wait("icon", lambda: found("xwininfo", "-tree", "-name", "panel").count('("quillery"') == 1)
                 panel.kill()
                 panel.wait(10)
                 wait("window with the menu", lambda: windows("Quillery Menu"))
@@ -351,6 +345,68 @@ class DesktopTest(unittest.TestCase):
             self.assertEqual(quillery.command("--quit"), (0, ""))
             if is_asked_for:
                 quillery.run(*glob.glob("/usr/lib/*/openbox-xdg-autostart"), "OPENBOX").wait(10)
+
+    def test_a_list_follows_its_user_and_a_friend_sends_a_text(self):
+        """Two machines with one's storage server, and two users, all from the panel's menu."""
+        self.run_until_the_end(*xfce_panel.COMMAND)
+        here = self.quillery(SIGNED_IN)
+        for kind, content in {"Username": "alice", "Password": "secret", "Fullname": "Alice", "Email": "a@example.org"}.items():
+            here.write(here.store / f"alice_{kind}.txt", content)
+        here.start_fully()
+        there = self.quillery(QUILLERY_STORAGE_HOST="127.0.0.1", QUILLERY_STORAGE_PORT=here.read(here.port).strip())
+        there.start_fully()
+
+        def wait_until_stored(name, *texts):
+            wait(f"{texts} in {name}", lambda: here.read(here.store / name) == "".join(text + END for text in texts))
+
+        def fill(press, fields):
+            there.fill(fields)
+            there.press(press)
+
+        def answer(text):
+            there.find("label", text)
+            there.press("OK")
+            wait("end of the alert", lambda: not there.all("label", text))
+
+        def sign_in(user, password):
+            there.choose("Sign in")
+            fill("Sign in", {"User name": user, "Password": password})
+            wait("log-out item", lambda: "Log out" in there.menu()[1])
+
+        def save(quillery, text):
+            quillery.copy(text)
+            quillery.choose("Save Clipboard")
+
+        save(here, "older")
+        wait_until_stored(".alice_Quillery.txt", "older")
+        save(here, "newer")
+        wait_until_stored(".alice_Quillery.txt", "newer", "older")
+        sign_in("alice", "secret")
+        there.choose("Saved List")
+        wait("the user's list", lambda: [item.name() for item in there.all("list item")][:2] == ["newer", "older"])
+        there.choose("Log out")
+        there.choose("Sign up")
+        fill("Done", {"Full name": "Robert", "User name": "robert k", "E-mail": "r@example.org", "Password": "passwd",
+                      "Password again": "passwd"})
+        answer("You have successfully been registred as Quillery member.")
+        sign_in("robert k", "passwd")
+        there.choose("Add a Friend")
+        there.press("Start a Friends List")
+        wait_until_stored("robert k_Contacts.txt")
+        fill("Add", {"User name": "alice"})
+        answer('You have successfully added "alice" to your friends list')
+        wait_until_stored("robert k_Contacts.txt", "alice")
+
+        save(there, "hello\nAlice")
+        wait_until_stored(".robert k_Quillery.txt", "hello\nAlice")
+        there.choose("Saved List")
+        there.press("Share mode", "check box")
+        there.find("list item", "hello Alice").click()
+        there.find("list item", "alice").click()
+        answer('You have successfull share "hello\nAlice" with "alice"')
+        wait_until_stored(".alice_Quillery.txt", "Shared from(robert k)hello\nAlice", "newer", "older")
+        here.choose("Saved List")
+        here.find("list item", "Shared from(robert k)hello Alice")
 
 
 if __name__ == "__main__":

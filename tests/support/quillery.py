@@ -4,18 +4,18 @@ import contextlib
 import os
 import pathlib
 import signal
-import stat
 import subprocess
 import tempfile
 
-from screen import Screen, session, wait
-from status_menu import StatusMenu
+import dbus
+from screen import Screen, process_of, session, wait
 
 END = "\n-CLIPBOARD'S END-\n"
 USED_BEFORE = ("kIsNotFirstUse=YES",)
 SIGNED_IN = (*USED_BEFORE, "kAutoLogin=Yes", "kUsername=alice", "kPassword=secret")
 FOLDERS = {"CONFIG_HOME": ".config", "DATA_HOME": ".local/share", "STATE_HOME": ".local/state", "CACHE_HOME": ".cache",
            "RUNTIME_DIR": "run"}
+WATCHER, ICON, MENU = "org.kde.StatusNotifierWatcher", "org.kde.StatusNotifierItem", "com.canonical.dbusmenu"
 
 
 class Quillery:
@@ -41,23 +41,26 @@ class Quillery:
     def read(self, path):
         return path.read_bytes().decode() if path.exists() else None
 
+    def log(self):
+        return self.read(self.home / "log")
+
+    # -- processes in the home folder
+
     def run(self, *command, **options):
-        """Starts something else in the same home folder."""
         self.running.append(subprocess.Popen(command, env=self.environment, stdout=subprocess.DEVNULL, **options))
         return self.running[-1]
 
     def start(self):
-        """Does not wait for the end of the start."""
         with open(self.home / "log", "w", encoding="utf-8") as log:
             self.process = self.run(self.program, stderr=log, umask=0)
         return self.process
 
-    def log(self):
-        return self.read(self.home / "log")
+    def wait_until_started(self):
+        wait("end of the start", lambda: "passcode" in self.log())
 
     def start_fully(self):
         self.start()
-        wait("end of the start", lambda: "New passcode" in self.log())
+        self.wait_until_started()
         return self.process
 
     def command(self, *words, **environment):
@@ -66,42 +69,56 @@ class Quillery:
                               env={**self.environment, **environment})
         return done.returncode, done.stdout + done.stderr
 
-    def storage_server(self):
-        """The process of the one that was started for this home folder."""
-        return wait("storage server", lambda: [number for number, command in self.processes() if "quillery-storage" in command])[0]
-
-    def processes(self):
+    def processes(self, name):
+        """Those with that name in their command lines, also where something else has started them."""
         for about in pathlib.Path("/proc").glob("[0-9]*"):
             with contextlib.suppress(OSError):
-                if f"HOME={self.home}\0".encode() in (about / "environ").read_bytes():
-                    yield int(about.name), (about / "cmdline").read_bytes().decode()
+                if f"HOME={self.home}\0".encode() in (about / "environ").read_bytes() \
+                        and name.encode() in (about / "cmdline").read_bytes():
+                    yield int(about.name)
 
     def end(self):
-        """Ends whatever runs in this home folder, and returns those of its files that others than the user can use."""
-        for number, _ in self.processes():
+        """Ends all of them, and returns the files that others than the user can use."""
+        for number in self.processes(""):
             with contextlib.suppress(ProcessLookupError):
                 os.kill(number, signal.SIGKILL)
         for process in self.running:
             process.wait(10)
-        return [path for path in self.home.rglob("*") if path.is_file() and stat.S_IMODE(path.lstat().st_mode) & 0o077]
+        return [path for path in self.home.rglob("*") if path.is_file() and path.lstat().st_mode & 0o077]
 
     # -- the clipboard, the menu, the windows
 
     def copy(self, text):
+        """Returns the process that has the text."""
         owner = self.run("xclip", "-quiet", "-selection", "clipboard", stdin=subprocess.PIPE, stderr=subprocess.DEVNULL)
-        owner.stdin.write(text.encode())
-        owner.stdin.close()
-        wait("copied text", lambda: subprocess.run(["xclip", "-out", "-selection", "clipboard"], env=self.environment, timeout=30,
-                                                   capture_output=True, check=False).stdout == text.encode())
+        with owner.stdin as pipe:
+            pipe.write(text.encode())
+        wait("copied text", lambda: subprocess.run(["xclip", "-out", "-selection", "clipboard"], env=self.environment,
+                                                   capture_output=True, timeout=30, check=False).stdout == text.encode())
         return owner
 
-    def offers(self, label):
-        """Whether the menu of its icon has such an item, enabled."""
-        return (label, True) in [item[1:] for item in StatusMenu(session, self.process.pid).items()]
+    def menu(self):
+        """The menu of its icon in the status bar, and its items that are enabled, those of submenus included."""
+        def numbers(node):
+            for number, properties, children in node[2]:
+                if properties.get("enabled", True):
+                    yield str(properties.get("label", "")).replace("_", ""), number
+                yield from numbers((number, properties, children))
+
+        watcher = session.get_object(WATCHER, "/StatusNotifierWatcher", introspect=False)
+        for item in watcher.Get(WATCHER, "RegisteredStatusNotifierItems", dbus_interface=dbus.PROPERTIES_IFACE):
+            service = item.partition("/")[0]
+            if process_of(session, service) == self.process.pid:
+                icon = session.get_object(service, "/StatusNotifierItem", introspect=False)
+                path = icon.Get(ICON, "Menu", dbus_interface=dbus.PROPERTIES_IFACE)
+                menu = dbus.Interface(session.get_object(service, path, introspect=False), MENU)
+                return menu, dict(numbers(menu.GetLayout(0, -1, dbus.Array([], signature="s"))[1]))
+        return None, {}
 
     def choose(self, label):
-        wait(f"enabled “{label}”", lambda: self.offers(label))
-        StatusMenu(session, self.process.pid).click(label)
+        wait(f"enabled “{label}”", lambda: label in self.menu()[1])
+        menu, items = self.menu()
+        menu.Event(items[label], "clicked", dbus.String("", variant_level=1), dbus.UInt32(0))
 
     def all(self, role, name=None):
         return self.screen.all(self.process.pid, role, name)
@@ -112,7 +129,7 @@ class Quillery:
     def press(self, name, role="push button"):
         self.find(role, name).press()
 
-    def fill(self, **fields):
+    def fill(self, fields):
         for name, text in fields.items():
-            name = name.replace("_", " ").replace("E mail", "E-mail")
-            wait(f"field “{name}”", lambda name=name: [part for part in self.all(None, name) if part.role() != "label"])[0].fill(text)
+            parts = wait(f"field “{name}”", lambda name=name: [part for part in self.all(None, name) if part.role() != "label"])
+            parts[0].fill(text)

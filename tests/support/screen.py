@@ -33,15 +33,22 @@ def xdotool(*words):
     subprocess.run(["xdotool", *map(str, words)], check=True, timeout=60)
 
 
+def found(*command):
+    """What a command says, whatever it thinks of it."""
+    return subprocess.run(command, capture_output=True, text=True, timeout=30, check=False).stdout
+
+
 def windows(title):
-    found = subprocess.run(["xdotool", "search", "--onlyvisible", "--name", f"^{title}$"], capture_output=True, text=True, timeout=30,
-                           check=False)
-    return found.stdout.split()
+    return found("xdotool", "search", "--onlyvisible", "--name", f"^{title}$").split()
 
 
 def active_title():
-    return subprocess.run(["xdotool", "getactivewindow", "getwindowname"], capture_output=True, text=True, timeout=30,
-                          check=False).stdout.strip()
+    return found("xdotool", "getactivewindow", "getwindowname").strip()
+
+
+def process_of(bus, name):
+    return int(bus.call_blocking("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                                 "GetConnectionUnixProcessID", "s", (name,)))
 
 
 def accessibility_bus():
@@ -104,11 +111,8 @@ class Screen:
         desktop = Part(self.bus, ("org.a11y.atspi.Registry", "/org/a11y/atspi/accessible/root"))
         for application in desktop.children():
             with contextlib.suppress(dbus.DBusException):
-                if isinstance(program, int):
-                    fits = int(self.bus.call_blocking("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-                                                      "GetConnectionUnixProcessID", "s", (application.owner,))) == program
-                else:
-                    fits = application.name().lower() == program.lower()
+                fits = process_of(self.bus, application.owner) == program if isinstance(program, int) \
+                    else application.name().lower() == program.lower()
                 if fits:
                     yield application
 
