@@ -78,13 +78,14 @@ class Quillery:
                     yield int(about.name)
 
     def end(self):
-        """Ends all of them, and returns the files that others than the user can use."""
+        """Ends all of them, and returns the files and folders that others than the user can use."""
         for number in self.processes(""):
             with contextlib.suppress(ProcessLookupError):
                 os.kill(number, signal.SIGKILL)
         for process in self.running:
             process.wait(10)
-        return [path for path in self.home.rglob("*") if path.is_file() and path.lstat().st_mode & 0o077]
+        wait("end of all", lambda: not list(self.processes("")))
+        return [path for path in self.home.rglob("*") if not path.is_symlink() and path.stat().st_mode & 0o077]
 
     # -- the clipboard, the menu, the windows
 
@@ -116,9 +117,12 @@ class Quillery:
         return None, {}
 
     def choose(self, label):
-        wait(f"enabled “{label}”", lambda: label in self.menu()[1])
-        menu, items = self.menu()
-        menu.Event(items[label], "clicked", dbus.String("", variant_level=1), dbus.UInt32(0))
+        def look():
+            menu, items = self.menu()
+            return label in items and (menu, items[label])
+
+        menu, number = wait(f"enabled “{label}”", look)
+        menu.Event(number, "clicked", dbus.String("", variant_level=1), dbus.UInt32(0))
 
     def all(self, role, name=None):
         return self.screen.all(self.process.pid, role, name)
@@ -131,5 +135,6 @@ class Quillery:
 
     def fill(self, fields):
         for name, text in fields.items():
-            parts = wait(f"field “{name}”", lambda name=name: [part for part in self.all(None, name) if part.role() != "label"])
+            parts = wait(f"field “{name}”",
+                         lambda name=name: [part for part in self.all(None, name) if part.role() != "label"])
             parts[0].fill(text)
