@@ -10,22 +10,19 @@ import itertools
 import os
 import pathlib
 import shutil
-import signal
 import subprocess
 import sys
-import tempfile
 import time
 
 SUPPORT = os.path.join(os.path.dirname(os.path.realpath(__file__)), "..", "tests", "support")
 sys.dont_write_bytecode = True
 sys.path.insert(0, SUPPORT)
+import quillery  # noqa: E402
 import xfce_panel  # noqa: E402
 from screen import Failure, Screen, session, wait, xdotool  # noqa: E402
-from status_menu import StatusMenu  # noqa: E402
 
 SCALE = int(os.environ.get("PICTURE_SCALE", "1"))
 IS_DARK = os.environ.get("PICTURE_COLORS") == "dark"
-ENTRY_END = "\n-CLIPBOARD'S END-\n"
 # Longer than it takes a text cursor to go, come, and go again.
 REST_SECONDS = 1.8
 
@@ -74,7 +71,7 @@ def write(path, text):
 
 
 def listed(texts):
-    return "".join(text + ENTRY_END for text in texts)
+    return "".join(text + quillery.END for text in texts)
 
 
 # ---------------------------------------------------------------- pictures
@@ -193,52 +190,28 @@ def desktop(has_status_bar=True):
             service.wait(10)
 
 
-class Quillery:
+class Quillery(quillery.Quillery):
     """The program in a home folder of its own, which is as its user would have it. Use it in a with statement."""
 
-    def __init__(self, program, screen, settings=("kIsNotFirstUse=YES",), environment=None, texts=TEXTS):
+    def __init__(self, program, screen, settings=quillery.USED_BEFORE, environment=None, texts=TEXTS):
+        super().__init__(program, settings, QT_SCALE_FACTOR=str(SCALE), **(environment or {}))
         self.screen = screen
-        self.home = pathlib.Path(tempfile.mkdtemp(dir=os.environ["HOME"]))
-        write(self.home / ".config/TovanixDev/Quillery.ini", "\n".join(["[General]", *settings, ""]))
-        write(self.home / ".config/quillery/quillery.conf", "\n".join(["[links]", *(f"{link}=example.org/{link}" for link in LINKS)]))
-        write(self.home / "Documents/.Quillery.txt", listed(texts))
-        self.store = store = self.home / ".local/share/quillery/htdocs"
+        self.write(".config/quillery/quillery.conf", "\n".join(["[links]", *(f"{link}=example.org/{link}" for link in LINKS)]))
+        write(self.list, listed(texts))
         for name in (USER, *FRIENDS):
             for kind, content in {"Fullname": name.title(), "Username": name, "Email": f"{name}@example.org",
                                   "Password": "secret"}.items():
-                write(store / f"{name}_{kind}.txt", content)
-            write(store / f".{name}_Quillery.txt", listed(TEXTS))
-        write(store / f"{USER}_Contacts.txt", listed(FRIENDS))
-        (self.home / "run").mkdir(mode=0o700)
-        environment = {**os.environ, "HOME": str(self.home), "XDG_RUNTIME_DIR": str(self.home / "run"),
-                       "QT_SCALE_FACTOR": str(SCALE), "QT_LINUX_ACCESSIBILITY_ALWAYS_ON": "1", **(environment or {})}
-        for variable, place in {"CONFIG": ".config", "DATA": ".local/share", "CACHE": ".cache"}.items():
-            environment[f"XDG_{variable}_HOME"] = str(self.home / place)
-        with open(self.home / "log", "w", encoding="utf-8") as log:
-            self.process = subprocess.Popen([program], env=environment, stdin=subprocess.DEVNULL, stdout=log, stderr=log)
+                write(self.store / f"{name}_{kind}.txt", content)
+            write(self.store / f".{name}_Quillery.txt", listed(TEXTS))
+        write(self.store / f"{USER}_Contacts.txt", listed(FRIENDS))
+        self.start()
 
     def __enter__(self):
         return self
 
     def __exit__(self, *_):
-        if self.process.poll() is None:
-            self.process.send_signal(signal.SIGTERM)
-        try:
-            self.process.wait(20)
-        finally:
-            self.process.kill()
-            shutil.rmtree(self.home)
-
-    def wait_until_started(self):
-        log = self.home / "log"
-        wait("end of the start", lambda: "passcode" in log.read_text(encoding="utf-8"))
-
-    # -- hands
-
-    def choose(self, label):
-        menu = StatusMenu(session, self.process.pid)
-        wait(f"enabled “{label}” in the menu", lambda: any(item[1:] == (label, True) for item in menu.items()))
-        menu.click(label)
+        self.end()
+        shutil.rmtree(self.home)
 
     def status_icon(self):
         """The only one in the status bar."""
@@ -253,20 +226,6 @@ class Quillery:
 
     def keys(self, *names):
         xdotool("key", *names)
-
-    def press(self, name, role="push button"):
-        self.find(role, name).press()
-
-    def fill(self, fields):
-        for name, text in fields.items():
-            parts = wait(f"field “{name}”", lambda name=name: [
-                part for part in self.screen.all(self.process.pid, None, name) if part.role() != "label"])
-            parts[0].fill(text)
-
-    # -- eyes
-
-    def find(self, role, name=None):
-        return self.screen.find(self.process.pid, role, name)
 
     def windows(self, *search):
         return windows(*(search or ("--class", "quillery")))

@@ -1,365 +1,416 @@
-"""Quillery as a whole, seen from outside. Usage: desktop_test.py PROGRAM, on a private desktop (tests/support)."""
+"""Quillery as a whole, and what it has to do with the rest of the desktop. Usage: desktop_test.py PROGRAM, on a private
+desktop (tests/support)."""
 
-import contextlib
 import glob
+import html
+import json
 import os
 import pathlib
-import shutil
 import signal
 import socket
 import subprocess
 import sys
-import time
+import threading
 import unittest
 
+import dbus
+import dbus.mainloop.glib
+import dbus.service
+from gi.repository import GLib
+
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.realpath(__file__)), "..", "support"))
-from screen import Screen, xdotool  # noqa: E402
+import xfce_panel  # noqa: E402
+from quillery import END, SIGNED_IN, USED_BEFORE, Quillery  # noqa: E402
+from screen import ENABLED, active_title, found, process_of, session, wait, windows, xdotool  # noqa: E402
 
 PROGRAM = sys.argv.pop(1)
-HOME, RUNTIME = os.environ["HOME"], os.environ["XDG_RUNTIME_DIR"]
-LIST = f"{HOME}/Documents/.Quillery.txt"
-PORT_FILE = f"{RUNTIME}/quillery/storage.port"
-ENTRY_END = "\n-CLIPBOARD'S END-\n"
+HOME = pathlib.Path(os.environ["HOME"])
+NOTIFICATIONS = "org.freedesktop.Notifications"
+xfce_panel.configure(HOME)  # for the cases that start it
 
 
-def wait(what, look, seconds=30):
-    end = time.monotonic() + seconds
-    while not (seen := look()):
-        if time.monotonic() > end:
-            raise AssertionError(f"no {what} within {seconds} s")
-        time.sleep(0.02)
-    return seen
+def dunst(*words):
+    """Asks the notification service, which the bus starts if need be."""
+    return found("dunstctl", *words).strip()
 
 
-def active_title():
-    found = subprocess.run(["xdotool", "getactivewindow", "getwindowname"], capture_output=True, text=True, timeout=30, check=False)
-    return found.stdout.strip()
+def storage_server(quillery):
+    return wait("storage server", lambda: list(quillery.processes("quillery-storage")))[0]
 
 
-def windows(title):
-    found = subprocess.run(["xdotool", "search", "--onlyvisible", "--name", f"^{title}$"], capture_output=True, text=True,
-                           timeout=30, check=False)
-    return found.stdout.split()
+class PlainNotifications(dbus.service.Object):
+    """A notification service that does not read tags and, once it is full, refuses."""
 
+    def __init__(self):
+        dunst("close-all")
+        os.kill(process_of(session, NOTIFICATIONS), signal.SIGTERM)
+        wait("end of the other service", lambda: not session.name_has_owner(NOTIFICATIONS))
+        dbus.mainloop.glib.threads_init()
+        self.bus = dbus.SessionBus(private=True, mainloop=dbus.mainloop.glib.DBusGMainLoop())
+        self.received, self.is_full = [], False
+        super().__init__(dbus.service.BusName(NOTIFICATIONS, self.bus), "/org/freedesktop/Notifications")
+        self.loop = GLib.MainLoop()
+        threading.Thread(target=self.loop.run, daemon=True).start()
 
-def contents(path):
-    with contextlib.suppress(FileNotFoundError), open(path, encoding="utf-8", newline="") as file:
-        return file.read()
-    return None
+    def end(self):
+        self.loop.quit()
+        self.bus.close()
+
+    @dbus.service.method(NOTIFICATIONS, out_signature="as")
+    def GetCapabilities(self):  # noqa: N802, given
+        return ["body"]
+
+    @dbus.service.method(NOTIFICATIONS, in_signature="susssasa{sv}i", out_signature="u")
+    def Notify(self, program, replaced, icon, title, body, actions, hints, time):  # noqa: N802, given
+        if self.is_full:
+            raise dbus.DBusException("full")
+        self.received.append(str(body))
+        return len(self.received)
 
 
 class DesktopTest(unittest.TestCase):
-    def setUp(self):
-        for folder in (f"{HOME}/Documents", f"{HOME}/.config/TovanixDev", f"{HOME}/.local/share/quillery"):
-            shutil.rmtree(folder, ignore_errors=True)
-        self.settings("kIsNotFirstUse=YES")
-        self.running = []
+    def quillery(self, settings=USED_BEFORE, **environment):
+        quillery = Quillery(PROGRAM, settings, **environment)
+        self.addCleanup(lambda: self.assertEqual(quillery.end(), [], "others can read these"))
+        return quillery
 
-    def tearDown(self):
-        with contextlib.suppress(AssertionError):
-            os.kill(self.storage_server(), signal.SIGCONT)
-        for process in reversed(self.running):
-            if process.poll() is None:
-                process.kill()
-            process.wait(10)
-            for stream in (process.stdin, process.stderr):
-                if stream:
-                    stream.close()
-        wait("end of the storage server", lambda: not os.path.exists(PORT_FILE))
-
-    def settings(self, *lines):
-        os.makedirs(f"{HOME}/.config/TovanixDev", exist_ok=True)
-        with open(f"{HOME}/.config/TovanixDev/Quillery.ini", "w", encoding="utf-8") as file:
-            file.write("\n".join(("[General]", *lines, "")))
-
-    def start(self, *command, **options):
-        process = subprocess.Popen(command, stdout=subprocess.DEVNULL, **options)
-        self.running.append(process)
+    def run_until_the_end(self, *command, **options):
+        process = subprocess.Popen(command, stderr=subprocess.DEVNULL, **options)
+        self.addCleanup(lambda: (process.kill(), process.wait(10)))
         return process
 
-    def quillery(self, **environment):
-        self.log = f"{RUNTIME}/quillery.log"
-        with open(self.log, "w", encoding="utf-8") as log:
-            return self.start(PROGRAM, stderr=log, env={**os.environ, "QT_LINUX_ACCESSIBILITY_ALWAYS_ON": "1", **environment})
-
-    def wait_until_started(self):
-        wait("last line of the start", lambda: "New passcode" in contents(self.log))
-
-    def notifications(self):
-        """How many are on the screen; nothing where there is no service."""
-        shown = subprocess.run(["dunstctl", "count", "displayed"], capture_output=True, text=True, timeout=30, check=False)
-        return int(shown.stdout) if shown.returncode == 0 else None
-
-    def start_notification_service(self):
-        self.start("dunst", stderr=subprocess.DEVNULL)
-        wait("notification service", lambda: self.notifications() is not None)
-        subprocess.run(["dunstctl", "close-all"], check=True, timeout=30)  # of one that was there already
-
-    def storage_server(self):
-        """Its process on this desktop: the one that has this home folder."""
-        for process in os.listdir("/proc"):
-            with contextlib.suppress(OSError):
-                about = pathlib.Path("/proc") / process
-                if process.isdigit() and b"quillery-storage" in (about / "cmdline").read_bytes() \
-                        and f"HOME={HOME}\0".encode() in (about / "environ").read_bytes():
-                    return int(process)
-        raise AssertionError("no storage server")
-
-    def copy(self, text):
-        owner = self.start("xclip", "-quiet", "-selection", "clipboard", stdin=subprocess.PIPE, stderr=subprocess.DEVNULL)
-        owner.stdin.write(text.encode())
-        owner.stdin.close()
-        wait("copied text", lambda: subprocess.run(["xclip", "-out", "-selection", "clipboard"], capture_output=True,
-                                                   timeout=30, check=False).stdout.decode() == text)
-
     def test_bad_settings_are_said_and_the_program_goes_on(self):
-        self.settings("kIsNotFirstUse=YES", "kAutoLogin=perhaps")
-        with socket.socket() as nobody:  # a port on which nobody listens
-            nobody.bind(("127.0.0.1", 0))
-            program = self.quillery(QUILLERY_STORAGE_HOST="no-such-host.invalid", QUILLERY_STORAGE_PORT="99999",
-                                    QUILLERY_STORAGE_TLS="off")
-            alert = wait("alert", lambda: windows("Error!"))
-        log = contents(self.log)
-        self.assertIn('The storage port "99999" is not a number from 1 to 65535; port 21 is used.', log)
-        self.assertIn('The setting kAutoLogin has the unknown value "perhaps"', log)
-        self.assertFalse(os.path.exists(PORT_FILE), "a storage server was started in spite of a configured host")
-        self.assertTrue(alert)
-        program.terminate()  # a session that ends does not wait for an answer
-        self.assertEqual(program.wait(10), 0)
+        quillery = self.quillery((*USED_BEFORE, "kAutoLogin=perhaps"), QUILLERY_STORAGE_HOST="no-such-host.invalid",
+                                 QUILLERY_STORAGE_PORT="99999", QUILLERY_STORAGE_TLS="off")
+        quillery.start()
+        wait("alert", lambda: windows("Error!"))
+        self.assertIn('The storage port "99999" is not a number from 1 to 65535; port 21 is used.', quillery.log())
+        self.assertIn('The setting kAutoLogin has the unknown value "perhaps"', quillery.log())
+        self.assertFalse(quillery.port.exists(), "a storage server was started in spite of a configured host")
+        quillery.process.terminate()  # a session that ends does not wait for an answer
+        self.assertEqual(quillery.process.wait(10), 0)
 
     def test_a_damaged_settings_file_is_said(self):
-        with open(f"{HOME}/.config/TovanixDev/Quillery.ini", "wb") as file:
-            file.write(b"\xff\xfe[[[ not an ini\n=\n\0\n")
-        program = self.quillery()
+        quillery = self.quillery()
+        (quillery.home / ".config/TovanixDev/Quillery.ini").write_bytes(b"\xff\xfe[[[ not an ini\n=\n\0\n")
+        quillery.start()
         wait("alert", lambda: windows("Error!"))
-        self.assertIn("Quillery.ini.damaged-1", contents(self.log))
-        subprocess.run(["xdotool", "key", "Return"], check=True, timeout=30)
+        self.assertIn("Quillery.ini.damaged-1", quillery.log())
+        xdotool("key", "Return")
         wait("intro", lambda: windows("Welcome to Quillery"))
-        self.assertIsNone(program.poll())
-
-    def test_the_storage_server_goes_with_the_program_however_it_ends(self):
-        for ending in (signal.SIGTERM, signal.SIGKILL):
-            program = self.quillery()
-            self.wait_until_started()
-            self.assertTrue(contents(PORT_FILE))
-            program.send_signal(ending)
-            program.wait(10)
-            wait("end of the storage server", lambda: not os.path.exists(PORT_FILE), 5)
 
     def test_a_session_that_ends_does_not_wait_for_a_mute_server(self):
         with socket.socket() as mute:
             mute.bind(("127.0.0.1", 0))
             mute.listen()
-            program = self.quillery(QUILLERY_STORAGE_HOST="127.0.0.1", QUILLERY_STORAGE_PORT=str(mute.getsockname()[1]))
-            connection, _ = mute.accept()
-            with connection:
+            quillery = self.quillery(QUILLERY_STORAGE_HOST="127.0.0.1", QUILLERY_STORAGE_PORT=str(mute.getsockname()[1]))
+            for ending in (signal.SIGTERM, signal.SIGHUP, signal.SIGINT):
+                program = quillery.start()
+                with mute.accept()[0]:
+                    program.send_signal(ending)
+                    self.assertEqual(program.wait(10), 0, ending)
+
+    def test_the_storage_server_goes_with_the_program_however_it_ends(self):
+        quillery = self.quillery()
+        for ending, status in ((signal.SIGKILL, -9), (signal.SIGTERM, 0)):
+            program = quillery.start_fully()  # also in the place of one that was killed
+            self.assertEqual(quillery.command("--list"), (0, ""))
+            self.assertTrue(quillery.read(quillery.port))
+            program.send_signal(ending)
+            self.assertEqual(program.wait(10), status)
+            wait("end of the storage server", lambda: not quillery.port.exists(), 5)
+
+    def test_a_storage_server_that_runs_is_used_and_left_alone_and_one_that_is_killed_replaced(self):
+        quillery = self.quillery(SIGNED_IN)
+        quillery.run(os.path.join(os.path.dirname(PROGRAM), "quillery-storage"))
+        port = wait("port", lambda: quillery.read(quillery.port))
+        for text in ("first", "second"):  # the second program finds the server that the first one used
+            program = quillery.start_fully()
+            quillery.copy(text)
+            self.assertEqual(quillery.command("--save"), (0, ""))
+            self.assertEqual(quillery.read(quillery.port), port)
+            if text == "first":
                 program.terminate()
-                self.assertEqual(program.wait(10), 0)
+                program.wait(10)
+        os.kill(storage_server(quillery), signal.SIGKILL)
+        quillery.copy("third")
+        self.assertEqual(quillery.command("--save"), (0, ""))
+        self.assertNotEqual(quillery.read(quillery.port), port)
+        self.assertEqual(quillery.read(quillery.store / ".alice_Quillery.txt"), END.join(("third", "second", "first", "")))
 
     def test_a_write_in_progress_is_finished_before_the_end_unless_the_user_cannot_wait(self):
-        self.settings("kIsNotFirstUse=YES", "kAutoLogin=Yes", "kUsername=alice", "kPassword=secret")
-        self.start_notification_service()
+        quillery = self.quillery(SIGNED_IN)
         for text, gives_up in (("in flight", False), ("given up", True)):
-            program = self.quillery()
-            self.wait_until_started()
-            self.copy(text)
-            storage = self.storage_server()
+            program = quillery.start_fully()
+            quillery.copy(text)
+            dunst("close-all")
+            storage = storage_server(quillery)
             os.kill(storage, signal.SIGSTOP)
-            subprocess.run(["xdotool", "key", "super+shift+c"], check=True, timeout=30)
-            wait("announcement", self.notifications)
-            subprocess.run(["dunstctl", "close-all"], check=True, timeout=30)
-            program.terminate()
+            xdotool("key", "super+shift+c")
+            wait("announcement", lambda: dunst("count", "displayed") == "1")
+            ending = quillery.run("kill", "-HUP", str(program.pid)) if gives_up else quillery.run(PROGRAM, "--quit")
             wait("window that says so", lambda: windows("Quillery is waiting"))
             if gives_up:
-                Screen().find(program.pid, "push button", "Quit Without Saving").press()
+                quillery.press("Quit Without Saving")
                 wait("question", lambda: windows("Sure."))
                 xdotool("key", "Tab", "Return")  # away from "Keep Waiting"
                 self.assertEqual(program.wait(20), 1)
-                kept = glob.glob(f"{HOME}/.local/state/quillery/rescued/*alice*")
-                self.assertEqual([contents(name) for name in kept], ["given up" + ENTRY_END])
+                kept = (quillery.home / ".local/state/quillery/rescued").glob("*alice*")
+                self.assertEqual([quillery.read(copy) for copy in kept], [text + END])
+            else:
+                self.assertIsNone(ending.poll(), "the command does not wait for the end")
             os.kill(storage, signal.SIGCONT)
+            self.assertEqual(ending.wait(20), 0)
             self.assertEqual(program.wait(20), int(gives_up))
-            self.assertEqual(contents(f"{HOME}/.local/share/quillery/htdocs/.alice_Quillery.txt"), "in flight" + ENTRY_END)
+            self.assertEqual(quillery.read(quillery.store / ".alice_Quillery.txt"), "in flight" + END)
 
-    def test_a_server_that_ran_before_is_used_and_left_alone(self):
-        storage = self.start(os.path.join(os.path.dirname(PROGRAM), "quillery-storage"))
-        port = wait("port", lambda: contents(PORT_FILE))
-        program = self.quillery()
-        self.wait_until_started()
-        self.assertEqual(contents(PORT_FILE), port)
-        program.terminate()
-        program.wait(10)
-        time.sleep(2)  # longer than a server without users lives
-        self.assertIsNone(storage.poll())
-        storage.terminate()
-        self.assertEqual(storage.wait(10), 0)
-
-    def test_commands_are_in_a_window_until_there_is_a_status_bar(self):
-        self.quillery()
-        menu = wait("window with the menu", lambda: windows("Quillery Menu"))
-        self.wait_until_started()
-        self.copy("saved without a status bar")
-        subprocess.run(["xdotool", "windowactivate", "--sync", menu[0], "key", "alt+m"], check=True, timeout=30)
-        wait("open menu", lambda: len(subprocess.run(
-            ["xdotool", "search", "--onlyvisible", "--class", "quillery"], capture_output=True, timeout=30,
-            check=False).stdout.split()) > 1)
-        subprocess.run(["xdotool", "key", "Down", "Return"], check=True, timeout=30)
-        wait("saved text", lambda: contents(LIST) == "saved without a status bar" + ENTRY_END)
-        for _ in range(2):  # one that starts later, and one that is started again
-            bar = self.start("trayer", stderr=subprocess.DEVNULL)
-            wait("end of the window", lambda: not windows("Quillery Menu"))
-            wait("icon", lambda: self.icons() == 1)
-            bar.kill()
-            wait("window with the menu", lambda: windows("Quillery Menu"))
-
-    def icons(self):
-        """How many programs have docked in the X tray."""
-        tree = subprocess.run(["xwininfo", "-tree", "-name", "panel"], capture_output=True, text=True, timeout=30, check=False)
-        return tree.stdout.count('("quillery"')
-
-    def command(self, *arguments, **environment):
-        done = subprocess.run([PROGRAM, *arguments], capture_output=True, text=True, timeout=60, check=False,
-                              env={**os.environ, **environment})
-        return done.returncode, done.stdout + done.stderr
+    def test_what_was_announced_survives_the_end_of_the_display(self):
+        quillery = self.quillery(SIGNED_IN)
+        number = quillery.home / "display"
+        with open(number, "w", encoding="utf-8") as file:
+            display = self.run_until_the_end("Xvfb", "-displayfd", str(file.fileno()), "-nolisten", "tcp",
+                                             pass_fds=[file.fileno()])
+        quillery.environment["DISPLAY"] = ":" + wait("second display", lambda: quillery.read(number)).strip()
+        program = quillery.start_fully()
+        quillery.copy("late")
+        dunst("close-all")
+        storage = storage_server(quillery)
+        os.kill(storage, signal.SIGSTOP)
+        quillery.run(PROGRAM, "--save")
+        wait("announcement", lambda: dunst("count", "displayed") == "1")
+        display.kill()
+        wait("words", lambda: "the display is gone" in quillery.log())
+        os.kill(storage, signal.SIGCONT)
+        program.wait(20)
+        self.assertEqual(quillery.read(quillery.store / ".alice_Quillery.txt"), "late" + END)
 
     def test_commands_reach_the_program_that_runs(self):
-        for command in ("--save", "--list", "--quit"):
-            self.assertEqual(self.command(command), (3, "quillery: no Quillery runs for you on this display\n"))
-        for wrong in (["--sav"], ["--save", "--list"], ["text"]):
-            self.assertEqual(self.command(*wrong)[0], 2, wrong)
-        self.assertRegex(self.command("--version")[1], r"^Quillery \d")
-        self.assertIn("--save", self.command("--help", DISPLAY="")[1])
-        self.assertEqual(self.command(DISPLAY=":99999")[0], 1)
-        self.assertEqual(self.command(DISPLAY="")[0], 1)
+        quillery = self.quillery()
+        none = "no Quillery runs for you on this display"
+        for words, status, said in (("--save", 3, none), ("--list", 3, none), ("--quit", 3, none), ("--sav", 2, "Usage"),
+                                    ("--save --list", 2, "Usage"), ("text", 2, "Usage"), ("--version", 0, "Quillery ")):
+            ended, output = quillery.command(*words.split())
+            self.assertEqual(ended, status, words)
+            self.assertIn(said, output)
+        self.assertIn("--save", quillery.command("--help", DISPLAY="")[1])
+        for display in (":99999", ""):
+            self.assertEqual(quillery.command(DISPLAY=display)[0], 1)
 
-        program = self.quillery()
-        self.wait_until_started()
-        self.copy("saved by a command")
-        self.assertEqual(self.command("--save"), (0, ""))
-        wait("saved text", lambda: contents(LIST) == "saved by a command" + ENTRY_END)
-        for text in ("", "saved by a command"):  # an answer that does not wait for the user's
-            self.copy(text)
-            self.assertEqual(self.command("--save")[0], 1)
+        program = quillery.start_fully()
+        quillery.copy("saved by a command")
+        self.assertEqual(quillery.command("--save"), (0, ""))
+        self.assertEqual(quillery.read(quillery.list), "saved by a command" + END)
+        for text, why, is_hanging in (("", "is empty", False), ("saved by a command", "does exist", False),
+                                      ("unreachable", "does not answer", True)):
+            owner = quillery.copy(text)
+            if is_hanging:
+                owner.send_signal(signal.SIGSTOP)
+            status, said = quillery.command("--save")  # which does not wait until the user has answered
+            self.assertEqual(status, 1)
+            self.assertIn(why, said)
             wait("alert", lambda: windows("Error!"))
-            self.assertEqual(self.command("--list")[0], 1)
-            subprocess.run(["xdotool", "key", "Return"], check=True, timeout=30)
+            self.assertEqual(quillery.command("--list")[0], 1)
+            xdotool("key", "Return")
             wait("end of the alert", lambda: not windows("Error!"))
-        self.assertEqual(self.command("--list"), (0, ""))
+        self.assertEqual(quillery.read(quillery.list), "saved by a command" + END)
+        self.assertEqual(quillery.command("--list"), (0, ""))
         wait("list", lambda: windows("Quillery"))
-        subprocess.run(["xdotool", "key", "Escape"], check=True, timeout=30)
+        xdotool("key", "Escape")
         wait("closed list", lambda: not windows("Quillery"))
-        started_again = time.monotonic()
-        self.assertEqual(self.command(), (0, ""))
-        wait("menu in front", lambda: self.active_window() == "Quillery Menu")
-        self.assertLess(time.monotonic() - started_again, 10)
-        self.assertEqual(self.command("--quit"), (0, ""))
-        self.assertEqual(program.wait(1), 0)  # the command has waited for that
+        self.assertEqual(quillery.command(), (0, ""))  # the program started once more
+        wait("menu in front", lambda: active_title() == "Quillery Menu", 10)
+        self.assertEqual(quillery.command("--quit"), (0, ""))
+        self.assertEqual(program.wait(10), 0)
 
     def test_without_a_session_bus_it_says_so_and_works(self):
-        self.quillery(DBUS_SESSION_BUS_ADDRESS=f"unix:path={RUNTIME}/nobody")
-        self.wait_until_started()
-        self.assertIn("there is no session bus", contents(self.log))
-        self.copy("without a bus")
-        self.assertEqual(self.command("--save"), (0, ""))
-        wait("note", lambda: windows("Quillery says"))
-        self.assertEqual(contents(LIST), "without a bus" + ENTRY_END)
+        quillery = self.quillery(DBUS_SESSION_BUS_ADDRESS=f"unix:path={HOME}/nobody")
+        quillery.start_fully()
+        self.assertIn("there is no session bus", quillery.log())
+        quillery.copy("without a bus")
+        self.assertEqual(quillery.command("--save"), (0, ""))
+        wait("banner", lambda: windows("Quillery says"))
+        self.assertEqual(quillery.read(quillery.list), "without a bus" + END)
 
-    def test_closing_what_stands_in_for_the_status_bar_asks_and_closing_the_intro_ends(self):
-        program = self.quillery()
-        for answer in ("No", "Yes"):
-            menu = wait("window with the menu", lambda: windows("Quillery Menu"))
-            xdotool("windowactivate", menu[0])
-            wait("window in front", lambda: active_title() == "Quillery Menu")
-            xdotool("key", "alt+F4")
-            Screen().find(program.pid, "push button", answer).press()
-        self.assertEqual(program.wait(20), 0)
-        self.settings()
-        program = self.quillery()
-        Screen().find(program.pid, "push button", "Start Using Quillery")
-        wait("window in front", lambda: active_title() == "Welcome to Quillery")
-        xdotool("key", "alt+F4")
-        self.assertEqual(program.wait(20), 0)
+    def test_a_notification_reaches_the_service_as_it_reads_texts_and_a_click_answers(self):
+        quillery = self.quillery()
+        quillery.start_fully()
+        text = "a <b>bold</b> & plain text"
+        quillery.copy(text)
+        dunst("close-all")
+        xdotool("key", "super+shift+c")
+        wait("notification", lambda: dunst("count", "displayed") == "1")
+        dunst("action", "0")
+        wait("alert", lambda: windows("Success!"))
+        xdotool("key", "Return")
+        self.assertEqual(quillery.read(quillery.list), text + END)
+        dunst("close-all")  # as the service tells the texts of closed ones only
+        self.assertIn(html.escape(text), json.loads(dunst("history"))["data"][0][0]["body"]["data"])
 
-    def test_a_locked_list_is_refused_to_commands(self):
-        self.settings("kIsNotFirstUse=YES", "kHasPasscode=YES", "kPasscode=secret")
-        self.quillery()
-        wait("lock", lambda: windows("Quillery") and "Old passcode" in contents(self.log))
-        self.assertEqual(self.command("--list"), (1, "quillery: The saved list is locked: unlock it with the passcode first.\n"))
-
-    def active_window(self):
-        name = subprocess.run(["xdotool", "getactivewindow", "getwindowname"], capture_output=True, text=True, timeout=30, check=False)
-        return name.stdout.strip()
-
-    def test_the_links_are_for_the_keyboard_too(self):
-        os.makedirs(f"{HOME}/.config/quillery", exist_ok=True)
-        with open(f"{HOME}/.config/quillery/quillery.conf", "w", encoding="utf-8") as file:
-            file.write("[links]\nweb=https://example.org/\n")
-        self.addCleanup(os.unlink, f"{HOME}/.config/quillery/quillery.conf")
-        self.quillery()
-        menu = wait("window with the menu", lambda: windows("Quillery Menu"))
-        self.wait_until_started()
-        subprocess.run(["xdotool", "windowactivate", "--sync", menu[0], "key", "alt+u"], check=True, timeout=30)
-        wait("links with the keyboard", lambda: self.active_window() == "About us")
-        subprocess.run(["xdotool", "key", "Escape"], check=True, timeout=30)
-        wait("menu with the keyboard", lambda: not windows("About us") and self.active_window() == "Quillery Menu")
+        plain = PlainNotifications()
+        self.addCleanup(plain.end)
+        quillery.copy(text + ", without tags")
+        self.assertEqual(quillery.command("--save"), (0, ""))
+        wait("notification", lambda: plain.received)
+        self.assertIn(text + ", without tags", plain.received[0])
+        self.assertFalse(windows("Quillery says"))
+        plain.is_full = True
+        quillery.copy("refused")
+        self.assertEqual(quillery.command("--save"), (0, ""))
+        wait("banner", lambda: windows("Quillery says"))
 
     def test_a_hot_key_that_is_taken_is_told_once(self):
-        os.makedirs(f"{RUNTIME}/other", exist_ok=True)
-        self.quillery(XDG_RUNTIME_DIR=f"{RUNTIME}/other", QUILLERY_STORAGE_HOST="no-such-host.invalid")  # which has it
-        wait("alert", lambda: windows("Error!"))
+        self.quillery().start_fully()  # which has it
+        quillery = self.quillery()
         for is_told in (True, False):
-            program = self.quillery()
-            self.wait_until_started()
-            self.assertEqual(self.command("--list")[0], 0)  # behind all that the start has to say
+            program = quillery.start_fully()
+            self.assertEqual(quillery.command("--list"), (0, ""))  # behind all that the start has to say
             self.assertEqual(bool(windows("Quillery says")), is_told)
             program.terminate()
             program.wait(10)
 
-    def test_what_was_announced_survives_the_end_of_the_display(self):
-        self.settings("kIsNotFirstUse=YES", "kAutoLogin=Yes", "kUsername=alice", "kPassword=secret")
-        self.start_notification_service()
-        number = f"{RUNTIME}/second-display"
-        with open(number, "w", encoding="utf-8") as file:
-            display = self.start("Xvfb", "-displayfd", str(file.fileno()), "-nolisten", "tcp", stderr=subprocess.DEVNULL,
-                                 pass_fds=[file.fileno()])
-        name = ":" + wait("second display", lambda: contents(number)).strip()
-        program = self.quillery(DISPLAY=name)
-        self.wait_until_started()
-        owner = self.start("xclip", "-quiet", "-selection", "clipboard", stdin=subprocess.PIPE, stderr=subprocess.DEVNULL,
-                           env={**os.environ, "DISPLAY": name})
-        owner.stdin.write(b"late")
-        owner.stdin.close()
-        wait("copied text", lambda: subprocess.run(["xclip", "-out", "-selection", "clipboard"], capture_output=True, timeout=30,
-                                                   env={**os.environ, "DISPLAY": name}, check=False).stdout == b"late")
-        os.kill(self.storage_server(), signal.SIGSTOP)
-        self.start(PROGRAM, "--save", env={**os.environ, "DISPLAY": name})
-        wait("announcement", self.notifications)
-        display.kill()
-        wait("words", lambda: "the display is gone" in contents(self.log))
-        os.kill(self.storage_server(), signal.SIGCONT)
-        program.wait(20)
-        self.assertEqual(contents(f"{HOME}/.local/share/quillery/htdocs/.alice_Quillery.txt"), "late" + ENTRY_END)
+    def test_the_menu_is_in_a_window_exactly_while_there_is_no_status_bar(self):
+        for bar, settings in ((["trayer"], USED_BEFORE), (xfce_panel.COMMAND, ())):
+            quillery = self.quillery(settings)
+            program = quillery.start()
+            if not settings:
+                quillery.press("Start Using Quillery")  # after which it does not wait for a bar as it does at a login
+            menu = wait("window with the menu", lambda: windows("Quillery Menu"))
+            quillery.copy("saved without a status bar")
+            xdotool("windowactivate", "--sync", menu[0], "key", "alt+m")
+            wait("open menu", lambda: len(found("xdotool", "search", "--onlyvisible", "--class", "quillery").split()) > 1)
+            xdotool("key", "Down", "Return")
+            wait("saved text", lambda: quillery.read(quillery.list) == "saved without a status bar" + END)
+            for _ in range(2):  # one that starts later, and one that is started again
+                panel = self.run_until_the_end(*bar)
+                wait("end of the window", lambda: not windows("Quillery Menu"))
+                if bar == xfce_panel.COMMAND:
+                    quillery.choose("Windowed Mode")
+                    quillery.press("Close")
+                    wait("end of the window", lambda: not windows("Quillery Menu"))
+                else:
+                    wait("icon", lambda: found("xwininfo", "-tree", "-name", "panel").count('("quillery"') == 1)
+                panel.kill()
+                panel.wait(10)
+                wait("window with the menu", lambda: windows("Quillery Menu"))
+            program.kill()
+            program.wait(10)
 
-    def test_a_clicked_notification_answers(self):
-        self.start_notification_service()
-        self.quillery()
-        self.wait_until_started()
-        self.copy("a <b>bold</b> & plain text")
-        subprocess.run(["xdotool", "key", "super+shift+c"], check=True, timeout=30)
-        wait("notification", self.notifications)
-        subprocess.run(["dunstctl", "action", "0"], check=True, timeout=30)
-        wait("alert", lambda: windows("Success!"))
-        self.assertEqual(contents(LIST), "a <b>bold</b> & plain text" + ENTRY_END)
+    def test_closing_what_stands_in_for_the_status_bar_asks_and_closing_the_intro_ends(self):
+        quillery = self.quillery()
+        program = quillery.start_fully()
+        quillery.command()  # which brings the menu's window at once
+        for answer in ("No", "Yes"):
+            xdotool("windowactivate", wait("window with the menu", lambda: windows("Quillery Menu"))[0])
+            wait("window in front", lambda: active_title() == "Quillery Menu")
+            xdotool("key", "alt+F4")
+            quillery.press(answer)
+        self.assertEqual(program.wait(20), 0)
+        quillery = self.quillery(settings=())
+        program = quillery.start()
+        quillery.find("push button", "Start Using Quillery")
+        wait("window in front", lambda: active_title() == "Welcome to Quillery")
+        xdotool("key", "alt+F4")
+        self.assertEqual(program.wait(20), 0)
 
-    def test_a_hanging_owner_of_the_clipboard_is_said(self):
-        self.quillery()
-        self.wait_until_started()
-        self.copy("unreachable")
-        self.running[-1].send_signal(signal.SIGSTOP)
-        subprocess.run(["xdotool", "key", "super+shift+c"], check=True, timeout=30)
-        wait("alert", lambda: windows("Error!"), 10)
-        self.running[-1].send_signal(signal.SIGCONT)
-        self.assertEqual(contents(LIST), "")
+    def test_links_are_for_the_keyboard_too_and_go_to_the_desktops_opener(self):
+        opened, opener = HOME / "opened", HOME / "bin/xdg-open"
+        opener.parent.mkdir(exist_ok=True)
+        opener.write_text(f'#!/bin/sh\nprintf "%s\\n" "$1" >> "{opened}"\n', encoding="utf-8")
+        opener.chmod(0o700)
+        quillery = self.quillery(PATH=f"{opener.parent}:{os.environ['PATH']}")
+        quillery.write(".config/quillery/quillery.conf", "[links]\nweb=https://example.org/a?b=c\nemail=ann@example.org\n")
+        quillery.start_fully()
+        quillery.command()
+        menu = wait("window with the menu", lambda: windows("Quillery Menu"))
+        for link in ("Web Site", "Write to Us", None):
+            xdotool("windowactivate", "--sync", menu[0], "key", "alt+u")
+            wait("links with the keyboard", lambda: active_title() == "About us")
+            if link:
+                quillery.press(link)
+            else:
+                self.assertFalse(quillery.find("push button", "Facebook").has_state(ENABLED), "it has no address")
+                xdotool("key", "Escape")
+            wait("menu with the keyboard", lambda: not windows("About us") and active_title() == "Quillery Menu")
+        links = "https://example.org/a?b=c\nmailto:?to=ann%40example.org&subject=&body=\n"
+        wait("links", lambda: quillery.read(opened) == links)
+        self.assertEqual(opened.stat().st_mode & 0o777, 0o666, "what is opened has the user's mask")
+
+    def test_the_session_starts_what_the_preferences_ask_for(self):
+        quillery = self.quillery()
+        entry = quillery.home / ".config/autostart/TovanixDev.Quillery-Helper.desktop"
+        quillery.start_fully()
+        for is_asked_for in (True, False):
+            quillery.command()
+            for role, name in (("push button", "Preferences"), ("check box", "Open at launch")):
+                quillery.screen.find("quillery", role, name).press()  # not by its process, which the session starts
+            wait("entry" if is_asked_for else "end of the entry", lambda is_there=is_asked_for: entry.exists() == is_there)
+            if is_asked_for:
+                subprocess.run(["desktop-file-validate", entry], check=True, timeout=30)
+            self.assertEqual(quillery.command("--quit"), (0, ""))
+            if is_asked_for:
+                quillery.run(*glob.glob("/usr/lib/*/openbox-xdg-autostart"), "OPENBOX").wait(10)
+
+    def test_a_list_follows_its_user_and_a_friend_sends_a_text(self):
+        """Two machines with one's storage server, and two users, all from the panel's menu."""
+        self.run_until_the_end(*xfce_panel.COMMAND)
+        here = self.quillery(SIGNED_IN)
+        for kind, content in {"Username": "alice", "Password": "secret", "Fullname": "Alice", "Email": "a@example.org"}.items():
+            here.write(here.store / f"alice_{kind}.txt", content)
+        here.start_fully()
+        there = self.quillery(QUILLERY_STORAGE_HOST="127.0.0.1", QUILLERY_STORAGE_PORT=here.read(here.port).strip())
+        there.start_fully()
+
+        def wait_until_stored(name, *texts):
+            wait(f"{texts} in {name}", lambda: here.read(here.store / name) == "".join(text + END for text in texts))
+
+        def fill(press, fields):
+            there.fill(fields)
+            there.press(press)
+
+        def answer(text):
+            there.find("label", text)
+            there.press("OK")
+            wait("end of the alert", lambda: not there.all("label", text))
+
+        def sign_in(user, password):
+            there.choose("Sign in")
+            fill("Sign in", {"User name": user, "Password": password})
+            wait("log-out item", lambda: "Log out" in there.menu()[1])
+
+        def save(quillery, text):
+            quillery.copy(text)
+            quillery.choose("Save Clipboard")
+
+        save(here, "older")
+        wait_until_stored(".alice_Quillery.txt", "older")
+        save(here, "newer")
+        wait_until_stored(".alice_Quillery.txt", "newer", "older")
+        sign_in("alice", "secret")
+        there.choose("Saved List")
+        wait("the user's list", lambda: [item.name() for item in there.all("list item")][:2] == ["newer", "older"])
+        there.choose("Log out")
+        there.choose("Sign up")
+        fill("Done", {"Full name": "Robert", "User name": "robert k", "E-mail": "r@example.org", "Password": "passwd",
+                      "Password again": "passwd"})
+        answer("You have successfully been registred as Quillery member.")
+        sign_in("robert k", "passwd")
+        there.choose("Add a Friend")
+        there.press("Start a Friends List")
+        wait_until_stored("robert k_Contacts.txt")
+        fill("Add", {"User name": "alice"})
+        answer('You have successfully added "alice" to your friends list')
+        wait_until_stored("robert k_Contacts.txt", "alice")
+
+        save(there, "hello\nAlice")
+        wait_until_stored(".robert k_Quillery.txt", "hello\nAlice")
+        there.choose("Saved List")
+        there.press("Share mode", "check box")
+        there.find("list item", "hello Alice").click()
+        there.find("list item", "alice").click()
+        answer('You have successfull share "hello\nAlice" with "alice"')
+        wait_until_stored(".alice_Quillery.txt", "Shared from(robert k)hello\nAlice", "newer", "older")
+        here.choose("Saved List")
+        here.find("list item", "Shared from(robert k)hello Alice")
 
 
 if __name__ == "__main__":

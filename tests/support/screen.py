@@ -9,7 +9,7 @@ import dbus.bus
 
 ACCESSIBLE, COMPONENT = "org.a11y.atspi.Accessible", "org.a11y.atspi.Component"
 ACTION, EDITABLE = "org.a11y.atspi.Action", "org.a11y.atspi.EditableText"
-SHOWING = 1 << 25
+ENABLED, SHOWING = 1 << 8, 1 << 25
 session = dbus.SessionBus()
 
 
@@ -31,6 +31,24 @@ def wait(what, look, seconds=20):
 
 def xdotool(*words):
     subprocess.run(["xdotool", *map(str, words)], check=True, timeout=60)
+
+
+def found(*command):
+    """What a command says, whatever it thinks of it."""
+    return subprocess.run(command, capture_output=True, text=True, timeout=30, check=False).stdout
+
+
+def windows(title):
+    return found("xdotool", "search", "--onlyvisible", "--name", f"^{title}$").split()
+
+
+def active_title():
+    return found("xdotool", "getactivewindow", "getwindowname").strip()
+
+
+def process_of(bus, name):
+    return int(bus.call_blocking("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                                 "GetConnectionUnixProcessID", "s", (name,)))
 
 
 def accessibility_bus():
@@ -56,8 +74,8 @@ class Part:
     def role(self):
         return str(self.object.GetRoleName(dbus_interface=ACCESSIBLE))
 
-    def is_showing(self):
-        return int(self.object.GetState(dbus_interface=ACCESSIBLE)[0]) & SHOWING
+    def has_state(self, state):
+        return bool(int(self.object.GetState(dbus_interface=ACCESSIBLE)[0]) & state)
 
     def place(self):
         """Its left and upper edge on the screen, its width and height."""
@@ -79,7 +97,7 @@ class Part:
     def walk(self):
         for child in self.children():
             with contextlib.suppress(dbus.DBusException):
-                if child.is_showing():
+                if child.has_state(SHOWING):
                     yield child
                     yield from child.walk()
 
@@ -93,11 +111,8 @@ class Screen:
         desktop = Part(self.bus, ("org.a11y.atspi.Registry", "/org/a11y/atspi/accessible/root"))
         for application in desktop.children():
             with contextlib.suppress(dbus.DBusException):
-                if isinstance(program, int):
-                    fits = int(self.bus.call_blocking("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-                                                      "GetConnectionUnixProcessID", "s", (application.owner,))) == program
-                else:
-                    fits = application.name().lower() == program.lower()
+                fits = process_of(self.bus, application.owner) == program if isinstance(program, int) \
+                    else application.name().lower() == program.lower()
                 if fits:
                     yield application
 
