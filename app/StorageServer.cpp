@@ -1,6 +1,5 @@
 #include "app/StorageServer.h"
 
-#include <array>
 #include <chrono>
 #include <condition_variable>
 #include <new>
@@ -10,9 +9,6 @@
 #include "app/StorageNames.h"
 
 namespace {
-
-constexpr std::array<std::chrono::milliseconds, ServerFile::kAttempts - 1> kPauses{
-    std::chrono::milliseconds(200), std::chrono::milliseconds(1000)};
 
 // False if it was cut short.
 bool pause(std::chrono::milliseconds time, const std::stop_token &stop) {
@@ -76,8 +72,9 @@ std::shared_ptr<const std::string> ServerFile::read(const std::stop_token &stop)
         state_ = found.state;
         bytes_ = std::move(found.bytes);
         if (found.text) text_ = std::make_shared<const std::string>(std::move(*found.text));
-        if (state_ != FTPText::State::kFailed || attempt == kPauses.size()) break;
-        if (!pause(kPauses[attempt], stop)) break;
+        const auto &pauses = server_->place_.pauses;
+        if (state_ != FTPText::State::kFailed || attempt == pauses.size()) break;
+        if (!pause(pauses[attempt], stop)) break;
     }
     if (isList_ && text_) server_->rescued_.remember(name_, text_, false);
     return text_;

@@ -11,8 +11,6 @@
 // announced by then is in the list, but for the one text that was in flight.
 class KillTest : public ControllerTest {
   protected:
-    KillTest() { setNotFirstUse(); }
-
     // Text number n, of varying length.
     static std::string text(int n) {
         return std::to_string(n) + " " + std::string(static_cast<std::size_t>(n % 7) * 500, 'x');
