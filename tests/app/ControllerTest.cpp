@@ -4,6 +4,7 @@
 
 #include <QTest>
 #include <fstream>
+#include <map>
 
 #include "platform/UserFolders.h"
 #include "tests/support/TemporaryFolder.h"
@@ -137,6 +138,140 @@ void ControllerTest::pickFriend(int row) {
     i().Contacts_table->setCurrentIndex(i().Contacts_table->model()->index(row, 0));
     QTest::keyClick(i().Contacts_table, Qt::Key_Return);
     settle();
+}
+
+// The control or the item of the menu with that name.
+template <class Kind>
+static Kind *named(const QString &name) {
+    for (QWidget *widget : QApplication::allWidgets()) {
+        QList<QObject *> found{widget};
+        for (QAction *item : widget->actions()) found << item;
+        for (QObject *object : found)
+            if (auto *it = qobject_cast<Kind *>(object); it && object->objectName() == name) return it;
+    }
+    ADD_FAILURE() << "there is no " << qPrintable(name);
+    return nullptr;
+}
+
+static std::string decoded(const QString &text) {
+    if (text == "-") return {};
+    return QString(text)
+        .replace("\\n", "\n")
+        .replace("\\r", "\r")
+        .replace("|", QString::fromStdString(kEnd))
+        .toStdString();
+}
+
+static QString encoded(const std::optional<std::string> &text) {
+    if (!text) return "(none)";
+    if (text->empty()) return "-";
+    return QString::fromStdString(*text).replace(QString::fromStdString(kEnd), "|").replace("\n", "\\n");
+}
+
+void ControllerTest::play(const char *scenario) {
+    for (const QString &whole : QString::fromUtf8(scenario).split('\n')) {
+        const QString line = whole.trimmed();
+        if (line.isEmpty()) continue;
+        SCOPED_TRACE(line.toStdString());
+        if (line.startsWith("! ")) {
+            const QString message = line.section(": ", 1).section(" => ", 0, 0);
+            alerts.expect({{line.mid(2).section(": ", 0, 0), message.toUtf8().replace("\\n", "\n"),
+                            line.section(" => ", 1).toInt()}});
+            continue;
+        }
+        act(line.section(" -> ", 0, 0).trimmed());
+        settle();
+        EXPECT_EQ(alerts.outstanding(), 0U) << "an expected alert did not come";
+        for (const QString &seen : line.section(" -> ", 1).split("; ", Qt::SkipEmptyParts))
+            EXPECT_EQ(see(seen.section('=', 0, 0)).toStdString(), seen.section('=', 1).toStdString())
+                << qPrintable(seen);
+    }
+}
+
+void ControllerTest::request(const QString &what) {
+    delegate->performRequest(what.toStdString(), [this](const SingleInstance::Answer &answer) {
+        answers << QString::number(answer.status) + QString::fromStdString(answer.words);
+    });
+}
+
+void ControllerTest::act(const QString &line) {
+    const QString verb = line.section(' ', 0, 0), rest = line.section(' ', 1);
+    QStringList words = rest.split(' ');
+    for (QString &word : words) word = QString::fromStdString(decoded(word));
+    const std::string value = decoded(line.section(' ', 2)), text = decoded(rest);
+    const std::map<QString, std::function<void()>> actions = {
+        {"start", [&] { start(); }},
+        {"open", [&] { openList(); }},
+        {"settle", [] {}},
+        {"close", [&] { i().Quillery_window->close(); }},
+        {"save", [&] { save(text); }},
+        {"copy", [&] { copy(text); }},
+        {"hot-key", [&] { delegate->Save_bar_item(VkKeyEvent()); }},
+        {"click-notification", [&] { Q_EMIT notifications.activated({}); }},
+        {"pick", [&] { pick(rest.toInt()); }},
+        {"pick-friend", [&] { pickFriend(rest.toInt()); }},
+        {"click", [&] { named<QAbstractButton>(rest)->click(); }},
+        {"toggle", [&] { named<QAbstractButton>(rest)->toggle(); }},  // as an assistive program does
+        {"menu", [&] { named<QAction>(rest)->trigger(); }},
+        {"enable", [&] { named<QWidget>(rest)->setEnabled(true); }},
+        {"type", [&] { named<QLineEdit>(words[0])->setText(QString::fromStdString(value)); }},
+        {"sign-up", [&] { signUp(words[0], words[1]); }},
+        {"sign-in", [&] { signIn(words[0], words[1]); }},
+        {"change-password", [&] { changePassword(words[0], words[1], words[1]); }},
+        {"add-from", [&] { delegate->Contact_index_number = rest.toInt(); }},
+        {"add-friend", [&] { addFriend(words[0]); }},
+        {"request", [&] { request(rest); }},
+        {"local", [&] { putLocal(text); }},
+        {"remote", [&] { putRemote(words[0].toStdString(), value); }},
+        {"spoil", [&] { putRemote(words[0].toStdString(), "not \xFF text"); }},
+        {"account", [&] { putAccount(words[0].toStdString()); }},
+        {"lose",
+         [&] { rest == "local" ? (void)fs::remove(localPath()) : putRemote(rest.toStdString(), {}); }},
+        {"set", [&] { set(words[0].toLatin1(), QString::fromStdString(value)); }},
+    };
+    const auto action = actions.find(verb);
+    if (action == actions.end())
+        ADD_FAILURE() << "no such action";
+    else
+        action->second();
+}
+
+QString ControllerTest::see(const QString &what) {
+    const auto yes = [](bool is) { return QString(is ? "yes" : "no"); };
+    const QString verb = what.section(' ', 0, 0), name = what.section(' ', 1);
+    const auto joined = [](const Items &texts) {
+        QStringList all;
+        for (const std::string &text : texts) all << QString::fromStdString(text);
+        if (all.join("").isEmpty()) return QString(all.isEmpty() ? "(none)" : "-");
+        return all.join('|').replace('\n', "\\n");
+    };
+    if (verb == "list") return joined(items());
+    if (verb == "friends") return joined(friends());
+    if (verb == "local") return encoded(local());
+    if (verb == "remote") return encoded(remote(name.toStdString()));
+    if (verb == "clipboard") return encoded(clipboard());
+    if (verb == "picked") return encoded(list().stringValue());
+    if (verb == "told") return notifications.texts.join('+');
+    if (verb == "answers") return answers.join('+');
+    if (verb == "setting") return encoded(stored(name.toLatin1()).toStdString());
+    if (verb == "view") return i().Quillery_window->isVisible() ? shownView()->objectName() : "hidden";
+    if (verb == "default") return QString::number(alerts.defaultButton);
+    if (verb == "title") return i().Quillery_window->windowTitle();
+    if (verb == "next") return QString::number(delegate->Contact_index_number);
+    if (verb == "user") return encoded(delegate->Username);
+    if (verb == "password") return encoded(delegate->Password);
+    if (verb == "signed-in") return yes(delegate->isSigned_in);
+    if (verb == "mode")
+        return QString(delegate->RemoveMode_enabled  ? "remove"
+                       : delegate->ShareMode_enabled ? "share"
+                       : delegate->Read_Local_mode   ? "offline"
+                                                     : "copy") +
+               (delegate->RemoveContact_enabled ? "+friends" : "");
+    if (verb == "shown") return yes(named<QWidget>(name)->isVisible());
+    if (verb == "enabled") return yes(named<QWidget>(name)->isEnabled());
+    if (verb == "checked") return yes(named<QAbstractButton>(name)->isChecked());
+    // Otherwise what a control says.
+    return encoded(named<QWidget>(verb)->property("text").toString().toStdString());
 }
 
 Items ControllerTest::items() {

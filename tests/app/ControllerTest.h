@@ -92,6 +92,15 @@ class ControllerTest : public testing::Test {
     // Picks that row of the friends that are on the screen, with the keyboard.
     void pickFriend(int row = 0);
 
+    // Plays a scenario, a line for each step: "! title: message", an alert that is to come, with " => 1" for
+    // any answer but the first; or "action arguments", and behind " -> " what holds when nothing is running
+    // any more, "what=value; what=value". The actions are in act(), what can be seen in see(). "|" stands
+    // for the terminator of a list's entry, "\\n" and "\\r" for these characters, "-" for no text at all.
+    void play(const char *scenario);
+    virtual void act(const QString &line);
+    virtual QString see(const QString &what);
+    void request(const QString &what);  // of another process
+
     Interface &i() { return delegate->interface; }
     ListControl &list() { return *i().Clipboard_saved_string_combobox; }
     QWidget *shownView() { return i().Quillery_Box->contentView(); }
@@ -110,6 +119,7 @@ class ControllerTest : public testing::Test {
 
     std::filesystem::path home;
     const std::filesystem::path htdocs, rescued;
+    QStringList answers;  // to other processes' requests: their statuses, and words
     UiThread ui;
     ActionGate gate;
     BackgroundTasks background{ui};

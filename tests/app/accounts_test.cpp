@@ -4,28 +4,33 @@
 #include <set>
 
 #include "tests/app/ControllerTest.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace {
 
-class Accounts : public ControllerTest {
-  protected:
-    void changeOwnPassword(const QString &old, const QString &next) {
-        changePassword(old, next, next);
-        settle();
-    }
-};
+using Accounts = ControllerTest;
 
-TEST_F(Accounts, SignUpRefusesOnItsButtonAndKeepsWhatWasTyped) {
-    putRemote("taken1_Username.txt", "");
-    start();
-    for (const auto &[password, refusal] :
-         {std::pair("short", "Check your entries."), std::pair("longer", "Username exist.")}) {
-        signUp("taken1", password);
-        EXPECT_EQ(i().Sign_up_done->text(), refusal);
-        EXPECT_TRUE(i().Sign_up_done->isEnabled());
-        EXPECT_EQ(i().Sign_up_username->text(), "taken1");
-    }
-    EXPECT_EQ(remote("taken1_Password.txt"), std::nullopt);
+TEST_F(Accounts, AFormThatWillNotDoSaysSoOnItsButtonAndKeepsWhatWasTyped) {
+    play(R"(
+        account alice1
+        remote taken1_Username.txt -
+        remote nopass1_Username.txt nopass1
+        start
+        sign-up taken1 short   -> Sign_up_done=Check your entries.; enabled Sign_up_done=yes
+        sign-up taken1 longer  -> Sign_up_done=Username exist.; enabled Sign_up_done=yes; Sign_up_username=taken1
+        sign-in alice1 Secret  -> Sign_in_done=Wrong entries/Network error!; view=Sign_in_view
+        sign-in alice1 secret\r -> Sign_in_done=Wrong entries/Network error!; Sign_in_username=alice1
+        sign-in Alice1 secret  -> Sign_in_done=Wrong entries/Network error!; Sign_in_username=Alice1
+        sign-in nopass1 -      -> Sign_in_done=Wrong entries/Network error!; signed-in=no
+        sign-in nobody secret  -> Sign_in_done=Wrong entries/Network error!; signed-in=no
+        sign-in - -            -> Sign_in_done=Wrong entries/Network error!; signed-in=no
+        sign-in alice1 secret  -> Sign_in_done=Sign in; signed-in=yes; view=hidden
+        click Auto_Login_Check_box
+        change-password Secret better -> Change_done_button=Check your entries.; Change_new_password=better
+        ! Success!: You've successfully changed your password!
+        change-password secret better -> setting kPassword=better; password=secret; Change_done_button=Done; view=hidden
+        start                  -> password=better; remote alice1_Password.txt=better; remote taken1_Password.txt=(none)
+    )");
 }
 
 TEST_F(Accounts, NamesThatAreNoFileNamesAreNeverFoundAndNeverWritten) {
@@ -50,7 +55,7 @@ TEST_F(Accounts, NamesThatAreNoFileNamesAreNeverFoundAndNeverWritten) {
         EXPECT_FALSE(i().Quillery_window->isVisible());
         delegate->Username = user;
         i().Change_done_button->setEnabled(true);
-        changeOwnPassword("secret", "better");
+        changePassword("secret", "better", "better");
         EXPECT_EQ(i().Change_done_button->text(), "Check your entries.");
     }
     EXPECT_EQ(files(), before);
@@ -95,53 +100,12 @@ TEST_F(Accounts, OddNamesAndPasswordsAreLikeAnyOther) {
         EXPECT_EQ(remote("." + contact + "_Quillery.txt"),
                   "Shared from(" + name + ")of " + name + kEnd + "of " + contact + kEnd);
         alerts.expect({kPasswordChanged});
-        changeOwnPassword(password, "better");
+        changePassword(password, "better", "better");
+        settle();
         EXPECT_EQ(remote(name + "_Password.txt"), "better");
         i().Log_in_menu_item->trigger();
         before = user;
     }
-}
-
-TEST_F(Accounts, SignInWithWrongEntriesSaysSoInItsWindowAndKeepsThem) {
-    putAccount("alice1");
-    putRemote("nopass1_Username.txt", "nopass1");
-    start();
-    for (const auto &[user, password] :
-         std::vector<std::pair<const char *, const char *>>{{"alice1", "Secret"},
-                                                            {"alice1", "secret\r"},
-                                                            {"Alice1", "secret"},
-                                                            {"nopass1", ""},
-                                                            {"nobody", "secret"},
-                                                            {"", ""}}) {
-        signIn(user, password);
-        EXPECT_EQ(i().Sign_in_done->text(), "Wrong entries/Network error!") << user;
-        EXPECT_TRUE(i().Sign_in_view->isVisible());
-        EXPECT_EQ(i().Sign_in_username->text(), user);
-        EXPECT_FALSE(delegate->isSigned_in);
-    }
-    signIn("alice1");
-    EXPECT_EQ(i().Sign_in_done->text(), "Sign in");
-}
-
-TEST_F(Accounts, ANewPasswordIsTheServersAndTheSettingAtOnceAndTheSessionsNextTime) {
-    putAccount("alice1");
-    setAutoLogin("alice1");
-    start();
-    changeOwnPassword("Secret", "better");
-    EXPECT_EQ(i().Change_done_button->text(), "Check your entries.");
-    EXPECT_EQ(i().Change_new_password->text(), "better");
-    Alert changed = kPasswordChanged;
-    changed.during = [this] {
-        EXPECT_FALSE(i().Quillery_window->isVisible());
-        EXPECT_EQ(stored("kPassword"), "secret");
-    };
-    alerts.expect({changed});
-    changeOwnPassword("secret", "better");
-    EXPECT_EQ(stored("kPassword"), "better");
-    EXPECT_EQ(delegate->Password, "secret") << "the session keeps what it began with";
-    EXPECT_EQ(i().Change_done_button->text(), "Done");
-    start();
-    EXPECT_EQ(delegate->Password, "better");
 }
 
 // ---- Friends ----
@@ -153,32 +117,20 @@ class Friends : public ControllerTest {
             putRemote(std::string(user) + "_Username.txt", user);
         setAutoLogin("alice1");
     }
-    void putFriends(const std::optional<std::string> &text) const { putRemote("alice1_Contacts.txt", text); }
-    std::optional<std::string> storedFriends() const { return remote("alice1_Contacts.txt"); }
-    void openFriends() {
-        i().Contacts_item->trigger();
-        settle();
-    }
-    void click(int row) {
-        TableView &table = *i().Contacts_table;
-        ASSERT_TRUE(table.isVisible());
-        QTest::mouseClick(table.viewport(), Qt::LeftButton, {},
-                          table.visualRect(table.model()->index(row, 0)).center());
-        settle();
-    }
 };
 
 TEST_F(Friends, AreAddedByTheVeryNameOfTheirAccountFromWhereTheLastLookStopped) {
-    const std::string bobby = "bobby1" + kEnd, xy = "x" + kEnd + "y" + kEnd, broken = "not \xFF text";
+    const std::string bobby = "bobby1" + kEnd, xy = "x" + kEnd + "y" + kEnd;
     const Alert exists{"Alert!", "Contact does exist"}, self{"Error!", "You can't add your self"};
     struct Row {
-        std::optional<std::string> list;
+        std::string list;
         int from;
         const char *name;
         Said said;
         std::string front = {};  // what comes in front of the list
         int next = 2;            // where the next look begins
     };
+    start();
     for (const Row &row : {
              Row{bobby, 0, "carol1", {friendAdded("carol1")}, "carol1" + kEnd},
              Row{bobby, 0, "bobby12", {friendAdded("bobby12")}, "bobby12" + kEnd},
@@ -198,116 +150,98 @@ TEST_F(Friends, AreAddedByTheVeryNameOfTheirAccountFromWhereTheLastLookStopped) 
              Row{bobby, 2, "bobby1", {}},
              Row{xy, 2, "bobby1", {friendAdded("bobby1")}, bobby, 3},
              Row{"carol1", 0, "bobby1", {}, "", 1},  // without its end there is no empty name to add it at
-             Row{broken, 0, "bobby1", {}, "", 0},
+             Row{"not \xFF text", 0, "bobby1", {}, "", 0},
          }) {
-        SCOPED_TRACE(std::string(row.name) + " " + std::to_string(row.from) + row.list.value_or(""));
-        putFriends(row.list);
-        start();
+        SCOPED_TRACE(std::string(row.name) + " " + std::to_string(row.from) + row.list);
+        putRemote("alice1_Contacts.txt", row.list);
         delegate->Contact_index_number = row.from;
         alerts.expect(row.said);
         addFriend(row.name);
-        EXPECT_EQ(FileManager().textAtPath(htdocs / "alice1_Contacts.txt").text,
-                  row.list == broken ? std::nullopt : std::optional(row.front + *row.list));
+        EXPECT_EQ(contentOf(htdocs / "alice1_Contacts.txt"), row.front + row.list);
         EXPECT_EQ(delegate->Contact_index_number, row.next);
         EXPECT_EQ(i().Add_contact_textfield->text(), row.front.empty() ? row.name : "");
         EXPECT_EQ(i().Add_contact_view->isVisible(), row.front.empty());
         EXPECT_EQ(i().lookAgain->isVisible(), row.from == 2 && row.list == bobby) << "nobody is left";
     }
-    putFriends(bobby);
-    delegate->Contact_index_number = 2;
-    addFriend("bobby1");
-    alerts.expect({exists});
-    i().Look_again_button->click();
-    EXPECT_FALSE(i().lookAgain->isVisible());
+    play(R"(
+        remote alice1_Contacts.txt bobby1|
+        add-from 2
+        add-friend bobby1          -> next=2; shown lookAgain=yes
+        ! Alert!: Contact does exist
+        click Look_again_button    -> next=0; shown lookAgain=no
+    )");
 }
 
 TEST_F(Friends, AFirstListIsStartedNeverOverOneThatIsThereOrMayBe) {
-    start();
-    addFriend("bobby1");
-    EXPECT_EQ(storedFriends(), std::nullopt) << "without a list nothing happens at all";
-    EXPECT_TRUE(i().startFriendsToAdd->isVisible());
-    openFriends();
-    EXPECT_TRUE(i().startFriends->isVisible());
-    i().startFriends_button->click();
-    EXPECT_EQ(storedFriends(), "");
-    EXPECT_EQ(shownView(), i().Add_contact_view);
-    EXPECT_FALSE(i().startFriendsToAdd->isVisible());
-    putFriends({});
-    openFriends();
-    putFriends("bobby1" + kEnd);  // on another machine, meanwhile
-    i().startFriends_button->click();
-    EXPECT_EQ(storedFriends(), "bobby1" + kEnd);
-    openFriends();
-    EXPECT_FALSE(i().startFriends->isVisible());
-
-    // A listing that does not even show the account proves nothing.
-    putFriends({});
-    putRemote("alice1_Username.txt", {});
-    openFriends();
-    EXPECT_FALSE(i().startFriends->isVisible());
-    alerts.expect({{"Error!", "The storage server could not be asked, so nothing was changed."}});
-    i().startFriends_button->click();
-    EXPECT_EQ(storedFriends(), std::nullopt);
+    play(R"(
+        start
+        add-friend bobby1          -> remote alice1_Contacts.txt=(none); shown startFriendsToAdd=yes
+        menu Contacts_item         -> shown startFriends=yes
+        click startFriends_button  -> remote alice1_Contacts.txt=-; view=Add_contact_view; shown startFriendsToAdd=no
+        lose alice1_Contacts.txt
+        menu Contacts_item         -> shown startFriends=yes
+        remote alice1_Contacts.txt bobby1|
+        click startFriends_button  -> remote alice1_Contacts.txt=bobby1|
+        menu Contacts_item         -> shown startFriends=no
+        lose alice1_Contacts.txt
+        menu Contacts_item         -> shown startFriends=yes
+        lose alice1_Username.txt
+        ! Error!: The storage server could not be asked, so nothing was changed.
+        click startFriends_button  -> remote alice1_Contacts.txt=(none)
+        menu Contacts_item         -> shown startFriends=no
+    )");
 }
 
-TEST_F(Friends, AreRemovedByAClickInTheTable) {
-    start();
-    alerts.expect({kNoFriends});
-    i().Remove_a_friend_item->trigger();
-    putFriends("bob" + kEnd + "jimbob" + kEnd + "carol1");
-    i().Remove_a_friend_item->trigger();
-    EXPECT_EQ(shownView(), i().Contacts_table);
-    EXPECT_EQ(friends(), Items({"bob", "jimbob", "carol1"}));
-    delegate->ShareMode_enabled = true;
-    alerts.expect({wantToRemove("bob", 1)});
-    click(0);
-    EXPECT_EQ(alerts.defaultButton, 1);
-    EXPECT_FALSE(delegate->ShareMode_enabled);
-    EXPECT_TRUE(delegate->RemoveContact_enabled);
-
-    alerts.expect({wantToRemove("bob"), friendRemoved("bob")});
-    click(0);
-    EXPECT_EQ(storedFriends(), "jimcarol1") << "the tail of a longer name goes, too";
-    EXPECT_EQ(friends(), Items({"jimcarol1"}));
-    EXPECT_FALSE(delegate->RemoveContact_enabled || i().Quillery_window->isVisible());
+TEST_F(Friends, AreRemovedByAPickInTheTable) {
+    play(R"(
+        start
+        ! Alert!: You have no firends in the list
+        menu Remove_a_friend_item
+        remote alice1_Contacts.txt bob|jimbob|carol1
+        menu Remove_a_friend_item  -> view=Contacts_table; friends=bob|jimbob|carol1; mode=copy+friends
+        click Share_switch         -> mode=share+friends
+        ! Alert!: Are you sure you want to remove "bob" => 1
+        pick-friend 0              -> mode=copy+friends; default=1; friends=bob|jimbob|carol1
+        ! Alert!: Are you sure you want to remove "bob"
+        ! Alert!: You have successfully removed"bob"
+        pick-friend 0              -> remote alice1_Contacts.txt=jimcarol1; friends=jimcarol1; mode=copy; view=hidden
+    )");
     EXPECT_EQ(delegate->Remove_contact_time_number, 1);
 }
 
 TEST_F(Friends, GetTheTextThatIsPickedUnderTheirVeryName) {
-    putFriends("bobby1" + kEnd);
-    putRemote(".alice1_Quillery.txt", "abc" + kEnd);
-    putRemote(".bobby1_Quillery.txt", "x" + kEnd);
-    start();
-    openList();
-    i().Share_switch->click();
-    pick(0);
-    EXPECT_EQ(shownView(), i().Contacts_view);
-    EXPECT_EQ(friends(), Items({"bobby1", ""}));
-    alerts.expect({shared("abc", "bobby1")});
-    click(0);
-    EXPECT_EQ(remote(".bobby1_Quillery.txt"), "Shared from(alice1)abc" + kEnd + "x" + kEnd);
-    EXPECT_TRUE(delegate->ShareMode_enabled);
-    EXPECT_FALSE(i().Quillery_window->isVisible());
-
+    play(R"(
+        remote alice1_Contacts.txt bobby1|
+        remote .alice1_Quillery.txt abc|
+        remote .bobby1_Quillery.txt x|
+        start
+        open
+        click Share_switch
+        pick 0                     -> view=Contacts_view; friends=bobby1|
+        ! Success!: You have successfull share "abc" with "bobby1"
+        pick-friend 0              -> remote .bobby1_Quillery.txt=Shared from(alice1)abc|x|; mode=share; view=hidden
+        remote .bobby1_Quillery.txt -
+    )");
     // From the view of all friends as well; a click beside the rows means nobody.
-    putRemote(".bobby1_Quillery.txt", "");
     const auto share = [this](const char *contact) {
         delegate->Contacts_array = {contact};
-        openFriends();
+        i().Contacts_item->trigger();
+        settle();
         EXPECT_EQ(shownView(), i().Contacts_View);
-        i().Contacts_table->clearSelection();
-        QTest::keyClick(i().Contacts_table, Qt::Key_Return);
-        QTest::mouseClick(i().Contacts_table->viewport(), Qt::LeftButton, {},
-                          QPoint(5, i().Contacts_table->height() - 5));
-        click(0);
+        TableView &table = *i().Contacts_table;
+        table.clearSelection();
+        QTest::keyClick(&table, Qt::Key_Return);
+        QTest::mouseClick(table.viewport(), Qt::LeftButton, {}, QPoint(5, table.height() - 5));
+        QTest::mouseClick(table.viewport(), Qt::LeftButton, {},
+                          table.visualRect(table.model()->index(0, 0)).center());
+        settle();
         EXPECT_EQ(delegate->Contact_Username, contact);
     };
     for (const char *contact : {"", "carol1", "bobby1/", "/../htdocs/.bobby1", "Bobby1", "bobby1\r"}) {
         alerts.expect({kWrongFriend});
         share(contact);
     }
-    EXPECT_EQ(remote(".bobby1_Quillery.txt"), "");
-    EXPECT_EQ(remote(".carol1_Quillery.txt"), std::nullopt);
+    EXPECT_EQ(see("remote .bobby1_Quillery.txt") + see("remote .carol1_Quillery.txt"), "-(none)");
     list().selectItemAtIndex(-1);
     alerts.expect({shared("", "bobby1")});
     share("bobby1");
@@ -318,38 +252,39 @@ TEST_F(Friends, GetTheTextThatIsPickedUnderTheirVeryName) {
 }
 
 TEST_F(Friends, WhatIsOnTheScreenIsWhatAPickDoes) {
-    putFriends("bobby1" + kEnd);
-    putRemote(".bobby1_Quillery.txt", "");
-    start();
-    i().Contacts_item->trigger();
+    play(R"(
+        remote alice1_Contacts.txt bobby1|
+        remote .bobby1_Quillery.txt -
+        remote .alice1_Quillery.txt abc|
+        start
+        menu Contacts_item         -> friends=(none); shown Remove_contact=yes
+    )");
     EXPECT_TRUE(i().Friends_hint->text().startsWith("No text is picked"));
-    EXPECT_EQ(friends(), Items());
     QApplication::setActiveWindow(i().Quillery_window.get());
     QTest::keyClick(i().Contacts_table, Qt::Key_F5);
     EXPECT_EQ(friends(), (Items{"bobby1", ""}));
-    const auto check = [&](bool removes) {
-        EXPECT_EQ(delegate->RemoveContact_enabled, removes);
-        EXPECT_TRUE(i().Remove_contact->isVisible());
-        EXPECT_EQ(i().Remove_contact->text(), removes ? "Done" : "Remove a friend");
-        EXPECT_EQ(i().Quillery_window->windowTitle(), removes ? "Remove a Friend" : "Quillery");
-        EXPECT_EQ(i().Friends_hint->text(), removes ? "A pick removes the friend from this list."
-                                                    : "A pick sends \"abc\" to the friend.");
-    };
     list().selectPicked(0, "abc");
+    const char *const removes = R"(
+        settle -> mode=copy+friends; shown Remove_contact=yes; Remove_contact=Done; title=Remove a Friend
+        settle -> Friends_hint=A pick removes the friend from this list.
+    )";
+    const char *const sends = R"(
+        settle -> mode=copy; shown Remove_contact=yes; Remove_contact=Remove a friend; title=Quillery
+        settle -> Friends_hint=A pick sends "abc" to the friend.
+    )";
     for (QAction *place : {i().Contacts_item, i().Remove_a_friend_item}) {
         place->trigger();
         EXPECT_EQ(i().Quillery_window->focusWidget(), i().Contacts_table) << "where Enter picks";
-        for (const bool removes : {true, false}) {
-            if (delegate->RemoveContact_enabled != removes) i().Remove_contact->click();
-            check(removes);
-        }
+        play(delegate->RemoveContact_enabled ? removes : sends);
+        i().Remove_contact->click();
+        play(delegate->RemoveContact_enabled ? removes : sends);
     }
-    i().Log_in_menu_item->trigger();
-    EXPECT_EQ(i().Friends_hint->text(), "Sign in to send a text to a friend.");
-    EXPECT_EQ(list().stringValue(), "") << "it was the last user's";
-    i().Contacts_item->trigger();
-    click(0);
-    EXPECT_EQ(remote(".bobby1_Quillery.txt"), "");
+    play(R"(
+        menu Remove_a_friend_item  -> mode=copy+friends
+        menu Log_in_menu_item      -> mode=copy; Friends_hint=Sign in to send a text to a friend.; picked=-
+        menu Contacts_item
+        pick-friend 0              -> remote .bobby1_Quillery.txt=-; Remove_contact=Remove a friend
+    )");
 }
 
 }  // namespace

@@ -17,16 +17,38 @@ using namespace std::chrono_literals;
 namespace {
 
 const Alert kNoConnection{"Error!", "Unable to connect the internet,duo to network/server error."};
-const Alert kWrongPasscode{"Error!", "Wrong passcode."};
 constexpr auto kPatience = 200ms;
 
 class States : public ControllerTest {
   protected:
     States() : ControllerTest(kPatience) {}
 
-    void lockWith(const QString &passcode) {
-        set("kHasPasscode", "YES");
-        set("kPasscode", passcode);
+    // Fills in a form for passcodes and sends it: "create-passcode" one and again, "change-passcode" and
+    // "remove-passcode" the old one first, "unlock" the one.
+    void act(const QString &line) override {
+        QStringList words = line.split(' ').replaceInStrings("\\r", "\r") << ""
+                                                                          << ""
+                                                                          << "";
+        const QString verb = words.takeFirst();
+        for (QString &word : words) word = word == "-" ? "" : word;
+        const bool creates = verb == "create-passcode";
+        if (verb == "unlock") {
+            i().Insert_passcode_field->setText(words[0]);
+            QTest::keyClick(i().Insert_passcode_field, Qt::Key_Return);
+        } else if (verb.endsWith("-passcode")) {
+            if (!creates) i().Change_old_passcode->setText(words.takeFirst());
+            (creates ? i().Create_passcode : i().Change_new_passcode)->setText(words[0]);
+            (creates ? i().Retype_passcode : i().Change_Retype_passcode)->setText(words[1]);
+            (creates                     ? i().Done_create_passcode
+             : verb == "change-passcode" ? i().Done_change_passcode
+                                         : i().Remove_passcode_button)
+                ->click();
+        } else {
+            ControllerTest::act(line);
+        }
+    }
+    QString see(const QString &what) override {
+        return what == "state" ? QString::fromStdString(state()) : ControllerTest::see(what);
     }
     // Nothing listens there.
     void setNoServer() {
@@ -204,249 +226,179 @@ TEST_F(States, AMuteServerCanBeGivenUp) {
     EXPECT_FALSE(delegate->UploadDidFinish);
 }
 
-// ---- Signing in and out ----
+// ---- Signing in and out, the passcode ----
 
-TEST_F(States, SignInSwitchesToTheUsersListAndLogOutBack) {
-    putAccount("ann");
-    putRemote(".ann_Quillery.txt", "theirs" + kEnd);
-    putLocal("mine");
-    start();
-    signIn("ann");
-    EXPECT_EQ(state(), kIn + "new (Sign_in_view)");
-    EXPECT_EQ(i().Sign_in_username->text() + i().Sign_in_password->text(), "");
-    EXPECT_EQ(delegate->Content_file_path, home / "Documents" / ".ann_Quillery.txt");
-    EXPECT_EQ(items(), Items({"mine"})) << "the list is read when it is opened";
-    openList();
-    EXPECT_EQ(items(), Items({"theirs", ""}));
-    EXPECT_EQ(i().List_place->text(), "In your account on this computer");
-
-    i().Log_in_menu_item->trigger();
-    EXPECT_EQ(state(), kOut + "List_View");
-    EXPECT_EQ(*delegate->Username + *delegate->Password, "");
+TEST_F(States, SignInSwitchesToTheUsersListAndLogOutBackWithoutTheUsersModes) {
+    play(R"(
+        account ann
+        remote .ann_Quillery.txt theirs|
+        remote ann_Contacts.txt bob|
+        local mine
+        start
+        sign-in ann secret          -> state=SLARP- SODAFFP in new (Sign_in_view); Sign_in_username=-; Sign_in_password=-
+        settle                      -> list=mine
+        open                        -> list=theirs|
+        click Share_switch          -> mode=share
+        menu Remove_a_friend_item   -> mode=share+friends; friends=bob|
+        menu Log_in_menu_item       -> mode=copy; Share_label=Share; checked Share_switch=no; friends=bob|
+        settle                      -> state=SL---- ------- out new Contacts_table; user=-; password=-
+        sign-in ann secret
+        click Read_local_button     -> mode=offline
+        open
+        menu Log_in_menu_item       -> mode=copy; Make_available_offline_label=Make available offline; list=mine
+        settle                      -> state=SL---- ------- out new List_View; checked Read_local_button=no
+        sign-in ann secret
+        click RemoveItem_button     -> mode=remove
+        menu Log_in_menu_item       -> mode=remove; Remove_item_label=Done; checked RemoveItem_button=yes
+    )");
     EXPECT_EQ(delegate->Content_file_path, localPath());
-    EXPECT_EQ(items(), Items({"mine"}));
-    EXPECT_EQ(i().List_place->text(), "On this computer");
 }
-
-TEST_F(States, LogOutEndsTheUsersModesAndKeepsTheRest) {
-    putAccount("ann");
-    putRemote("ann_Contacts.txt", "bob" + kEnd);
-    setAutoLogin("ann");
-    start();
-    struct Mode {
-        QAbstractButton *toggle;
-        QLabel *label;
-        const bool &isOn;
-        const char *afterwards;
-        bool staysOn;
-    };
-    for (const Mode &mode :
-         {Mode{i().Share_switch, i().Share_label, delegate->ShareMode_enabled, "Share", false},
-          Mode{i().Read_local_button, i().Make_available_offline_label, delegate->Read_Local_mode,
-               "Make available offline", false},
-          Mode{i().RemoveItem_button, i().Remove_item_label, delegate->RemoveMode_enabled, "Done", true}}) {
-        SCOPED_TRACE(mode.afterwards);
-        if (!delegate->isSigned_in) signIn("ann");
-        mode.toggle->click();
-        EXPECT_TRUE(mode.isOn);
-        i().Remove_a_friend_item->trigger();
-        EXPECT_TRUE(delegate->RemoveContact_enabled);
-        i().Log_in_menu_item->trigger();
-        EXPECT_EQ(mode.isOn, mode.staysOn);
-        EXPECT_EQ(mode.toggle->isChecked(), mode.staysOn);
-        EXPECT_EQ(mode.label->text(), mode.afterwards);
-        EXPECT_FALSE(delegate->RemoveContact_enabled);
-        EXPECT_EQ(i().Remove_contact->text(), "Remove a friend");
-    }
-    EXPECT_EQ(delegate->Contacts_array, Items({"bob", ""}));
-    EXPECT_EQ(stored("kAutoLogin") + stored("kUsername"), "Yesann");
-}
-
-// ---- The passcode ----
 
 TEST_F(States, APasscodeIsSetChangedAndRemovedOnlyByTheRightTexts) {
-    const Alert differs{"Error!", "\"Passcode\" field doesn't match \"re-type\" field"},
-        newDiffers{"Error!", "\"New passcode\" field doesn't match \"re-type\" field"},
-        wrongOld{"Error!", "Wrong \"Old passcode\""},
-        created{"Success!", "You have successfully sat up your passcode"},
-        changed{"Success!", "Passcode has successfully changed"},
-        notRemoved{"Error!", "\"Old Passcode\" field doesn't match the previous passcode."};
-    const char *const odd =
-        " \xC3\x96"
-        "ffne, dich; \"1\" ";
-    struct Row {
-        char what;  // Set, Change or Remove
-        const char *old, *next, *again;
-        Said said;
-        bool isDone = false;
-        bool isOpenMeanwhile = true;  // while the alert is up
-    };
-    const Row rows[] = {
-        {'S', "", "one", "two", {differs}},     {'S', "", "", "", {differs}},
-        {'S', "", "one", "One", {differs}},     {'S', "", "one", "one ", {differs}},
-        {'S', "", odd, odd, {created}, true},   {'C', "", "new", "new", {wrongOld}},
-        {'C', "Old", "new", "new", {wrongOld}}, {'C', odd, "new", "knew", {newDiffers}},
-        {'C', odd, "", "", {newDiffers}},       {'C', odd, "old", "old", {changed}, true, false},
-        {'R', "", "", "", {notRemoved}},        {'R', "Old", "", "", {notRemoved}},
-        {'R', "old", "", "", {}, true},
-    };
-    start();
-    for (const Row &row : rows) {
-        SCOPED_TRACE(&row - rows);
-        i().Preference_menu_item->trigger();
-        const bool creates = row.what == 'S';
-        for (QLineEdit *old : {i().Change_old_passcode}) old->setText(row.old);
-        (creates ? i().Create_passcode : i().Change_new_passcode)->setText(row.next);
-        (creates ? i().Retype_passcode : i().Change_Retype_passcode)->setText(row.again);
-        const QString before = stored("kPasscode") + stored("kHasPasscode");
-        Said said = row.said;
-        for (Alert &alert : said)
-            alert.during = [&] { EXPECT_EQ(i().Quillery_window->isVisible(), row.isOpenMeanwhile); };
-        alerts.expect(said);
-        (creates           ? i().Done_create_passcode
-         : row.what == 'C' ? i().Done_change_passcode
-                           : i().Remove_passcode_button)
-            ->click();
-        if (!row.isDone) {
-            EXPECT_EQ(stored("kPasscode") + stored("kHasPasscode"), before);
-            EXPECT_TRUE(i().Quillery_window->isVisible());
-            continue;
-        }
-        EXPECT_EQ(stored("kHasPasscode"), row.what == 'R' ? "" : "YES");
-        EXPECT_EQ(stored("kPasscode"), row.what == 'R' ? row.old : row.next);
-        EXPECT_EQ(state(),
-                  row.what == 'R' ? kOut + "Preference_View" : "SL---- ------- out change (Preference_View)");
-        for (const QLineEdit *field : {i().Create_passcode, i().Retype_passcode, i().Change_old_passcode,
-                                       i().Change_new_passcode, i().Change_Retype_passcode})
-            EXPECT_EQ(field->text(), "");
-    }
-    set("kPasscode", "");
-    alerts.expect({wrongOld});
-    i().Done_change_passcode->click();  // nothing is no passcode
+    play(R"(
+        start
+        menu Preference_menu_item     -> state=SL---- ------- out new Preference_View
+        ! Error!: "Passcode" field doesn't match "re-type" field
+        create-passcode one two
+        ! Error!: "Passcode" field doesn't match "re-type" field
+        create-passcode - -
+        ! Error!: "Passcode" field doesn't match "re-type" field
+        create-passcode one One
+        ! Error!: "Passcode" field doesn't match "re-type" field
+        create-passcode one one\r     -> setting kPasscode=(absent); setting kHasPasscode=(absent); view=Preference_View
+        ! Success!: You have successfully sat up your passcode
+        create-passcode Öf;"1" Öf;"1" -> setting kPasscode=Öf;"1"; setting kHasPasscode=YES; Create_passcode=-
+        settle                        -> state=SL---- ------- out change (Preference_View); Retype_passcode=-
+        menu Preference_menu_item
+        ! Error!: Wrong "Old passcode"
+        change-passcode - new new
+        ! Error!: Wrong "Old passcode"
+        change-passcode öf;"1" new new
+        ! Error!: "New passcode" field doesn't match "re-type" field
+        change-passcode Öf;"1" new knew
+        ! Error!: "New passcode" field doesn't match "re-type" field
+        change-passcode Öf;"1" - -    -> setting kPasscode=Öf;"1"; view=Preference_View
+        ! Success!: Passcode has successfully changed
+        change-passcode Öf;"1" old old -> setting kPasscode=old; setting kHasPasscode=YES; Change_new_passcode=-
+        settle                        -> view=hidden; Change_old_passcode=-; Change_Retype_passcode=-
+        menu Preference_menu_item
+        ! Error!: "Old Passcode" field doesn't match the previous passcode.
+        remove-passcode Old           -> setting kHasPasscode=YES
+        remove-passcode old           -> setting kHasPasscode=-; setting kPasscode=old; Change_old_passcode=-
+        settle                        -> state=SL---- ------- out new Preference_View
+        set kPasscode
+        ! Error!: Wrong "Old passcode"
+        change-passcode - new new
+    )");
 }
 
 TEST_F(States, LockedTheListIsOutOfReachButTheHotKeySavesUntilTheVeryPasscodeUnlocks) {
-    putLocal("old" + kEnd);
-    lockWith("Secret");
-    start();
-    i().Saveing_menu_item->trigger();
-    openList();
-    pick(0);
-    SingleInstance::Answer answer;
-    delegate->performRequest("list", [&](const SingleInstance::Answer &given) { answer = given; });
-    EXPECT_EQ(answer.status, 1);
-    EXPECT_NE(answer.words.find("locked"), std::string::npos);
-    copy("new");
-    delegate->Save_bar_item(VkKeyEvent{});
-    settle();
-    EXPECT_EQ(local(), "new" + kEnd + "old" + kEnd);
-    delegate->performRequest("activate", [](const SingleInstance::Answer &) {});
-    EXPECT_EQ(state(), kLocked + "Insert_passcode_view");
-    for (const char *wrong : {"secret", "", "Secret "}) {
-        i().Insert_passcode_field->setText(wrong);
-        alerts.expect({kWrongPasscode});
-        QTest::keyClick(i().Insert_passcode_field, Qt::Key_Return);
-        EXPECT_EQ(i().Insert_passcode_field->text(), wrong);
-        EXPECT_EQ(state(), kLocked + "Insert_passcode_view");
-    }
-    i().Quillery_window->close();
-    i().Unlock_passcode_item->trigger();
-    EXPECT_TRUE(i().Quillery_window->isVisible());
-    const std::string unlocked = "SL---- ------- out change (Insert_passcode_view)";
-    i().Insert_passcode_field->setText("Secret");
-    alerts.expect({{"Success!", "Correct passcode", 0, [&] { EXPECT_EQ(state(), unlocked); }}});
-    i().Done_insert_passcode->click();
-    EXPECT_EQ(i().Insert_passcode_field->text(), "");
+    play(R"(
+        local old|
+        set kHasPasscode YES
+        set kPasscode Secret
+        start                  -> state=-----U ------- out change Insert_passcode_view
+        menu Saveing_menu_item
+        open
+        pick 0                 -> picked=-
+        request list           -> answers=1The saved list is locked: unlock it with the passcode first.
+        copy new
+        hot-key                -> local=new|old|
+        request activate       -> state=-----U ------- out change Insert_passcode_view
+        ! Error!: Wrong passcode.
+        unlock secret          -> Insert_passcode_field=secret
+        ! Error!: Wrong passcode.
+        unlock -
+        ! Error!: Wrong passcode.
+        unlock Secret\r        -> state=-----U ------- out change Insert_passcode_view
+        close
+        menu Unlock_passcode_item -> view=Insert_passcode_view
+        ! Success!: Correct passcode
+        unlock Secret          -> state=SL---- ------- out change (Insert_passcode_view); Insert_passcode_field=-
+    )");
 }
 
 TEST_F(States, SignInLiftsTheLockAndLogOutLocksWhatIsShown) {
-    putAccount("ann");
-    putRemote(".ann_Quillery.txt", "mine" + kEnd);
-    lockWith("Secret");
-    start();
-    signIn("ann");
-    EXPECT_EQ(state(), kIn + "change (Sign_in_view)");
-    openList();
-    pick(0);
-    ASSERT_TRUE(i().QuickView_popover->isVisible());
-    i().Change_old_password->setText("typed and left");
+    play(R"(
+        account ann
+        remote .ann_Quillery.txt mine|
+        set kHasPasscode YES
+        start
+        sign-in ann secret     -> state=SLARP- SODAFFP in change (Sign_in_view)
+        open
+        pick 0                 -> shown QuickView_popover=yes; picked=mine
+        type Change_old_password typed
+    )");
     Q_EMIT notifications.undeliverable("Success!", "saved: mine");
     ASSERT_TRUE(i().notificationBanner->isVisible());
-
-    i().Log_in_menu_item->trigger();
-    EXPECT_EQ(state(), kLocked + "(Insert_passcode_view)");
-    EXPECT_FALSE(i().notificationBanner->isVisible() || i().QuickView_popover->isVisible());
-    EXPECT_EQ(i().QuickView_label->toPlainText() + i().Change_old_password->text(), "");
-    EXPECT_EQ(list().stringValue(), "") << "a friend could be sent it";
-    i().Contacts_item->trigger();
-    EXPECT_FALSE(i().Friends_hint->text().contains("mine"));
+    play(R"(
+        menu Log_in_menu_item  -> state=-----U ------- out change (Insert_passcode_view); Change_old_password=-; picked=-
+        settle                 -> shown QuickView_popover=no
+        menu Contacts_item
+    )");
+    EXPECT_FALSE(i().notificationBanner->isVisible() || i().Friends_hint->text().contains("mine"));
+    EXPECT_EQ(i().QuickView_label->toPlainText(), "");
 }
 
 // ---- Preferences, instructions, windowed mode, links ----
 
 TEST_F(States, OpenAtLaunchWritesTheEntryAndSaysWhatIsWrongWithIt) {
     const fs::path entry = LoginItem::file("TovanixDev.Quillery-Helper");
-    start();
-    i().Preference_menu_item->trigger();
-    EXPECT_EQ(state(), kOut + "Preference_View");
-    const auto shows = [&](bool isOn) {
+    const std::string where = entry.string();
+    const auto expect = [&](bool isOn, const std::string &problem) {
+        EXPECT_EQ(stored("kOpenAtLaunch"), isOn ? "Yes" : "No");
         EXPECT_EQ(i().Open_at_launch_check_box->isChecked(), isOn);
         EXPECT_EQ(i().Open_at_launch_label->text(),
                   isOn ? "Open at launch:enabled" : "Open at launch:disabled");
-        return i().Open_at_launch_problem->text().toStdString();
+        const std::string said = i().Open_at_launch_problem->text().toStdString();
+        EXPECT_TRUE(problem.empty() ? said.empty() : said.find(problem) != std::string::npos) << said;
     };
     const auto click = [&] { i().Open_at_launch_check_box->click(); };
-    EXPECT_EQ(shows(false), "");
+    play("start -> Open_at_launch_label=Open at launch:disabled");
     click();
-    EXPECT_EQ(shows(true), "");
-    EXPECT_EQ(stored("kOpenAtLaunch"), "Yes");
+    expect(true, "");
     EXPECT_TRUE(fs::exists(entry));
     fs::remove(entry);
     start();
     EXPECT_FALSE(fs::exists(entry)) << "starting only shows the setting";
-    EXPECT_NE(shows(true).find("is missing"), std::string::npos);
-    for (const auto &[text, words] : {std::pair{"Exec=\"/opt/quillery\"\nHidden=true\n", "is switched off"},
-                                      std::pair{"Exec=\"/opt/older\"\n", "another program"}}) {
+    expect(true, where + " is missing.");
+    for (const auto &[text, words] : {std::pair{"Exec=\"/opt/quillery\"\nHidden=true\n", " is switched off."},
+                                      std::pair{"Exec=\"/opt/older\"\n", " starts another program."}}) {
         std::ofstream(entry) << text;
         i().Preference_menu_item->trigger();
-        EXPECT_NE(shows(true).find(words), std::string::npos);
+        expect(true, where + words);
     }
     click();
-    EXPECT_EQ(shows(false), "");
-    EXPECT_EQ(stored("kOpenAtLaunch"), "No");
+    expect(false, "");
     EXPECT_FALSE(fs::exists(entry));
     click();
     i().Preference_menu_item->trigger();
-    EXPECT_EQ(shows(true), "");
+    expect(true, "");
 
     // What cannot be done is said, and the setting stands.
     fs::remove(entry);
     fs::create_directories(entry / "in the way");
     click();
-    EXPECT_NE(shows(false).find("could not be removed"), std::string::npos);
+    expect(false, "could not be removed");
     fs::remove_all(entry.parent_path());
     std::ofstream(entry.parent_path()) << "in the way";
     click();
-    EXPECT_NE(shows(true).find("could not be made: Not a directory"), std::string::npos);
-    EXPECT_EQ(stored("kOpenAtLaunch"), "Yes");
+    expect(true, "could not be made: Not a directory");
 }
 
 TEST_F(States, AutoLoginStoresWhoIsSignedInAndForgetsThem) {
-    putAccount("ann", "secret, with a comma");
-    start();
-    signIn("ann", "secret, with a comma");
-    i().Auto_Login_Check_box->click();
-    const auto settings = [&] { return stored("kAutoLogin") + stored("kUsername") + stored("kPassword"); };
-    EXPECT_EQ(i().Auto_login_label->text(), "Auto-Login:enabled");
-    EXPECT_EQ(settings(), "Yesannsecret, with a comma");
-    i().Log_in_menu_item->trigger();
-    EXPECT_EQ(stored("kAutoLogin"), "Yes") << "logging out leaves it";
-    start();
-    EXPECT_EQ(state(), kIn + "new (Checking_for_connection_view)");
-    EXPECT_TRUE(i().Auto_Login_Check_box->isChecked());
-    i().Auto_Login_Check_box->click();
-    EXPECT_EQ(i().Auto_login_label->text(), "Auto-Login:disabled");
-    EXPECT_EQ(settings(), "No(absent)(absent)");
+    play(R"(
+        account ann
+        remote ann_Password.txt secret,comma
+        start
+        sign-in ann secret,comma
+        click Auto_Login_Check_box -> setting kAutoLogin=Yes; setting kUsername=ann; setting kPassword=secret,comma
+        menu Log_in_menu_item      -> setting kAutoLogin=Yes; Auto_login_label=Auto-Login:enabled
+        start                      -> state=SLARP- SODAFFP in new (Checking_for_connection_view); password=secret,comma
+        settle                     -> checked Auto_Login_Check_box=yes; Auto_login_label=Auto-Login:enabled
+        click Auto_Login_Check_box -> setting kAutoLogin=No; setting kUsername=(absent); setting kPassword=(absent)
+        settle                     -> Auto_login_label=Auto-Login:disabled
+    )");
 }
 
 TEST_F(States, WhatIsTypedAsAPasswordIsHiddenUntilItIsToBeShown) {
@@ -468,33 +420,16 @@ TEST_F(States, WhatIsTypedAsAPasswordIsHiddenUntilItIsToBeShown) {
 }
 
 TEST_F(States, TheInstructionsGoForwardAndBackAndFollowTheColours) {
-    start();
-    i().Instructions->trigger();
-    EXPECT_EQ(state(), kOut + "Instructions_view");
-    std::set<QString> texts;
-    std::set<std::string> pictures;
-    const auto page = [&] {
-        texts.insert({i().Instructions_text->text()});
-        texts.insert({i().Instructions_image_view->accessibleName()});
-        const QImage picture = i().Instructions_image_view->pixmap().toImage();
-        pictures.emplace(reinterpret_cast<const char *>(picture.constBits()),
-                         static_cast<std::size_t>(picture.sizeInBytes()));
-        return i().Instructions_page->text().left(1) + (i().Inst_Back->isEnabled() ? '+' : '-') +
-               (i().Inst_Next->isEnabled() ? '+' : '-');
-    };
-    EXPECT_EQ(page(), "1-+");
-    for (const char *next : {"2++", "3+-"}) {
-        i().Inst_Next->click();
-        EXPECT_EQ(page(), next);
-    }
-    EXPECT_EQ(texts.size(), 6U);
-    EXPECT_EQ(pictures.size(), 3U);
-    i().Quillery_window->close();
-    i().Instructions->trigger();
-    for (const char *before : {"3+-", "2++", "1-+"}) {  // it opens where it was left
-        EXPECT_EQ(page(), before);
-        i().Inst_Back->click();
-    }
+    play(R"(
+        start
+        menu Instructions -> view=Instructions_view; Instructions_page=1 of 3; enabled Inst_Back=no; enabled Inst_Next=yes
+        click Inst_Next   -> Instructions_page=2 of 3; enabled Inst_Back=yes; enabled Inst_Next=yes
+        click Inst_Next   -> Instructions_page=3 of 3; enabled Inst_Back=yes; enabled Inst_Next=no
+        close
+        menu Instructions -> Instructions_page=3 of 3
+        click Inst_Back   -> Instructions_page=2 of 3; enabled Inst_Back=yes; enabled Inst_Next=yes
+        click Inst_Back   -> Instructions_page=1 of 3; enabled Inst_Back=no; enabled Inst_Next=yes
+    )");
     const auto isDark = [this] {
         const QImage picture = i().Instructions_image_view->pixmap().toImage();
         return picture.pixelColor(picture.width() / 2, 4).lightness() < 128;
@@ -511,25 +446,19 @@ TEST_F(States, TheWindowedModePassesCommandsOnAndOpensTheLinks) {
     configuration.links = {{"web", "https://example.org/?a=1"},
                            {"email", "hello us+news@example.org"},
                            {"tutorials", "https://example.org/help"}};
-    putRemote("ann_Contacts.txt", "bob" + kEnd);
     setAutoLogin("ann");
-    start();
-    i().Quillery_window->show();
-    i().Windowed_mode_item->trigger();
-    EXPECT_FALSE(i().Quillery_window->isVisible());
-    EXPECT_TRUE(i().Windowed_mode->isVisible() && i().Windowed_text->isVisible());
-    EXPECT_FALSE(i().Close_windowed->isVisible()) << "without a status bar nothing would bring it back";
-    for (const auto &[button, view] : std::vector<std::pair<QPushButton *, const char *>>{
-             {i().Preference_windowed_mode, "Preference_View"},
-             {i().Tutorials_windowed_mode, "Instructions_view"},
-             {i().Add_friend_windowed_mode, "Add_contact_view"},
-             {i().Remove_contact_windowed_mode, "Contacts_table"}}) {
-        button->click();
-        EXPECT_EQ(state(), kIn + "new " + view);
-        i().Quillery_window->close();
-    }
-    i().Info_Action->trigger();
-    EXPECT_EQ(state(), kIn + "new Info_View");
+    putRemote("ann_Contacts.txt", "bob" + kEnd);
+    play(R"(
+        start
+        menu Preference_menu_item          -> view=Preference_View
+        menu Windowed_mode_item            -> view=hidden; shown Windowed_mode=yes; shown Windowed_text=yes
+        settle                             -> shown Close_windowed=no
+        click Preference_windowed_mode     -> view=Preference_View
+        click Tutorials_windowed_mode      -> view=Instructions_view
+        click Add_friend_windowed_mode     -> view=Add_contact_view
+        click Remove_contact_windowed_mode -> view=Contacts_table
+        menu Info_Action                   -> view=Info_View
+    )");
     for (QPushButton *button : {i().Web_intro, i().Mail_intro, i().intro_open_tutorials}) {
         i().Contact_us_windowed_mode->click();
         const QPushButton &opener = *i().Contact_us_windowed_mode;
