@@ -213,7 +213,6 @@ void ControllerTest::act(const QString &line) {
         {"click", [&] { named<QAbstractButton>(rest)->click(); }},
         {"toggle", [&] { named<QAbstractButton>(rest)->toggle(); }},  // as an assistive program does
         {"menu", [&] { named<QAction>(rest)->trigger(); }},
-        {"enable", [&] { named<QWidget>(rest)->setEnabled(true); }},
         {"type", [&] { named<QLineEdit>(words[0])->setText(QString::fromStdString(value)); }},
         {"sign-up", [&] { signUp(words[0], words[1]); }},
         {"sign-in", [&] { signIn(words[0], words[1]); }},

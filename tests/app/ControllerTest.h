@@ -95,7 +95,7 @@ class ControllerTest : public testing::Test {
     // Plays a scenario, a line for each step: "! title: message", an alert that is to come, with " => 1" for
     // any answer but the first; or "action arguments", and behind " -> " what holds when nothing is running
     // any more, "what=value; what=value". The actions are in act(), what can be seen in see(). "|" stands
-    // for the terminator of a list's entry, "\\n" and "\\r" for these characters, "-" for no text at all.
+    // for the terminator of a list's entry, "\n" and "\r" for these characters, "-" for no text at all.
     void play(const char *scenario);
     virtual void act(const QString &line);
     virtual QString see(const QString &what);
@@ -140,7 +140,6 @@ using Items = std::vector<std::string>;
 
 inline const Alert kEmptyClipboard{"Error!", "Your clipboard is empty."};
 inline const Alert kExists{"Error!", "Text does exist in the list."};
-inline const Alert kEmptySpace{"Error!", "Empty space"};
 inline const Alert kNoFriends{"Alert!", "You have no firends in the list"};
 inline const Alert kUnsaved{"Error!", "Server/Internet connection error.\nUnable to save text."};
 inline const Alert kRegistered{"Success!", "You have successfully been registred as Quillery member."};

@@ -7,8 +7,6 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <map>
-#include <tuple>
 
 #include "tests/app/ControllerTest.h"
 #include "tests/support/TemporaryFolder.h"
@@ -28,6 +26,16 @@ class SavedList : public ControllerTest {
         putRemote(kAccountList, account);
         start();
         openList();
+    }
+    QString see(const QString &what) override {
+        if (what != "says") return ControllerTest::see(what);
+        QString all;
+        for (const auto &[toggle, label] :
+             {std::pair(i().RemoveItem_button, i().Remove_item_label),
+              std::pair(i().Share_switch, i().Share_label),
+              std::pair(i().Read_local_button, i().Make_available_offline_label)})
+            all += (toggle->isChecked() ? "*" : "") + label->text() + "|";
+        return all + list().findChild<QLineEdit *>()->placeholderText();
     }
 };
 
@@ -249,48 +257,29 @@ TEST_F(SavedList, TextsOfEveryKindComeBackByteForByteAfterARestart) {
     }
 }
 
+// From each mode to each: what the toggles and the line say, and which toggle is down.
 TEST_F(SavedList, ModesExcludeOneAnotherAndShowWhatAPickWillDo) {
     startSignedIn("");
-    const std::map<char, std::pair<QAbstractButton *, const char *>> modes = {
-        {'r', {i().RemoveItem_button, "A pick removes the text from the list."}},
-        {'s', {i().Share_switch, "A pick sends the text to a friend."}},
-        {'o', {i().Read_local_button, "A pick copies the text into the list on this machine."}}};
-    struct Step {
-        char toggle, mode;
-        const char *remove, *share, *offline, *placeholder;
-    };
-    const char *const offline = "Make available offline";
-    const char *const toRemove = "Tab to remove item";
-    const char *const toKeep = "Tab to make available offline";
-    const char *const toCopy = "Tab to copy to clipboard";
-    // From each mode to each.
-    for (const Step &step : {Step{'r', 'r', "Done", "Share", offline, toRemove},
-                             {'r', '-', "Remove item", "Share", offline, toCopy},
-                             {'s', 's', "Remove Item", "Done", offline, toCopy},
-                             {'s', '-', "Remove Item", "Share", offline, toCopy},
-                             {'o', 'o', "Remove item", "Share", "Done", toKeep},
-                             {'o', '-', "Remove item", "Share", offline, "Tab to copy to the clipboard"},
-                             {'r', 'r', "Done", "Share", offline, toRemove},
-                             {'s', 's', "Remove Item", "Done", offline, toRemove},
-                             {'r', 'r', "Done", "Share", offline, toRemove},
-                             {'o', 'o', "Remove item", "Share", "Done", toKeep},
-                             {'r', 'r', "Done", "Share", offline, toRemove},
-                             {'o', 'o', "Remove item", "Share", "Done", toKeep},
-                             {'s', 's', "Remove Item", "Done", offline, toKeep},
-                             {'o', 'o', "Remove item", "Share", "Done", toKeep}}) {
-        SCOPED_TRACE(std::string({step.toggle, step.mode}));
-        modes.at(step.toggle).first->click();
-        EXPECT_EQ(
-            std::tuple(delegate->RemoveMode_enabled, delegate->ShareMode_enabled, delegate->Read_Local_mode),
-            std::tuple(step.mode == 'r', step.mode == 's', step.mode == 'o'));
-        for (const auto &[letter, mode] : modes) EXPECT_EQ(mode.first->isChecked(), letter == step.mode);
-        EXPECT_EQ(i().Remove_item_label->text(), step.remove);
-        EXPECT_EQ(i().Share_label->text(), step.share);
-        EXPECT_EQ(i().Make_available_offline_label->text(), step.offline);
-        EXPECT_EQ(list().findChild<QLineEdit *>()->placeholderText(), step.placeholder);
-        EXPECT_EQ(i().Mode_hint->text(),
-                  step.mode == '-' ? "A pick puts the text on the clipboard." : modes.at(step.mode).second);
-    }
+    play(R"(
+        click RemoveItem_button -> mode=remove; says=*Done|Share|Make available offline|Tab to remove item
+        settle                  -> Mode_hint=A pick removes the text from the list.
+        click RemoveItem_button -> mode=copy; says=Remove item|Share|Make available offline|Tab to copy to clipboard
+        settle                  -> Mode_hint=A pick puts the text on the clipboard.
+        click Share_switch      -> mode=share; says=Remove Item|*Done|Make available offline|Tab to copy to clipboard
+        settle                  -> Mode_hint=A pick sends the text to a friend.
+        click Share_switch      -> mode=copy; says=Remove Item|Share|Make available offline|Tab to copy to clipboard
+        click Read_local_button -> mode=offline; says=Remove item|Share|*Done|Tab to make available offline
+        settle                  -> Mode_hint=A pick copies the text into the list on this machine.
+        click Read_local_button -> mode=copy; says=Remove item|Share|Make available offline|Tab to copy to the clipboard
+        click RemoveItem_button -> mode=remove; says=*Done|Share|Make available offline|Tab to remove item
+        click Share_switch      -> mode=share; says=Remove Item|*Done|Make available offline|Tab to remove item
+        click RemoveItem_button -> mode=remove; says=*Done|Share|Make available offline|Tab to remove item
+        click Read_local_button -> mode=offline; says=Remove item|Share|*Done|Tab to make available offline
+        click RemoveItem_button -> mode=remove; says=*Done|Share|Make available offline|Tab to remove item
+        click Read_local_button -> mode=offline; says=Remove item|Share|*Done|Tab to make available offline
+        click Share_switch      -> mode=share; says=Remove Item|*Done|Make available offline|Tab to make available offline
+        click Read_local_button -> mode=offline; says=Remove item|Share|*Done|Tab to make available offline
+    )");
 }
 
 // ---- Actions that wait for their turn ----

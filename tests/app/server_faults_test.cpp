@@ -1,8 +1,11 @@
 // The controller and a server that fails, stalls or is slow at any step of what the user does.
+#include <sys/resource.h>
+
 #include <QTest>
 #include <QTimer>
 #include <algorithm>
 #include <atomic>
+#include <csignal>
 #include <latch>
 
 #include "tests/app/ControllerTest.h"
@@ -359,6 +362,20 @@ TEST_F(ServerFaults, AListThatCannotBeReadForAMomentIsNotLost) {
         EXPECT_EQ(copies(), row.copies);
         EXPECT_EQ(i().notificationBanner->isVisible(), !row.copies.empty());
     }
+}
+
+TEST_F(ServerFaults, AnEntryStaysWhereItWasKeptMeanwhileIfItsListCannotBeCopied) {
+    startWith(true);
+    putRemote(kList, std::string(1000, 'o'));
+    server->setFaults({{.at = "STOR", .reply = "553 No."}});
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit full{.rlim_cur = 500, .rlim_max = limit.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &full);
+    save("new");
+    setrlimit(RLIMIT_FSIZE, &limit);
+    EXPECT_EQ(copies(), Items{"new" + kEnd});
 }
 
 TEST_F(ServerFaults, TheListOnThisMachineNeverWaitsForTheServer) {

@@ -483,6 +483,9 @@ TEST_F(States, TheWindowedModePassesCommandsOnAndOpensTheLinks) {
 // ---- Modes ----
 
 TEST_F(States, NoOtherUserCanReadOrChangeAFileOfTheProgram) {
+    fs::remove(defaults.fileName().toStdString());
+    start();
+    save("here");
     useScriptedServer();
     setAutoLogin("ann");
     start();
@@ -502,7 +505,7 @@ TEST_F(States, NoOtherUserCanReadOrChangeAFileOfTheProgram) {
             EXPECT_EQ(file.status().permissions() & fs::perms(0177), fs::perms::none) << file.path();
         }
     }
-    EXPECT_GE(files, 5) << "the list, the settings, the entry, a copy, a text on its way";
+    EXPECT_GE(files, 6) << "the list, its lock, the settings, the entry, a copy, a text on its way";
 }
 
 }  // namespace
