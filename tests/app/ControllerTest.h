@@ -148,17 +148,9 @@ inline const Alert kNotRegistered{
 inline const Alert kPasswordChanged{"Success!", "You've successfully changed your password!"};
 inline const Alert kNobody{"Error!", "There is no user with this username"};
 inline const Alert kWrongFriend{"Error!", "Wrong contact username."};
-inline const Alert kSure{"Sure?", "Are you sure,you want to clean your list?"};
-inline const Alert kCleaned{"Success!", "You've successfully cleaned your list."};
 inline const Alert kQuit{"Alert!", "Are you sure you want to quit?"};
 inline Alert friendAdded(const QString &name) {
     return {"Success!", QStringLiteral("You have successfully added \"%1\" to your friends list").arg(name)};
-}
-inline Alert wantToRemove(const QString &name, int answer = 0) {
-    return {"Alert!", QStringLiteral("Are you sure you want to remove \"%1\"").arg(name), answer};
-}
-inline Alert friendRemoved(const QString &name) {
-    return {"Alert!", QStringLiteral("You have successfully removed\"%1\"").arg(name)};
 }
 inline Alert shared(const QString &text, const QString &name) {
     return {"Success!", QStringLiteral("You have successfull share \"%1\" with \"%2\"").arg(text, name)};

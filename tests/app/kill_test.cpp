@@ -83,7 +83,9 @@ TEST_F(KillTest, TwoProgramsKilledAtAnyInstantLoseNothing) {
                 size = whole.size();
                 return look();
             },
-            60'000));
+            60'000))
+            << announced[0] << " and " << announced[1] << " instead of " << target << "\n"
+            << programs[0].readAllStandardError().right(2000).toStdString();
         std::this_thread::sleep_for(std::chrono::microseconds(random() % 15'000));
         for (QProcess &saver : programs) {
             ::kill(static_cast<pid_t>(saver.processId()), SIGKILL);

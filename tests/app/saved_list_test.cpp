@@ -209,7 +209,7 @@ TEST_F(SavedList, ATextThatCannotBeWrittenIsToldKeptAndSavedTheNextTime) {
         copy("lost?");
         act("request save");
         EXPECT_TRUE(waitFor([&] { return alerts.outstanding() == 0 && !answers.empty(); }));
-        EXPECT_EQ(copies().size(), 1U);
+        ASSERT_EQ(copies().size(), 1U);
         EXPECT_TRUE(copies().front().starts_with("lost?" + kEnd));
         EXPECT_EQ(local(), row.keepsOld ? std::optional(old) : std::nullopt);
         row.mend();

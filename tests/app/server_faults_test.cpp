@@ -102,8 +102,11 @@ class ServerFaults : public ControllerTest {
         const auto numberOfFriends = [this] { return std::to_string(delegate->Contacts_array.size()); };
         const char *const friends = "Reading your friends from the storage server…";
         const char *const account = "Asking the storage server for the account…";
-        const Said no, failed{kNotRegistered}, removed{wantToRemove("bobby1"), friendRemoved("bobby1")},
-            cleaned{kSure, kCleaned}, added{friendAdded("dave99")};
+        const Said no, failed{kNotRegistered}, added{friendAdded("dave99")},
+            removed{{"Alert!", "Are you sure you want to remove \"bobby1\""},
+                    {"Alert!", "You have successfully removed\"bobby1\""}},
+            cleaned{{"Sure?", "Are you sure,you want to clean your list?"},
+                    {"Success!", "You've successfully cleaned your list."}};
         std::vector<Operation> all;
         using Waits = std::vector<std::pair<const char *, Said>>;
         const auto add = [&](const char *name, const char *steps, const std::function<void()> &run,
@@ -322,10 +325,10 @@ TEST_F(ServerFaults, ClicksDuringASlowReadRunAfterItUnlessTheirControlIsOffByThe
                                 server->setFaults({});
                                 i().Share_switch->click();
                                 i().Log_in_menu_item->trigger();
+                                i().RemoveItem_button->click();
                                 i().Change_password_button->click();
                                 i().Share_switch->click();
                                 i().Read_local_button->click();
-                                i().RemoveItem_button->click();
                             });
                         }}});
     openList();
