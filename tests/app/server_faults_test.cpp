@@ -409,7 +409,8 @@ TEST_F(ServerFaults, QuittingWaitsForAnAccountThatIsBeingWritten) {
     alerts.expect({kQuit});
     QTimer::singleShot(0, [&] {
         i().Quit->trigger();
-        i().Clear_list_button->click();            // nothing starts any more
+        i().Open_sign_in_window->trigger();
+        EXPECT_FALSE(i().Quillery_window->isVisible()) << "nothing starts any more";
         i().waitingWindow->showFor({}, {}, true);  // as for another wait that is on the screen just now
         alerts.expect(
             {{"Sure?",
