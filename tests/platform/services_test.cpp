@@ -246,7 +246,8 @@ TEST_F(SingleInstanceTest, CallersThatSayNothingAreGivenUpAndOnesThatCannotBeTak
     char byte = 0;
     EXPECT_EQ(recv(silent[0], &byte, 1, 0), -1) << "it has some time to say what it wants";
     EXPECT_TRUE(waitFor([&] { return recv(silent[0], &byte, 1, 0) == 0; }, 3000));
-    EXPECT_EQ(recv(silent[39], &byte, 1, 0), -1) << "only so many are heard at once";
+    EXPECT_FALSE(waitFor([&] { return recv(silent[39], &byte, 1, 0) == 0; }, 50))
+        << "only so many are heard at once: its time has just begun";
     EXPECT_TRUE(ask("list").has_value());
 
     rlimit limit{};
