@@ -117,6 +117,7 @@ void AppDelegate::Varibles_values() {
     MyFTPManager = std::make_unique<FTPManager>(transport_);
     std::int32_t port = shell_.configuration.storagePort;
     StorageServer::Place place;
+    place.pauses = shell_.configuration.pausesBetweenReads;
     if (shell_.configuration.storageHost) {
         place.host = *shell_.configuration.storageHost;
     } else {

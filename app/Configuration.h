@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "FTPManager/FTPTransport.h"
 
@@ -17,6 +18,9 @@ struct Configuration {
     std::optional<std::string> storageHost;
     std::int32_t storagePort = 21;
     TransportOptions transport;
+    // Before a read that failed for a reason that may pass is tried again, and then once more.
+    std::vector<std::chrono::milliseconds> pausesBetweenReads{std::chrono::milliseconds(200),
+                                                              std::chrono::milliseconds(1000)};
     // Addresses by name: tutorials, facebook, twitter, pinterest, google_plus, web, email. One that is not
     // configured is not in the map.
     QMap<QString, QString> links;

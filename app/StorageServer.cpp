@@ -1,6 +1,5 @@
 #include "app/StorageServer.h"
 
-#include <array>
 #include <chrono>
 #include <condition_variable>
 #include <new>
@@ -10,9 +9,6 @@
 #include "app/StorageNames.h"
 
 namespace {
-
-constexpr std::array<std::chrono::milliseconds, ServerFile::kAttempts - 1> kPauses{
-    std::chrono::milliseconds(200), std::chrono::milliseconds(1000)};
 
 // False if it was cut short.
 bool pause(std::chrono::milliseconds time, const std::stop_token &stop) {
@@ -83,8 +79,9 @@ FTPText ServerFile::readFile(const std::string &name, const std::stop_token &sto
         const auto url = server_->urlOf(name, stop);
         if (!url) break;  // the server was waited for already, or there is no such URL
         found = textWithContentsOfURL(*url, *server_->transport_, stop);
-        if (found.state != FTPText::State::kFailed || attempt == kPauses.size()) break;
-        if (!pause(kPauses[attempt], stop)) break;
+        const auto &pauses = server_->place_.pauses;
+        if (found.state != FTPText::State::kFailed || attempt == pauses.size()) break;
+        if (!pause(pauses[attempt], stop)) break;
     }
     return found;
 }

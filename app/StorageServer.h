@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <map>
 #include <memory>
@@ -8,6 +9,7 @@
 #include <stop_token>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "FTPManager/FTPManager.h"
 #include "FTPManager/TurnQueue.h"
@@ -28,6 +30,8 @@ class StorageServer : public std::enable_shared_from_this<StorageServer> {
         FMServer descriptor;
         // Where the server is this machine's own: makes sure that it runs. Empty otherwise.
         std::function<PersonalStorage::Result(const std::stop_token &)> personalStorage;
+        // A read that fails for a reason that may pass is tried again after each of these.
+        std::vector<std::chrono::milliseconds> pauses;
     };
 
     StorageServer(std::shared_ptr<FTPTransport> transport, FTPManager &manager, Place place,
@@ -65,9 +69,9 @@ class ServerFile {
     ServerFile(const ServerFile &) = delete;
     ServerFile &operator=(const ServerFile &) = delete;
 
-    // The whole text, or null. A read that fails for a reason that may pass is tried kAttempts times.
+    // The whole text, or null. A read that fails for a reason that may pass is repeated after each of the
+    // server's pauses.
     std::shared_ptr<const std::string> read(const std::stop_token &stop = {});
-    static constexpr int kAttempts = 3;
 
     // Whether the file is there; nothing if the server does not tell.
     std::optional<bool> exists(const std::stop_token &stop = {});

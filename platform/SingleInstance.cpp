@@ -23,8 +23,6 @@ namespace {
 constexpr std::size_t kLongestRequest = 64;
 constexpr int kWaitingCallers = 16;
 constexpr std::size_t kMostCallers = 32;
-// How long a caller may take to say what it wants.
-constexpr std::chrono::seconds kSilenceLimit{10};
 // Until a caller that could not be taken, for lack of descriptors, is looked at again.
 constexpr std::chrono::milliseconds kAcceptPause{200};
 /// A program that is just starting has its lock before its socket.
@@ -150,7 +148,8 @@ SingleInstance::Claim SingleInstance::claim() {
     return isHeld ? Claim::kIsSecond : Claim::kUnknown;
 }
 
-bool SingleInstance::listen(Handler handler) {
+bool SingleInstance::listen(Handler handler, std::chrono::milliseconds silence) {
+    silence_ = silence;
     handler_ = std::move(handler);
     const auto address = socketAddress();
     if (!address || lock_ < 0) return false;
@@ -189,7 +188,7 @@ void SingleInstance::accept() {
             [this, caller = caller.get()] { read(*caller); });
     caller->silence.setSingleShot(true);
     connect(&caller->silence, &QTimer::timeout, this, [this, caller = caller.get()] { drop(*caller); });
-    caller->silence.start(kSilenceLimit);
+    caller->silence.start(silence_);
     acceptUnlessFull();
 }
 

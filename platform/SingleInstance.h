@@ -39,9 +39,10 @@ class SingleInstance : public QObject {
     Claim claim();
 
     // Takes requests of this user's processes from now on: of 32 at once, while others wait, and not of those
-    // that have not said within ten seconds what they want. Who is answered and stays makes room where it is
+    // that have not said within `silence` what they want. Who is answered and stays makes room where it is
     // wanted. Needs a claim and the event loop. False if the socket cannot be had.
-    bool listen(Handler handler);
+    bool listen(Handler handler, std::chrono::milliseconds silence = kSilenceLimit);
+    static constexpr std::chrono::seconds kSilenceLimit{10};
 
     // Sends a request to the running program and waits for its answer; where none comes within `limit`, that
     // is what the answer says. Nothing if none runs, or it ended before it answered. With `untilItEnds` it
@@ -58,6 +59,7 @@ class SingleInstance : public QObject {
     std::vector<std::shared_ptr<Caller>>::const_iterator firstAnswered() const;
 
     Handler handler_;
+    std::chrono::milliseconds silence_ = kSilenceLimit;
     int lock_ = -1;
     int socket_ = -1;
     std::unique_ptr<QSocketNotifier> newcomers_;

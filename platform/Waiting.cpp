@@ -7,7 +7,8 @@
 
 #include "platform/UiThread.h"
 
-Waiting::Waiting(UiThread &ui, QObject *parent) : QObject(parent), ui_(ui) {}
+Waiting::Waiting(UiThread &ui, QObject *parent, std::chrono::milliseconds patience)
+    : QObject(parent), ui_(ui), patience_(patience) {}
 
 void Waiting::runUntilDone(const QString &whatFor, const std::function<void(std::stop_token)> &work) {
     const std::stop_source stop = running_.emplace_back();
@@ -20,7 +21,7 @@ void Waiting::runUntilDone(const QString &whatFor, const std::function<void(std:
         saidSo = true;
         Q_EMIT slow(whatFor);
     });
-    patience.start(kPatience);
+    patience.start(patience_);
 
     // The loop may be gone before the last hand-over is served.
     const auto waitingLoop = std::make_shared<QEventLoop *>(&loop);

@@ -18,10 +18,10 @@ class Waiting : public QObject {
     Q_OBJECT
 
   public:
-    // After this long a wait says what it waits for and offers to cancel.
+    // After this long a wait says what it waits for and offers to cancel, unless another time is given.
     static constexpr std::chrono::milliseconds kPatience{1000};
 
-    explicit Waiting(UiThread &ui, QObject *parent = nullptr);
+    explicit Waiting(UiThread &ui, QObject *parent = nullptr, std::chrono::milliseconds patience = kPatience);
 
     // Runs `work` and returns its value. `whatFor` is a sentence for the user. The token is stopped when the
     // user cancels; work is expected to return soon after that, with whatever means "nothing" for it.
@@ -42,7 +42,7 @@ class Waiting : public QObject {
     bool wasCancelled() const { return wasCancelled_; }
 
   Q_SIGNALS:
-    // A wait has lasted longer than kPatience. finished() follows.
+    // A wait has lasted longer than the patience. finished() follows.
     void slow(const QString &whatFor);
     // That wait is over.
     void finished();
@@ -51,6 +51,7 @@ class Waiting : public QObject {
     void runUntilDone(const QString &whatFor, const std::function<void(std::stop_token)> &work);
 
     UiThread &ui_;
+    const std::chrono::milliseconds patience_;
     std::vector<std::stop_source> running_;  // the innermost last
     bool isOver_ = false;
     bool wasCancelled_ = false;

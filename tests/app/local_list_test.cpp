@@ -1,3 +1,4 @@
+// The list on this machine and the copies of lists, with disks and file systems that fail.
 #include "app/LocalList.h"
 
 #include <gtest/gtest.h>
@@ -8,33 +9,55 @@
 
 #include <cerrno>
 #include <cstring>
-#include <fstream>
 #include <functional>
+#include <map>
 #include <vector>
 
+#include "app/RescuedLists.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace fs = std::filesystem;
 
-// These calls fail with such an error number, as on a file system that lacks them or has lost its server.
-static int readError = 0;
-static int lockError = 0;
+// These calls fail with such an error number where one is set, as on a file system that lacks them, is full
+// or has lost its server. Those that make a change safe are written down.
+static std::map<std::string, int> errorOf;
+static std::string calls;
 
-extern "C" ssize_t read(int fd, void *buffer, size_t size) {
-    errno = readError;
-    return readError ? -1 : syscall(SYS_read, fd, buffer, size);
+template <class... Arguments>
+static long call(const char *name, long number, Arguments... arguments) {
+    if (std::strcmp(name, "fsync") == 0 || std::strcmp(name, "rename") == 0) (calls += name) += ' ';
+    const auto error = errorOf.find(name);
+    if (error == errorOf.end()) return syscall(number, arguments...);
+    errno = error->second;
+    return -1;
 }
 
-extern "C" int flock(int fd, int operation) {
-    errno = lockError;
-    return lockError ? -1 : static_cast<int>(syscall(SYS_flock, fd, operation));
+extern "C" {
+ssize_t read(int fd, void *buffer, size_t size) {
+    return call("read", SYS_read, fd, buffer, size);
 }
+ssize_t write(int fd, const void *bytes, size_t size) {
+    return call("write", SYS_write, fd, bytes, size);
+}
+int fsync(int fd) {
+    return static_cast<int>(call("fsync", SYS_fsync, fd));
+}
+int flock(int fd, int what) noexcept {
+    return static_cast<int>(call("flock", SYS_flock, fd, what));
+}
+int rename(const char *from, const char *to) noexcept {
+    return static_cast<int>(call("rename", SYS_rename, from, to));
+}
+}
+
+namespace {
 
 class LocalListTest : public testing::Test {
   protected:
+    ~LocalListTest() override { errorOf.clear(); }
     void put(const std::string &bytes) const { std::ofstream(path, std::ios::binary) << bytes; }
     // Expects the text to be written, or that problem.
-    LocalList::Change add(const std::string &problem) {
+    LocalList::Change add(const std::string &problem = "") {
         LocalList::Change change = list.add(path, "new");
         EXPECT_EQ(change.problem, problem);
         EXPECT_EQ(change.isWritten, problem.empty());
@@ -46,20 +69,55 @@ class LocalListTest : public testing::Test {
 
     TemporaryFolder folder;
     const fs::path path = folder.path() / ".Quillery.txt";
-    FileManager files;
     LocalList list;
 };
+
+TEST_F(LocalListTest, AChangeIsOnTheDiskBeforeItTakesTheOldListsPlace) {
+    EXPECT_EQ(list.createIfMissing(path), "");
+    EXPECT_EQ(calls, "fsync fsync ");
+    calls.clear();
+    add();
+    EXPECT_EQ(calls, "fsync rename fsync ") << "the list, and then the folder that names it";
+    EXPECT_EQ(list.createIfMissing(path), "");
+    EXPECT_NE(contentOf(path), "") << "the empty list took the place of one that had just come";
+}
+
+TEST_F(LocalListTest, AFailedChangeSaysWhyAndLeavesTheOldList) {
+    const std::string unread = "the list there could not be read: ",
+                      locked = "its lock " + path.string() + ".lock could not be taken: ";
+    struct Row {
+        const char *call;
+        int error;
+        std::string problem;  // before the error's own words; nothing where the change goes on without
+    };
+    std::vector<Row> rows = {
+        {"write", ENOSPC, ""}, {"fsync", EIO, ""}, {"rename", EROFS, ""}, {"flock", EIO, locked}};
+    for (const int error : {EIO, ESTALE, ENOMEM, EACCES, ETIMEDOUT}) rows.push_back({"read", error, unread});
+    put("good");
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.call);
+        errorOf = {{row.call, row.error}};
+        const auto change = add(row.problem + std::strerror(row.error));
+        errorOf.clear();
+        EXPECT_FALSE(change.setAside);
+        EXPECT_EQ(list.read(path).text ? *list.lastKnown() : "", "good");
+        EXPECT_EQ(filesBeside(), 1U) << "a temporary file was left behind";
+    }
+    for (const auto &[call, error] : std::vector<std::pair<const char *, int>>{{"fsync", EINVAL},
+                                                                               {"fsync", ENOSYS},
+                                                                               {"flock", ENOLCK},
+                                                                               {"flock", ENOSYS},
+                                                                               {"flock", EOPNOTSUPP},
+                                                                               {"flock", EPERM},
+                                                                               {"flock", EINVAL}}) {
+        errorOf = {{call, error}};
+        add();
+    }
+}
 
 TEST_F(LocalListTest, WhatCannotBeReadNowIsNeitherSetAsideNorWritten) {
     const std::string problem = "the list there could not be read: ";
     put("good");
-    for (const int error : {EIO, ESTALE, ENOMEM, EACCES, ETIMEDOUT}) {
-        readError = error;
-        const auto change = add(problem + std::strerror(error));
-        readError = 0;
-        EXPECT_FALSE(change.setAside);
-        EXPECT_EQ(list.read(path).text ? *list.lastKnown() : "", "good");
-    }
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
     const int next = dup(0);
@@ -70,7 +128,6 @@ TEST_F(LocalListTest, WhatCannotBeReadNowIsNeitherSetAsideNorWritten) {
     setrlimit(RLIMIT_NOFILE, &limit);
     fs::resize_file(path, std::uintmax_t{1} << 42U);  // all holes
     add(problem + "it is too big for the memory");
-
     const std::vector<std::pair<std::string, std::function<void()>>> noFiles = {
         {"folder", [&] { fs::create_directory(path); }},
         {"pipe", [&] { mkfifo(path.c_str(), 0600); }},
@@ -88,47 +145,52 @@ TEST_F(LocalListTest, WhatCannotBeReadNowIsNeitherSetAsideNorWritten) {
 
 TEST_F(LocalListTest, WhatIsNoTextIsSetAsideAndTold) {
     put("known");
-    add("");
+    add();
     put("precious \xFF bytes");
-    const auto change = add("");
+    const auto change = add();
     ASSERT_TRUE(change.setAside);
     EXPECT_EQ(*change.lastKnown, "new\n-CLIPBOARD'S END-\nknown");
-    std::ifstream kept(*change.setAside, std::ios::binary);
-    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(kept), {}), "precious \xFF bytes");
-    EXPECT_EQ(files.textAtPath(path).text, "new");
+    EXPECT_EQ(contentOf(*change.setAside), "precious \xFF bytes");
+    EXPECT_EQ(contentOf(path), "new");
     put("\xFF again");
     EXPECT_NE(list.empty(path).setAside, change.setAside);
-    EXPECT_EQ(files.textAtPath(path).text, "");
+    EXPECT_EQ(contentOf(path), "");
 }
 
 TEST_F(LocalListTest, OneProgramAfterTheOtherChangesIt) {
-    const fs::path left = path.string() + ".new-Ab12yZ";
-    std::ofstream(left) << "half a li";
+    std::ofstream(path.string() + ".new-Ab12yZ") << "half a li";
     {
         const FileLock another(path);
         EXPECT_EQ(FileLock(path, std::chrono::milliseconds(20)).problem(),
                   "another program is changing it and does not come to an end");
     }
-    add("");
+    add();
     EXPECT_EQ(filesBeside(), 1U) << "what a killed program left stays";
-    for (const int error : {ENOLCK, ENOSYS, EOPNOTSUPP, EPERM, EINVAL}) {
-        lockError = error;
-        add("");
-        lockError = 0;
-    }
-    EXPECT_EQ(list.createIfMissing(path), "");
-    EXPECT_NE(files.textAtPath(path).text, "") << "the empty list took the place of one that had just come";
 }
 
-TEST_F(LocalListTest, ADanglingLinkIsFollowedOrRefused) {
+TEST_F(LocalListTest, ALinkIsFollowedOrRefused) {
     const fs::path elsewhere = folder.path() / "disk";
     fs::create_symlink("disk/list", path);
     add("it is a link to " + (elsewhere / "list").string() + ", and the folder " + elsewhere.string() +
         " is not there");
     fs::create_directory(elsewhere);
-    EXPECT_EQ(list.createIfMissing(path), "");
-    fs::remove(elsewhere / "list");
-    add("");
-    EXPECT_EQ(files.textAtPath(elsewhere / "list").text, "new");
+    add();
+    EXPECT_EQ(contentOf(elsewhere / "list"), "new");
+    add();
     EXPECT_TRUE(fs::is_symlink(path));
 }
+
+TEST(RescuedLists, KeepTheLatest) {
+    const TemporaryFolder home;
+    const fs::path folder = home.path() / "rescued";
+    fs::path latest;
+    RescuedLists lists(folder, [&](const fs::path &copy, RescuedLists::Reason) { latest = copy; });
+    for (int i = 0; i < 25; ++i) lists.keepBytes(".a/b", std::to_string(i));
+    const auto count = [&] { return std::distance(fs::directory_iterator(folder), {}); };
+    EXPECT_EQ(count(), 20);
+    EXPECT_EQ(contentOf(latest), "24");
+    lists.keepBytes("large", std::string(RescuedLists::kMostBytes, 'x'));
+    EXPECT_EQ(count(), 1) << "the others go, the latest stays";
+}
+
+}  // namespace

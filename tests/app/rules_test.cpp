@@ -1,8 +1,6 @@
 // The pure types of the program: texts in, answer out.
 #include <gtest/gtest.h>
 
-#include <functional>
-
 #include "app/AccountForms.h"
 #include "app/ClipList.h"
 #include "app/CommandLine.h"
@@ -13,50 +11,60 @@ namespace {
 using namespace std::string_literals;
 using Items = std::vector<std::string>;
 using Values = QMap<QString, QString>;
+using Text = std::optional<std::string>;
 
 const std::string kEnd = "\n-CLIPBOARD'S END-\n";
 
-TEST(SignUpForm, IsAcceptableUnlessOneRuleIsBroken) {
-    const SignUpForm good{"A", "alice1", "@.", "secret", "secret"};
-    EXPECT_TRUE(good.isAcceptable());
-    const std::vector<std::function<void(SignUpForm &)>> breaches = {
-        [](SignUpForm &f) { f.fullname = ""; },
-        [](SignUpForm &f) { f.username = "alice"; },
-        [](SignUpForm &f) { f.username = QStringLiteral("\u00FC\u00FC\u00FC\u00FC\u00FC"); },  // ten bytes
-        [](SignUpForm &f) { f.username = f.password; },
-        [](SignUpForm &f) { f.email = "a@b"; },
-        [](SignUpForm &f) { f.email = "a.b"; },
-        [](SignUpForm &f) { f.rePassword = "Secret"; },
-        [](SignUpForm &f) { f.password = f.rePassword = "short"; },
+TEST(Forms, AreAcceptableUnlessOneRuleIsBroken) {
+    const QString smiles = QStringLiteral("\U0001F600\U0001F600\U0001F600");  // six code units
+    const QString ue = QStringLiteral("\u00FC\u00FC\u00FC\u00FC\u00FC");      // ten bytes
+    const std::pair<SignUpForm, bool> signUps[] = {
+        {{"A", "alice1", "@.", "secret", "secret"}, true},
+        {{" ", smiles, ".a@", "      ", "      "}, true},  // blanks are text
+        {{"", "alice1", "@.", "secret", "secret"}, false},
+        {{"A", "alice", "@.", "secret", "secret"}, false},
+        {{"A", ue, "@.", "secret", "secret"}, false},
+        {{"A", "secret", "@.", "secret", "secret"}, false},
+        {{"A", "alice1", "", "secret", "secret"}, false},
+        {{"A", "alice1", "a@b", "secret", "secret"}, false},
+        {{"A", "alice1", "a.b", "secret", "secret"}, false},
+        {{"A", "alice1", "@.", "secret", "Secret"}, false},
+        {{"A", "alice1", "@.", "short", "short"}, false},
     };
-    for (const auto &breach : breaches) {
-        SignUpForm form = good;
-        breach(form);
-        EXPECT_FALSE(form.isAcceptable()) << &breach - breaches.data();
-    }
-    SignUpForm odd{" ", QStringLiteral("\U0001F600\U0001F600\U0001F600"), ".a@", "      ", "      "};
-    EXPECT_TRUE(odd.isAcceptable()) << "six code units, and blanks are text";
-}
-
-TEST(SignInForm, ComparesThePasswordExactly) {
-    const SignInForm form{"alice1", "secret"};
-    EXPECT_TRUE(form.isRight("", "secret")) << "what the user-name file holds does not matter";
-    for (const std::string wrong : {"Secret", "secret ", "secret\n", ""})
-        EXPECT_FALSE(form.isRight("alice1", wrong)) << wrong;
-    EXPECT_FALSE(form.isRight("alice1", std::nullopt));
-    EXPECT_FALSE(form.isRight(std::nullopt, "secret"));
-    EXPECT_FALSE((SignInForm{"", ""}.isRight("", std::nullopt))) << "nothing never equals";
-}
-
-TEST(PasswordForm, IsAcceptableUnlessOneRuleIsBroken) {
-    const PasswordForm good{"secret", "secret", "secret"};
-    EXPECT_TRUE(good.isAcceptable("secret", "alice1")) << "the new one may be the old one";
-    EXPECT_FALSE(good.isAcceptable(std::nullopt, "alice1"));
-    EXPECT_FALSE(good.isAcceptable("other", "alice1"));
-    EXPECT_FALSE(good.isAcceptable("secret", "secret"));
-    EXPECT_FALSE((PasswordForm{"", "secret", "secret"}.isAcceptable("", "alice1")));
-    EXPECT_FALSE((PasswordForm{"secret", "short", "short"}.isAcceptable("secret", "alice1")));
-    EXPECT_FALSE((PasswordForm{"secret", "secret1", "secret2"}.isAcceptable("secret", "alice1")));
+    for (const auto &[form, isGood] : signUps)
+        EXPECT_EQ(form.isAcceptable(), isGood) << &form - &signUps[0].first;
+    struct {
+        PasswordForm form;
+        Text file;
+        const char *user;
+        bool isGood;
+    } const changes[] = {
+        {{"secret", "secret", "secret"}, "secret", "alice1", true},  // the new one may be the old one
+        {{"secret", "secret", "secret"}, {}, "alice1", false},
+        {{"secret", "secret", "secret"}, "other", "alice1", false},
+        {{"secret", "secret", "secret"}, "secret", "secret", false},
+        {{"", "secret", "secret"}, "", "alice1", false},
+        {{"secret", "short", "short"}, "secret", "alice1", false},
+        {{"secret", "secret1", "secret2"}, "secret", "alice1", false},
+    };
+    for (const auto &[form, file, user, isGood] : changes)
+        EXPECT_EQ(form.isAcceptable(file, user), isGood) << form.newPassword.toStdString();
+    struct {
+        SignInForm form;
+        Text user, password;
+        bool isRight;
+    } const signIns[] = {
+        {{"alice1", "secret"}, "", "secret", true},  // what the user-name file holds does not matter
+        {{"alice1", "secret"}, "alice1", "Secret", false},
+        {{"alice1", "secret"}, "alice1", "secret ", false},
+        {{"alice1", "secret"}, "alice1", "secret\n", false},
+        {{"alice1", "secret"}, "alice1", "", false},
+        {{"alice1", "secret"}, "alice1", {}, false},
+        {{"alice1", "secret"}, {}, "secret", false},
+        {{"", ""}, "", {}, false},  // nothing never equals
+    };
+    for (const auto &[form, user, password, isRight] : signIns)
+        EXPECT_EQ(form.isRight(user, password), isRight) << password.value_or("none");
 }
 
 TEST(ClipList, SplitsAtEveryTerminatorAndKeepsEveryPiece) {
@@ -76,21 +84,14 @@ TEST(ClipList, SplitsAtEveryTerminatorAndKeepsEveryPiece) {
     }
 }
 
-TEST(ClipList, NewEntriesGoInFront) {
+TEST(ClipList, EntriesComeInFrontAndGoAsPlainSubstrings) {
     EXPECT_EQ(ClipList::withEntryInFront("b", "a" + kEnd), "b" + kEnd + "a" + kEnd);
-    EXPECT_EQ(ClipList::withEntryInFront("a", ""), "a" + kEnd);
     EXPECT_EQ(ClipList::withEntryInFront("a", std::nullopt), "a" + kEnd);
     EXPECT_EQ(ClipList::withEntryInFrontOfLocal("a", std::nullopt), "a");
-    EXPECT_EQ(ClipList::withEntryInFrontOfLocal("b", "a"), "b" + kEnd + "a");
     EXPECT_EQ(ClipList::withEntryInFrontOfLocal("a", ""), "a" + kEnd);
-}
-
-TEST(ClipList, RemovalIsOfPlainSubstrings) {
     EXPECT_EQ(ClipList::withoutEntry("bc" + kEnd + "x" + kEnd + "bc" + kEnd, "bc"), "x" + kEnd);
     EXPECT_EQ(ClipList::withoutEntry("abc" + kEnd + "x" + kEnd, "bc"), "ax" + kEnd);
-    EXPECT_EQ(ClipList::withoutEntry("b" + kEnd + "a", "a"), "b" + kEnd + "a")
-        << "an entry without terminator stays";
-    EXPECT_EQ(ClipList::withoutEntry("", "a"), "");
+    EXPECT_EQ(ClipList::withoutEntry("b" + kEnd + "a", "a"), "b" + kEnd + "a") << "it has no terminator";
     EXPECT_TRUE(ClipList::containsEntry("abc" + kEnd, "bc"));
     EXPECT_TRUE(ClipList::containsEntry("abc" + kEnd, ""));
     EXPECT_FALSE(ClipList::containsEntry("bc", "bc"));
@@ -98,77 +99,76 @@ TEST(ClipList, RemovalIsOfPlainSubstrings) {
 
 TEST(CommandLine, KnowsItsCommandsAndRefusesAllElse) {
     using Task = CommandLine::Task;
-    const std::pair<QString, std::optional<Task>> cases[] = {
-        {u""_qs, Task::kRun},
-        {u"--save"_qs, Task::kSave},
-        {u"--list"_qs, Task::kList},
-        {u"--quit"_qs, Task::kQuit},
-        {u"-h"_qs, Task::kHelp},
-        {u"--version"_qs, Task::kVersion},
-        {u"--sav"_qs, {}},
-        {u"--save --save"_qs, Task::kSave},
-        {u"--save --quit"_qs, {}},
-        {u"-platform xcb"_qs, Task::kRun},  // for the toolkit
-        {u"--save --now"_qs, {}},
-        {u"--"_qs, {}},
-        {u"text"_qs, {}},
-        {u"--save text"_qs, {}},
-        {u"--help -x"_qs, {}},
+    const std::pair<const char *, std::optional<Task>> cases[] = {
+        {"", Task::kRun},
+        {"--save", Task::kSave},
+        {"--list", Task::kList},
+        {"--quit", Task::kQuit},
+        {"-h", Task::kHelp},
+        {"--version", Task::kVersion},
+        {"--save --save", Task::kSave},
+        {"-platform xcb", Task::kRun},  // for the toolkit
+        {"--sav", {}},
+        {"--save --quit", {}},
+        {"--save --now", {}},
+        {"--", {}},
+        {"text", {}},
+        {"--save text", {}},
+        {"--help -x", {}},
     };
     for (const auto &[words, task] : cases) {
         const CommandLine line =
-            CommandLine::parse(QStringList{u"quillery"_qs} + words.split(u' ', Qt::SkipEmptyParts));
-        EXPECT_EQ(line.problem.isEmpty(), task.has_value()) << words.toStdString();
-        EXPECT_EQ(line.task, task.value_or(line.task)) << words.toStdString();
+            CommandLine::parse(QStringList{"quillery"} + QString(words).split(' ', Qt::SkipEmptyParts));
+        EXPECT_EQ(line.problem.isEmpty(), task.has_value()) << words;
+        EXPECT_EQ(line.task, task.value_or(line.task)) << words;
     }
 }
 
-Configuration from(const Values &file, const Values &environment = {}) {
-    return Configuration::fromValues(file, environment);
-}
-
-TEST(Configuration, DefaultsToThePersonalStorage) {
-    const Configuration c = from({});
-    EXPECT_FALSE(c.storageHost);
-    EXPECT_EQ(c.storagePort, 21);
-    EXPECT_EQ(c.transport.tls, TlsMode::kOff);
-    EXPECT_EQ(c.transport.limits.idleTimeout, std::chrono::seconds(60));
-    EXPECT_TRUE(c.problems.isEmpty());
-    EXPECT_FALSE(from({{"storage/host", "  "}}).storageHost);
-}
-
-TEST(Configuration, TheEnvironmentWinsOverTheFile) {
-    const Configuration c =
-        from({{"storage/host", "a.example"},
-              {"storage/port", "2121"},
-              {"storage/tls", "try"},
-              {"storage/idle_timeout_seconds", "5"},
-              {"links/web", "https://example.org"},
-              {"links/twitter", ""}},
-             {{"QUILLERY_STORAGE_HOST", "b.example"}, {"QUILLERY_STORAGE_TLS", "required"}});
-    EXPECT_EQ(c.storageHost, "b.example");
-    EXPECT_EQ(c.storagePort, 2121);
-    EXPECT_EQ(c.transport.tls, TlsMode::kRequired);
-    EXPECT_EQ(c.transport.limits.idleTimeout, std::chrono::seconds(5));
-    EXPECT_EQ(c.links, (Values{{"web", "https://example.org"}}));
-    EXPECT_TRUE(c.problems.isEmpty());
-}
-
-TEST(Configuration, BadValuesAreSaidAndReplaced) {
-    for (const char *port : {"0", "65536", "-1", "ftp", "", "21x"}) {
-        const Configuration c = from({{"storage/port", port}});
-        EXPECT_EQ(c.storagePort, 21) << port;
-        EXPECT_EQ(c.problems.size(), 1) << port;
+TEST(Configuration, TakesTheEnvironmentBeforeTheFileAndReplacesBadValues) {
+    struct {
+        Values file, environment;
+        Text host;
+        int port = 21;
+        TlsMode tls = TlsMode::kOff;
+        int seconds = 60, problems = 0;
+    } const cases[] = {
+        {{}, {}, {}},
+        {{{"storage/host", "  "}}, {}, {}},
+        {{{"storage/host", "a.example"},
+          {"storage/port", "2121"},
+          {"storage/tls", "try"},
+          {"storage/idle_timeout_seconds", "5"}},
+         {{"QUILLERY_STORAGE_HOST", "b.example"}, {"QUILLERY_STORAGE_TLS", "required"}},
+         "b.example",
+         2121,
+         TlsMode::kRequired,
+         5},
+        {{{"storage/tls", "try"}}, {}, {}, 21, TlsMode::kTry},
+        // A misspelt wish for encryption must not send the password in clear.
+        {{{"storage/tls", "Required"}}, {}, {}, 21, TlsMode::kRequired, 60, 1},
+        {{{"storage/idle_timeout_seconds", "0"}}, {}, {}, 21, TlsMode::kOff, 60, 1},
+        {{{"storage/port", "0"}}, {}, {}, 21, TlsMode::kOff, 60, 1},
+        {{{"storage/port", "65535"}}, {}, {}, 65535},
+        {{{"storage/port", "65536"}}, {}, {}, 21, TlsMode::kOff, 60, 1},
+        {{{"storage/port", "21x"}}, {}, {}, 21, TlsMode::kOff, 60, 1},
+        {{{"storage/port", ""}}, {}, {}, 21, TlsMode::kOff, 60, 1},
+        {{{"storage/host", "[::1]"}}, {}, "[::1]"},
+        {{{"storage/host", "ftp://host"}}, {}, "", 21, TlsMode::kOff, 60, 1},
+        {{{"storage/host", "host:21"}}, {}, "", 21, TlsMode::kOff, 60, 1},
+        {{{"storage/host", "user@host"}}, {}, "", 21, TlsMode::kOff, 60, 1},
+        {{{"storage/host", "two words"}}, {}, "", 21, TlsMode::kOff, 60, 1},
+    };
+    for (const auto &row : cases) {
+        SCOPED_TRACE(&row - cases);
+        const Configuration c = Configuration::fromValues(row.file, row.environment);
+        EXPECT_EQ(c.storageHost, row.host);
+        EXPECT_EQ(c.storagePort, row.port);
+        EXPECT_EQ(c.transport.tls, row.tls);
+        EXPECT_EQ(c.transport.limits.idleTimeout, std::chrono::seconds(row.seconds));
+        EXPECT_EQ(c.problems.size(), row.problems);
     }
-    // A misspelt wish for encryption must not send the password in clear.
-    EXPECT_EQ(from({{"storage/tls", "Required"}}).transport.tls, TlsMode::kRequired);
-    EXPECT_EQ(from({{"storage/tls", "Required"}}).problems.size(), 1);
-    EXPECT_EQ(from({{"storage/idle_timeout_seconds", "0"}}).problems.size(), 1);
-    for (const char *host : {"ftp://host", "host/dir", "host:21", "user@host", "two words"}) {
-        EXPECT_EQ(from({{"storage/host", host}}).problems.size(), 1) << host;
-        EXPECT_EQ(from({{"storage/host", host}}).storageHost, "") << host;
-    }
-    EXPECT_TRUE(from({{"storage/host", "[::1]"}}).problems.isEmpty());
+    const Values links{{"links/web", "https://example.org"}, {"links/twitter", ""}};
+    EXPECT_EQ(Configuration::fromValues(links, {}).links, (Values{{"web", "https://example.org"}}));
 }
 
 TEST(Settings, UnknownValuesAreSaid) {

@@ -1,351 +1,392 @@
+// Saving, opening, picking: the list on this machine and the one of an account, and actions that wait for
+// their turn.
+#include <sys/resource.h>
+
 #include <QClipboard>
-#include <QLineEdit>
 #include <QTest>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <map>
-#include <tuple>
 
 #include "tests/app/ControllerTest.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace fs = std::filesystem;
 using namespace std::string_literals;
 
 namespace {
-const QString kError = QStringLiteral("Error!");
-const QString kExists = QStringLiteral("Text does exist in the list.");
-const QString kEmptySpace = QStringLiteral("Empty space");
-}  // namespace
 
-class SavedListTest : public ControllerTest {
+const std::string kAccountList = ".alice_Quillery.txt";
+
+class SavedList : public ControllerTest {
   protected:
-    SavedListTest() { setNotFirstUse(); }
-    void openList() {
-        delegate->interface.Clipboard_saves_menu_item->trigger();
-        EXPECT_TRUE(delegate->interface.Quillery_window->isVisible());
-        EXPECT_EQ(delegate->interface.Quillery_Box->contentView(), delegate->interface.List_View);
+    void startSignedIn(const std::string &account, const std::string &local = "") {
+        setAutoLogin("alice");
+        putLocal(local);
+        putRemote(kAccountList, account);
+        start();
+        openList();
     }
-    ListControl &list() { return *delegate->interface.Clipboard_saved_string_combobox; }
+    QString see(const QString &what) override {
+        if (what != "says") return ControllerTest::see(what);
+        QString all;
+        for (const auto &[toggle, label] :
+             {std::pair(i().RemoveItem_button, i().Remove_item_label),
+              std::pair(i().Share_switch, i().Share_label),
+              std::pair(i().Read_local_button, i().Make_available_offline_label)})
+            all += (toggle->isChecked() ? "*" : "") + label->text() + "|";
+        return all + list().findChild<QLineEdit *>()->placeholderText();
+    }
 };
 
-// ---- Saving ----
-
-TEST_F(SavedListTest, ASavedTextIsOnTopAnnouncedAndOnTheDisk) {
-    start();
-    fs::remove(localPath());  // the very first save, with no file there
-    save("a");
-    EXPECT_EQ(local(), "a") << "a new list begins without a terminator";
-    EXPECT_EQ(items(), (Items{"a", ""}));
-    EXPECT_EQ(notifications.texts, QStringList{QStringLiteral("Success!|You have successully save (\"a\")")});
-    save("b\nwith two lines");
-    EXPECT_EQ(local(), "b\nwith two lines" + kEnd + "a");
-    EXPECT_EQ(fs::status(localPath()).permissions(), fs::perms::owner_read | fs::perms::owner_write);
-    openList();
-    EXPECT_EQ(items(), (Items{"b\nwith two lines", "a"}));
-
-    copy("something newer");
-    alerts.expect(QStringLiteral("Success!"),
-                  QStringLiteral("You have successully save:(\"something newer\")"));
-    Q_EMIT notifications.activated({});
+TEST_F(SavedList, OnThisMachine) {
+    play(R"(
+        start
+        lose local
+        save a                   -> local=a; list=a|; told=Success!|You have successully save ("a")
+        save b\nwith two lines   -> local=b\nwith two lines|a; list=b\nwith two lines|a|
+        open                     -> list=b\nwith two lines|a; view=List_View; List_place=On this computer
+        pick 0                   -> clipboard=b\nwith two lines; shown QuickView_popover=yes
+        ! Success!: You have successully save:("b\nwith two lines")
+        click-notification
+        local a|b||below|
+        open                     -> list=a|b||below|
+        ! Error!: Your clipboard is empty.
+        save -
+        ! Error!: Text does exist in the list.
+        save a                   -> picked=a
+        ! Error!: Text does exist in the list.
+        save b                   -> picked=b; local=a|b||below|
+        save below               -> local=below|a|b||below|
+        save A                   -> list=A|below|a|b||below|
+        ! Error!: Empty space
+        pick 4                   -> clipboard=A
+        local abc|bc|x|oldest
+        open
+        toggle RemoveItem_button -> mode=remove
+        pick 1                   -> list=abc|x|oldest; local=ax|oldest
+        pick 2                   -> list=abc|x; local=ax|oldest
+        lose local
+        pick 0                   -> local=-
+        local |
+        open
+        ! Error!: You cannot remove that item.
+        pick 0                   -> local=|
+        toggle RemoveItem_button
+        remote ._Quillery.txt nobody's|
+        ! Sure?: Are you sure,you want to clean your list? => 1
+        click Clear_list_button  -> local=|; default=1
+        ! Sure?: Are you sure,you want to clean your list?
+        ! Success!: You've successfully cleaned your list.
+        click Clear_list_button  -> local=-; list=-; remote ._Quillery.txt=nobody's|
+    )");
 }
 
-TEST_F(SavedListTest, AnEmptyClipboardAndADuplicateAreRefused) {
-    putLocal("a" + kEnd + "b" + kEnd + kEnd + "below" + kEnd);
-    start();
-    const auto before = local();
-    alerts.expect(kError, QStringLiteral("Your clipboard is empty."));
-    save("");
-    QGuiApplication::clipboard()->clear();
-    alerts.expect(kError, QStringLiteral("Your clipboard is empty."));
-    delegate->interface.Saveing_menu_item->trigger();
-    for (const char *there : {"a", "b"}) {
-        alerts.expect(kError, kExists);
-        save(there);
-        EXPECT_EQ(list().stringValue(), there) << "the scan leaves what it found selected";
-    }
-    EXPECT_EQ(local(), before);
-    EXPECT_TRUE(notifications.texts.isEmpty());
-    save("below");  // the scan ends at the empty item above it
-    EXPECT_EQ(local(), "below" + kEnd + *before);
-    save("A");  // another letter case is another text
-    EXPECT_EQ(items()[0], "A");
-}
-
-TEST_F(SavedListTest, SignedInTextsGoToTheServer) {
-    setAutoLogin(QStringLiteral("alice"));
-    putLocal("mine");
-    start();
-    save("x");
-    EXPECT_EQ(remote(".alice_Quillery.txt"), "x" + kEnd) << "no list there yet";
-    EXPECT_TRUE(delegate->UploadDidFinish);
-    save("y");
-    EXPECT_EQ(remote(".alice_Quillery.txt"), "y" + kEnd + "x" + kEnd);
-    EXPECT_EQ(local(), "mine");
-    openList();
-    EXPECT_EQ(items(), (Items{"y", "x", ""}));
+TEST_F(SavedList, InAnAccount) {
+    play(R"(
+        account alice
+        local mine
+        start
+        sign-in alice secret
+        save x                    -> remote .alice_Quillery.txt=x|; local=mine
+        save y                    -> remote .alice_Quillery.txt=y|x|
+        open                      -> list=y|x|; List_place=In your account on this computer
+        spoil .alice_Quillery.txt
+        open                      -> list=y|x|
+        lose .alice_Quillery.txt
+        open                      -> list=y|x|; shown keepLocalList=yes
+        local a|b|
+        ! Sure?: Keep the 2 texts of this computer's list in your account? They stay on this computer as well.
+        click keepLocalList_button -> remote .alice_Quillery.txt=a|b|; list=a|b|; shown keepLocalList=no
+        remote .alice_Quillery.txt a|bc|a|
+        local bc|
+        open
+        click RemoveItem_button
+        pick 0                    -> remote .alice_Quillery.txt=bc|; list=bc|a|; local=bc|
+        lose .alice_Quillery.txt
+        ! Error!: Server/Internet connection error.\nUnable to save text.
+        pick 0                    -> remote .alice_Quillery.txt=(none); list=a|
+        remote .alice_Quillery.txt b|a|
+        local xa|
+        open
+        click Read_local_button
+        pick 0                    -> local=b|xa|; list=b|a|
+        ! Error!: Text does exist in the list.
+        pick 1                    -> local=b|xa|
+        ! Error!: Text does exist in the list.
+        pick 2                    -> local=b|xa|
+        lose local
+        pick 0                    -> local=(none)
+        local -
+        pick 2                    -> local=|
+        click Share_switch
+        ! Error!: Empty space
+        pick 2
+        ! Alert!: You have no firends in the list
+        pick 0
+        remote alice_Contacts.txt -
+        ! Alert!: You have no firends in the list
+        pick 0                    -> view=List_View
+        ! Sure?: Are you sure,you want to clean your list?
+        ! Success!: You've successfully cleaned your list.
+        click Clear_list_button   -> local=-; list=-; remote .alice_Quillery.txt=-
+        local mine
+    )");
     enter([&] { delegate->Sync_local_with_cloud(); });
-    EXPECT_EQ(remote(".alice_Quillery.txt"), "mine");
+    EXPECT_EQ(remote(kAccountList), "mine");
 }
 
-TEST_F(SavedListTest, WhatIsCopiedRightAfterTheAnnouncementReplacesNothing) {
+TEST_F(SavedList, WhatIsCopiedRightAfterTheAnnouncementReplacesNothing) {
     for (const bool isSignedIn : {false, true}) {
-        setAutoLogin(QStringLiteral("alice"));
-        if (!isSignedIn) set("kAutoLogin", QStringLiteral("No"));
-        start();
+        startSignedIn("");
+        if (!isSignedIn) i().Log_in_menu_item->trigger();
         notifications.onDeliver = [&](const QString &) { copy("copied since"); };
         save("announced");
         notifications.onDeliver = [&](const QString &) { QGuiApplication::clipboard()->clear(); };
         save("second");
-        EXPECT_EQ(isSignedIn ? remote(".alice_Quillery.txt") : local(), "second" + kEnd + "announced" + kEnd);
+        EXPECT_EQ(isSignedIn ? remote(kAccountList) : local(), "second" + kEnd + "announced" + kEnd);
     }
 }
 
-TEST_F(SavedListTest, AListThatCannotBeReadIsSetAsideAndNeverOverwritten) {
-    const std::string broken = "precious \xFF bytes";
-    putLocal(broken);
-    start();
-    EXPECT_TRUE(items().empty());
-    alerts.expect(kError,
-                  QStringLiteral("The list in %1 is no text, and was not changed. It is now kept as *")
-                      .arg(QString::fromStdString(localPath().string())));
-    save("new");
-    EXPECT_EQ(local(), "new");
-    std::vector<std::string> kept;
-    for (const auto &file : fs::directory_iterator(localPath().parent_path())) {
-        if (file.path() == localPath() || file.path().extension() == ".lock") continue;
-        std::ifstream in(file.path(), std::ios::binary);
-        kept.emplace_back(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    }
-    EXPECT_EQ(kept, Items{broken});
-}
-
-TEST_F(SavedListTest, AWriteThatFailsIsSaid) {
-    start();
-    fs::remove_all(localPath().parent_path());
-    std::ofstream(localPath().parent_path()) << "a file where the folder should be";
-    const QString where = QString::fromStdString(localPath().string());
-    alerts.expect(
-        kError,
-        QStringLiteral(
-            "The text \"lost?\" could not be saved to %1: the folder %2 could not be made: Not a directory")
-            .arg(where, QString::fromStdString(localPath().parent_path().string())));
-    copy("lost?");
-    std::vector<int> answers;
-    const auto answer = [&](const SingleInstance::Answer &given) { answers.push_back(given.status); };
-    delegate->performRequest("save", answer);
-    EXPECT_TRUE(waitFor([&] { return alerts.outstanding() == 0 && !answers.empty(); }));
-    fs::remove(localPath().parent_path());
-    delegate->performRequest("save", answer);
-    EXPECT_TRUE(waitFor([&] { return answers.size() == 2; }));
-    EXPECT_EQ(local(), "lost?") << "trying again is no duplicate";
-    EXPECT_EQ(answers, (std::vector<int>{1, 0}));
-}
-
-// ---- Loading ----
-
-TEST_F(SavedListTest, OpeningShowsWhatTheFileHolds) {
-    start();
-    putLocal("one" + kEnd + "two" + kEnd);
-    openList();
-    EXPECT_EQ(items(), (Items{"one", "two", ""}));
-    fs::remove(localPath());
-    openList();
-    EXPECT_TRUE(items().empty());
-}
-
-TEST_F(SavedListTest, AMissingRemoteListLeavesTheControlAsItWas) {
-    setAutoLogin(QStringLiteral("alice"));
-    putLocal("");
-    putRemote(".alice_Quillery.txt", "far" + kEnd);
-    start();
-    fs::remove(htdocs / ".alice_Quillery.txt");
-    openList();
-    EXPECT_EQ(items(), (Items{"far", ""}));
-    putRemote(".alice_Quillery.txt", "not \xFF text");
-    openList();
-    EXPECT_EQ(items(), (Items{"far", ""}));
-}
-
-// ---- Picking ----
-
-TEST_F(SavedListTest, APickCopiesTheWholeTextAndShowsIt) {
+TEST_F(SavedList, ThePopoverShowsTheWholeTextAndEscapeClosesItAlone) {
     putLocal("a\tb\nc" + kEnd);
     start();
     openList();
     pick(0);
     EXPECT_EQ(clipboard(), "a\tb\nc");
-    EXPECT_EQ(delegate->interface.QuickView_label->toPlainText(), QStringLiteral("a\tb\nc"));
-    EXPECT_TRUE(delegate->interface.QuickView_popover->isVisible());
-    ASSERT_TRUE(QTest::qWaitForWindowActive(delegate->interface.Quillery_window.get()));
-    QTest::keyClick(delegate->interface.Quillery_window.get(), Qt::Key_Escape);
-    EXPECT_FALSE(delegate->interface.QuickView_popover->isVisible());
-    EXPECT_TRUE(delegate->interface.Quillery_window->isVisible());
-    alerts.expect(kError, kEmptySpace);
-    pick(1);
-    EXPECT_EQ(clipboard(), "a\tb\nc");
+    EXPECT_EQ(i().QuickView_label->toPlainText(), "a\tb\nc");
+    ASSERT_TRUE(QTest::qWaitForWindowActive(i().Quillery_window.get()));
+    QTest::keyClick(i().Quillery_window.get(), Qt::Key_Escape);
+    EXPECT_FALSE(i().QuickView_popover->isVisible());
+    EXPECT_TRUE(i().Quillery_window->isVisible());
 }
 
-TEST_F(SavedListTest, TextsOfEveryKindComeBackByteForByteAfterARestart) {
+TEST_F(SavedList, ATextThatCannotBeWrittenIsToldKeptAndSavedTheNextTime) {
+    const std::string old = std::string(1000, 'o') + kEnd;
+    const QString where = QString::fromStdString(localPath().string());
+    const fs::path folder = localPath().parent_path();
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    std::signal(SIGXFSZ, SIG_IGN);
+    const auto setLimit = [&](rlim_t bytes) {
+        const rlimit changed{.rlim_cur = bytes, .rlim_max = limit.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &changed);
+    };
+    struct Row {
+        const char *why;
+        std::function<void()> make, mend;
+        bool isReadable = true;  // what is there
+        bool keepsOld = false;
+    };
+    const Row rows[] = {
+        {"File too large", [&] { setLimit(500); }, [&] { setLimit(limit.rlim_cur); }, true, true},
+        {"the folder * could not be made: Not a directory",
+         [&] {
+             fs::remove_all(folder);
+             std::ofstream(folder) << "a file";
+         },
+         [&] { fs::remove(folder); }},
+        {"Too many levels of symbolic links",
+         [&] {
+             fs::remove(localPath());
+             fs::create_symlink(".Quillery.txt", localPath());
+         },
+         [&] { fs::remove(localPath()); }, false},
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.why);
+        putLocal(old);
+        fs::remove_all(rescued);
+        answers.clear();
+        start();
+        row.make();
+        const QString why = QString(row.why).replace("*", QString::fromStdString(folder.string()));
+        if (!row.isReadable) {
+            alerts.expect({{"Error!", "The list in " + where + " could not be read: " + why}});
+            openList();
+        }
+        alerts.expect({{"Error!", "The text \"lost?\" could not be saved to " + where + ": " + why}});
+        copy("lost?");
+        act("request save");
+        EXPECT_TRUE(waitFor([&] { return alerts.outstanding() == 0 && !answers.empty(); }));
+        ASSERT_EQ(copies().size(), 1U);
+        EXPECT_TRUE(copies().front().starts_with("lost?" + kEnd));
+        EXPECT_EQ(local(), row.keepsOld ? std::optional(old) : std::nullopt);
+        row.mend();
+        act("request save");
+        EXPECT_TRUE(waitFor([&] { return answers.size() == 2; }));
+        EXPECT_EQ(local(), row.keepsOld ? "lost?" + kEnd + old : "lost?") << "trying again is no duplicate";
+        EXPECT_EQ(see("answers"), "1The text could not be saved.+0");
+    }
+}
+
+TEST_F(SavedList, AListThatIsNoTextIsSetAsideAndTold) {
+    const std::string broken = "precious \xFF bytes";
+    putLocal(broken);
+    start();
+    EXPECT_TRUE(items().empty());
+    alerts.expect(
+        {{"Error!", QStringLiteral("The list in %1 is no text, and was not changed. It is now kept as *")
+                        .arg(QString::fromStdString(localPath().string()))}});
+    save("new");
+    EXPECT_EQ(local(), "new");
+    Items kept;
+    for (const auto &file : fs::directory_iterator(localPath().parent_path()))
+        if (file.path() != localPath() && file.path().extension() != ".lock")
+            kept.push_back(contentOf(file.path()));
+    EXPECT_EQ(kept, Items{broken});
+}
+
+TEST_F(SavedList, TextsOfEveryKindComeBackByteForByteAfterARestart) {
     std::string lines;
-    for (int i = 0; i < 100'000; ++i) lines += std::to_string(i) + (i % 3 ? "\n" : "\t\n");
+    for (int k = 0; k < 100'000; ++k) lines += std::to_string(k) + (k % 3 ? "\n" : "\t\n");
     const std::string marks =
         "\xEF\xBB\xBF nul\0 \x01 \xF0\x9F\x98\x80\xF0\x9F\x8F\xBD e\xCC\x81 \xD7\xA9\xD7\x9C\xD7\x95\xD7\x9D \r\n"s;
     std::string large;
     while (large.size() < 5'000'000) large += marks;
-    const std::vector<std::string> texts{marks, lines, large};
+    const Items texts{marks, lines, large};
     start();
     for (const auto &text : texts) save(text);
     start();
     openList();
     ASSERT_EQ(items().size(), 4U);
-    for (std::size_t i = 0; i < texts.size(); ++i) {
+    for (std::size_t k = 0; k < texts.size(); ++k) {
         copy("in between");
-        pick(static_cast<int>(2 - i));
-        EXPECT_TRUE(clipboard() == texts[i]) << "text " << i;
+        pick(static_cast<int>(2 - k));
+        EXPECT_TRUE(clipboard() == texts[k]) << "text " << k;
     }
 }
 
-TEST_F(SavedListTest, RemovingOnThisMachine) {
-    putLocal("abc" + kEnd + "bc" + kEnd + "x" + kEnd + "oldest");
-    start();
-    openList();
-    delegate->interface.RemoveItem_button->toggle();  // as an assistive program does
-    EXPECT_TRUE(delegate->RemoveMode_enabled);
-    EXPECT_EQ(delegate->interface.Remove_item_label->text(), QStringLiteral("Done"));
-    pick(1);
-    EXPECT_EQ(items(), (Items{"abc", "x", "oldest"}));
-    EXPECT_EQ(local(), "ax" + kEnd + "oldest") << "the tail of the longer entry goes, too";
-    pick(2);
-    EXPECT_EQ(items(), (Items{"abc", "x"}));
-    EXPECT_EQ(local(), "ax" + kEnd + "oldest") << "an entry without terminator stays in the file";
-    fs::remove(localPath());
-    pick(0);
-    EXPECT_EQ(local(), "");
-    putLocal(kEnd);
-    openList();
-    alerts.expect(kError, QStringLiteral("You cannot remove that item."));
-    pick(0);
-    EXPECT_EQ(local(), kEnd);
+// From each mode to each: what the toggles and the line say, and which toggle is down.
+TEST_F(SavedList, ModesExcludeOneAnotherAndShowWhatAPickWillDo) {
+    startSignedIn("");
+    play(R"(
+        click RemoveItem_button -> mode=remove; says=*Done|Share|Make available offline|Tab to remove item
+        settle                  -> Mode_hint=A pick removes the text from the list.
+        click RemoveItem_button -> mode=copy; says=Remove item|Share|Make available offline|Tab to copy to clipboard
+        settle                  -> Mode_hint=A pick puts the text on the clipboard.
+        click Share_switch      -> mode=share; says=Remove Item|*Done|Make available offline|Tab to copy to clipboard
+        settle                  -> Mode_hint=A pick sends the text to a friend.
+        click Share_switch      -> mode=copy; says=Remove Item|Share|Make available offline|Tab to copy to clipboard
+        click Read_local_button -> mode=offline; says=Remove item|Share|*Done|Tab to make available offline
+        settle                  -> Mode_hint=A pick copies the text into the list on this machine.
+        click Read_local_button -> mode=copy; says=Remove item|Share|Make available offline|Tab to copy to the clipboard
+        click RemoveItem_button -> mode=remove; says=*Done|Share|Make available offline|Tab to remove item
+        click Share_switch      -> mode=share; says=Remove Item|*Done|Make available offline|Tab to remove item
+        click RemoveItem_button -> mode=remove; says=*Done|Share|Make available offline|Tab to remove item
+        click Read_local_button -> mode=offline; says=Remove item|Share|*Done|Tab to make available offline
+        click RemoveItem_button -> mode=remove; says=*Done|Share|Make available offline|Tab to remove item
+        click Read_local_button -> mode=offline; says=Remove item|Share|*Done|Tab to make available offline
+        click Share_switch      -> mode=share; says=Remove Item|*Done|Make available offline|Tab to make available offline
+        click Read_local_button -> mode=offline; says=Remove item|Share|*Done|Tab to make available offline
+    )");
 }
 
-TEST_F(SavedListTest, RemovingOnTheServer) {
-    setAutoLogin(QStringLiteral("alice"));
-    putLocal("bc" + kEnd);
-    putRemote(".alice_Quillery.txt", "a" + kEnd + "bc" + kEnd + "a" + kEnd);
+// ---- Actions that wait for their turn ----
+
+TEST_F(SavedList, ActionsDuringAnAlertRunAfterItOnceEachInOrder) {
+    putLocal("a" + kEnd + "b" + kEnd);
     start();
     openList();
-    delegate->interface.RemoveItem_button->click();
-    pick(0);
-    settle();
-    EXPECT_EQ(remote(".alice_Quillery.txt"), "bc" + kEnd) << "both occurrences";
-    EXPECT_EQ(items(), (Items{"bc", "a", ""})) << "the picked one alone";
-    EXPECT_EQ(local(), "bc" + kEnd);
-    fs::remove(htdocs / ".alice_Quillery.txt");
-    alerts.expect(kError, QStringLiteral("Server/Internet connection error.\nUnable to save text."));
-    pick(0);
-    settle();
-    EXPECT_FALSE(fs::exists(htdocs / ".alice_Quillery.txt")) << "what could not be read is not written";
-    EXPECT_EQ(items(), (Items{"a", ""}));
-}
-
-TEST_F(SavedListTest, SharingNeedsATextAndAFriend) {
-    setAutoLogin(QStringLiteral("alice"));
-    putLocal("");
-    putRemote(".alice_Quillery.txt", "a" + kEnd);
-    start();
-    openList();
-    delegate->interface.Share_switch->click();
-    alerts.expect(kError, kEmptySpace);
-    pick(1);
-    alerts.expect(QStringLiteral("Alert!"), QStringLiteral("You have no firends in the list"));
-    pick(0);
-    putRemote("alice_Contacts.txt", "");
-    alerts.expect(QStringLiteral("Alert!"), QStringLiteral("You have no firends in the list"));
-    pick(0);
-    EXPECT_EQ(delegate->interface.Quillery_Box->contentView(), delegate->interface.List_View);
-}
-
-TEST_F(SavedListTest, MakingAvailableOffline) {
-    setAutoLogin(QStringLiteral("alice"));
-    putLocal("xa" + kEnd);
-    putRemote(".alice_Quillery.txt", "b" + kEnd + "a" + kEnd);
-    start();
-    openList();
-    delegate->interface.Read_local_button->click();
-    pick(0);
-    EXPECT_EQ(local(), "b" + kEnd + "xa" + kEnd);
-    alerts.expect(kError, kExists);
-    pick(1);  // the tail of "xa"
-    alerts.expect(kError, kExists);
-    pick(2);  // the empty item, in a list with any terminator
-    EXPECT_EQ(local(), "b" + kEnd + "xa" + kEnd);
-    fs::remove(localPath());
-    pick(0);
-    EXPECT_FALSE(fs::exists(localPath()));
-    putLocal("");
-    pick(2);
-    EXPECT_EQ(local(), kEnd);
-    EXPECT_EQ(items(), (Items{"b", "a", ""}));
-}
-
-TEST_F(SavedListTest, ModesExcludeOneAnotherAndShowWhatAPickWillDo) {
-    setAutoLogin(QStringLiteral("alice"));
-    start();
-    const std::map<char, std::pair<QAbstractButton *, const char *>> modes = {
-        {'r', {i().RemoveItem_button, "A pick removes the text from the list."}},
-        {'s', {i().Share_switch, "A pick sends the text to a friend."}},
-        {'o', {i().Read_local_button, "A pick copies the text into the list on this machine."}}};
-    struct Step {
-        char toggle, mode;
-        const char *remove, *share, *offline, *placeholder;
+    copy("");
+    Alert first = kEmptyClipboard;
+    first.during = [&] {
+        pick(0);
+        i().RemoveItem_button->click();
+        pick(1);
+        delegate->Save_bar_item(VkKeyEvent());
+        Q_EMIT notifications.activated({});
+        copy("copied meanwhile");
+        EXPECT_EQ(clipboard(), "copied meanwhile") << "no pick ran inside the alert";
+        EXPECT_FALSE(delegate->RemoveMode_enabled);
     };
-    const char *const offline = "Make available offline";
-    const char *const toRemove = "Tab to remove item";
-    const char *const toKeep = "Tab to make available offline";
-    const char *const toCopy = "Tab to copy to clipboard";
-    // From each mode to each.
-    for (const Step &step : {Step{'r', 'r', "Done", "Share", offline, toRemove},
-                             {'r', '-', "Remove item", "Share", offline, toCopy},
-                             {'s', 's', "Remove Item", "Done", offline, toCopy},
-                             {'s', '-', "Remove Item", "Share", offline, toCopy},
-                             {'o', 'o', "Remove item", "Share", "Done", toKeep},
-                             {'o', '-', "Remove item", "Share", offline, "Tab to copy to the clipboard"},
-                             {'r', 'r', "Done", "Share", offline, toRemove},
-                             {'s', 's', "Remove Item", "Done", offline, toRemove},
-                             {'r', 'r', "Done", "Share", offline, toRemove},
-                             {'o', 'o', "Remove item", "Share", "Done", toKeep},
-                             {'r', 'r', "Done", "Share", offline, toRemove},
-                             {'o', 'o', "Remove item", "Share", "Done", toKeep},
-                             {'s', 's', "Remove Item", "Done", offline, toKeep},
-                             {'o', 'o', "Remove item", "Share", "Done", toKeep}}) {
-        SCOPED_TRACE(std::string({step.toggle, step.mode}));
-        modes.at(step.toggle).first->click();
-        EXPECT_EQ(
-            std::tuple(delegate->RemoveMode_enabled, delegate->ShareMode_enabled, delegate->Read_Local_mode),
-            std::tuple(step.mode == 'r', step.mode == 's', step.mode == 'o'));
-        for (const auto &[letter, mode] : modes) EXPECT_EQ(mode.first->isChecked(), letter == step.mode);
-        EXPECT_EQ(i().Remove_item_label->text(), QLatin1String(step.remove));
-        EXPECT_EQ(i().Share_label->text(), QLatin1String(step.share));
-        EXPECT_EQ(i().Make_available_offline_label->text(), QLatin1String(step.offline));
-        EXPECT_EQ(list().findChild<QLineEdit *>()->placeholderText(), QLatin1String(step.placeholder));
-        EXPECT_EQ(i().Mode_hint->text(),
-                  QLatin1String(step.mode == '-' ? "A pick puts the text on the clipboard."
-                                                 : modes.at(step.mode).second));
-    }
+    // The first pick copied "a"; remove mode came on; the second pick removed "b"; the hot key found "a".
+    alerts.expect({first, kExists, {"Success!", "You have successully save:(\"a\")"}});
+    i().Saveing_menu_item->trigger();
+    settle();
+    EXPECT_EQ(items(), (Items{"a", ""}));
+    EXPECT_EQ(local(), "a" + kEnd);
 }
 
-TEST_F(SavedListTest, CleaningSignedOutLeavesTheServerAlone) {
-    putLocal("mine" + kEnd);
-    putRemote("._Quillery.txt", "abc" + kEnd);
+TEST_F(SavedList, TenClicksDuringAReadRunAfterItOnceEachInOrder) {
+    startSignedIn("far" + kEnd);
+    copy("");
+    Alert stay = kQuit;
+    stay.answer = 1;
+    QTimer::singleShot(0, [&] {
+        // The list is being read just now. Only the question whether to quit does not wait for that.
+        alerts.expect({stay});
+        i().Quit->trigger();
+        EXPECT_EQ(alerts.outstanding(), 0U);
+        for (int click = 0; click < 10; ++click) {
+            alerts.expect({click % 2 == 0 ? kEmptyClipboard : kNoFriends});
+            (click % 2 == 0 ? i().Saveing_menu_item : i().Remove_a_friend_item)->trigger();
+        }
+        delegate->performRequest("save", [&](const SingleInstance::Answer &answer) {
+            EXPECT_EQ(alerts.outstanding(), 10U) << "before the first alert that would hold it up";
+            answers << QString::number(answer.status);
+        });
+        EXPECT_TRUE(gate.isBusy());
+        EXPECT_EQ(alerts.outstanding(), 10U) << "none ran inside the read";
+    });
+    openList();
+    EXPECT_EQ(see("answers"), "1");
+}
+
+TEST_F(SavedList, AnAlertOfABackgroundOperationWaitsForTheOneThatIsUp) {
+    startSignedIn("a" + kEnd);
+    putRemote(kAccountList, {});
+    i().RemoveItem_button->click();
+    pick(0);
+    copy("");
+    Alert first = kEmptyClipboard;
+    first.during = [&] {
+        EXPECT_TRUE(waitFor([&] { return items().size() == 1; }));
+        // The removal has failed by now, and asks for its alert within a moment.
+        waitFor([&] { return alerts.outstanding() == 0; }, 100);
+        EXPECT_EQ(alerts.outstanding(), 1U);
+    };
+    alerts.expect({first, kUnsaved});
+    i().Saveing_menu_item->trigger();
+    settle();
+    EXPECT_EQ(remote(kAccountList), std::nullopt) << "what could not be read is not written";
+}
+
+// Another program holds the list's lock until both have been asked for.
+TEST_F(SavedList, ASecondSaveAndAPickWaitForTheFirstSave) {
+    putLocal("a" + kEnd + "b" + kEnd);
     start();
     openList();
-    alerts.expect(QStringLiteral("Sure?"), QStringLiteral("Are you sure,you want to clean your list?"));
-    alerts.expect(QStringLiteral("Success!"), QStringLiteral("You've successfully cleaned your list."));
-    i().Clear_list_button->click();
+    i().RemoveItem_button->click();
+    auto another = std::make_optional<FileLock>(localPath());
+    copy("new");
+    i().Saveing_menu_item->trigger();
+    QTimer::singleShot(50, [&] {
+        EXPECT_EQ(notifications.texts.size(), 1) << "the second is announced when the first is on the disk";
+        EXPECT_EQ(items().size(), 4U);
+        another.reset();
+    });
+    copy("newer");
+    enter([&] {
+        i().Saveing_menu_item->trigger();
+        pick(2);  // "b", which is a row further down by then
+    });
     settle();
-    EXPECT_EQ(local(), "");
-    EXPECT_EQ(items(), Items{""});
-    EXPECT_EQ(remote("._Quillery.txt"), "abc" + kEnd) << "not even the list of nobody";
-    alerts.expect(kError, kEmptySpace);
-    pick(0);
+    EXPECT_EQ(items(), (Items{"newer", "new", "a", ""}));
+    EXPECT_EQ(local(), "newer" + kEnd + "new" + kEnd + "a" + kEnd);
 }
+
+// What a save was for is decided when it is asked for.
+TEST_F(SavedList, ASaveBeforeALogOutIsTheUsersOwn) {
+    startSignedIn("");
+    copy("hers");
+    enter([&] {
+        delegate->Save_bar_item(VkKeyEvent());
+        i().Log_in_menu_item->trigger();
+    });
+    settle();
+    EXPECT_FALSE(delegate->isSigned_in);
+    EXPECT_EQ(remote(kAccountList), "hers" + kEnd);
+}
+
+}  // namespace
