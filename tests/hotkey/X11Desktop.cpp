@@ -34,6 +34,13 @@ bool waitUntil(const std::function<bool()> &condition) {
     return true;
 }
 
+OtherXServer::OtherXServer() {
+    process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    process.start("Xvfb", {"-displayfd", "1", "-screen", "0", "64x64x24", "-nolisten", "tcp"});
+    waitUntil([this] { return process.canReadLine(); });
+    display = ":" + process.readLine().trimmed().toStdString();
+}
+
 X11Desktop::X11Desktop(const std::string &display)
     : connection_(xcb_connect(display.empty() ? nullptr : display.c_str(), nullptr), &xcb_disconnect),
       originalModifiers_(nullptr, &std::free) {
@@ -84,11 +91,6 @@ void X11Desktop::lockModifiers(std::uint16_t mask) {
 void X11Desktop::lockGroup(std::uint8_t group) {
     xcb_xkb_latch_lock_state(connection_.get(), XCB_XKB_ID_USE_CORE_KBD, 0, 0, 1, group, 0, 0, 0);
     sync();
-}
-
-std::uint8_t X11Desktop::group() {
-    const auto request = xcb_xkb_get_state(connection_.get(), XCB_XKB_ID_USE_CORE_KBD);
-    return owned(xcb_xkb_get_state_reply(connection_.get(), request, nullptr))->group;
 }
 
 std::uint16_t X11Desktop::modifierState() {

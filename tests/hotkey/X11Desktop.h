@@ -2,6 +2,7 @@
 
 #include <xcb/xcb.h>
 
+#include <QProcess>
 #include <cstdint>
 #include <functional>
 #include <initializer_list>
@@ -19,6 +20,13 @@ inline constexpr std::uint16_t kScrollLockMask = XCB_MOD_MASK_3;
 /// Turns the event loop until the condition holds; false if it does not within ten seconds.
 bool waitUntil(const std::function<bool()> &condition);
 
+/// An X server that can be ended.
+struct OtherXServer {
+    OtherXServer();
+    QProcess process;
+    std::string display;
+};
+
 /// Another program on the desktop, which can grab keys and own a focused window, and the hands at the
 /// keyboard. Every function returns after the X server has done its part.
 class X11Desktop {
@@ -34,9 +42,8 @@ class X11Desktop {
 
     /// Locks exactly these modifiers, as their lock keys do.
     void lockModifiers(std::uint16_t mask);
-    /// Switches to the keyboard's first (0) or second layout, and tells which it is.
+    /// Switches to the keyboard's first (0) or second layout.
     void lockGroup(std::uint8_t group);
-    std::uint8_t group();
     std::uint16_t modifierState();
     /// Puts the keys on the modifier (3 is that of XCB_MOD_MASK_3), besides the others on it or instead of
     /// them, and takes them off every other modifier.

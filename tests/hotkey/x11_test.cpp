@@ -24,11 +24,6 @@ bool setKeyboard(const QStringList &arguments) {
 
 class X11HotKey : public testing::Test {
   protected:
-    static void SetUpTestSuite() {
-        static int argc = 1;
-        static char name[] = "x11_test", *argv[] = {name, nullptr};
-        static QCoreApplication application(argc, argv);
-    }
     void SetUp() override { other.focusOwnWindow(); }
 
     std::shared_ptr<VkHotKey> add(std::uint16_t keyCode = kKeyCodeC, std::uint64_t flags = kCommandShift) {
@@ -233,24 +228,20 @@ TEST_F(X11HotKey, TakesACombinationAgainThatAKeyboardHadTakenAway) {
 }
 
 TEST_F(X11HotKey, OutlivesTheServer) {
-    QProcess server;
-    server.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    server.start("Xvfb", {"-displayfd", "1", "-screen", "0", "64x64x24", "-nolisten", "tcp"});
-    ASSERT_TRUE(waitUntil([&] { return server.canReadLine(); }));
-    const std::string display = ":" + server.readLine().trimmed().toStdString();
+    OtherXServer server;
     std::vector<std::string> lines;
     hotkey::setLogSink([&](std::string_view line) { lines.emplace_back(line); });
 
-    VkHotKeyCenter remote([&] { return hotkey::openX11BackEnd(display); });
+    VkHotKeyCenter remote([&] { return hotkey::openX11BackEnd(server.display); });
     const auto add = [&](std::uint16_t keyCode) {
         return remote.registerHotKeyWithKeyCode(keyCode, kCommandShift,
                                                 [](const VkKeyEvent &) { ADD_FAILURE(); });
     };
     const auto hotKey = add(kKeyCodeC);
     ASSERT_TRUE(hotKey);
-    X11Desktop hands(display);
+    X11Desktop hands(server.display);
     hands.press({kSuper, kShift, kC});
-    server.kill();
+    server.process.kill();
     EXPECT_TRUE(waitUntil([&] { return !lines.empty(); }));
     EXPECT_FALSE(hotKey->hotKeyRef());
     EXPECT_FALSE(add(kKeyCodeV));
@@ -258,7 +249,13 @@ TEST_F(X11HotKey, OutlivesTheServer) {
     remote.unregisterHotKey(hotKey);
     EXPECT_EQ(lines.size(), 1u);
     hotkey::setLogSink(nullptr);
-    server.waitForFinished();
+    server.process.waitForFinished();
 }
 
 }  // namespace
+
+int main(int argc, char **argv) {
+    testing::InitGoogleTest(&argc, argv);
+    QCoreApplication application(argc, argv);
+    return RUN_ALL_TESTS();
+}
