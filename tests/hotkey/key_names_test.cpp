@@ -40,48 +40,29 @@ TEST(AFirstKeyName, MayBeAskedForOftenAndOnAnyThread) {
 TEST(KeyName, IsThatOfTheLayoutInForceBehindTheModifiers) {
     struct Row {
         QStringList layout;
-        std::uint16_t keyCode;
-        std::uint64_t modifiers;
-        std::string name;
+        std::vector<std::pair<int, std::uint64_t>> combinations;
+        std::string names;
     };
-    const QStringList us{"us"}, german{"de"}, french{"fr"}, dvorak{"us", "dvorak"}, russian{"ru"};
-    for (const Row &row :
-         std::vector<Row>{{us, kVKey, 0x1C0000, "⌃⌥⌘v"},
-                          {us, kCKey, ~std::uint64_t{0}, "⌃⌥⇧⌘c"},
-                          {us, kCKey, kVkCapsLockFlag | 0x800000, "c"},
-                          {us, 55, kVkCommandFlag, "⌘"},
-                          {us, 55, 0, ""},  // modifiers themselves
-                          {us, 56, 0, ""},
-                          {us, 58, 0, ""},
-                          {us, 59, 0, ""},
-                          {us, 60, kVkShiftFlag, "⇧⇧"},
-                          {us, 63, 0, "⌘"},
-                          {us, 122, 0, "F1"},
-                          {us, kReturn, kVkShiftFlag, "⇧↩"},
-                          {us, 76, kVkOptionFlag, "⌥"},  // keys without a name: Enter, Insert and Num Lock
-                          {us, 114, kVkOptionFlag, "⌥"},
-                          {us, 71, kVkOptionFlag, "⌥"},
-                          {us, 52, 0, ""},
-                          {us, 127, 0, ""},
-                          {us, 200, 0, ""},
-                          {us, 0xffff, 0, ""},
-                          {german, kZ, 0, "y"},
-                          {german, kY, 0, "z"},
-                          {german, kSemicolon, kVkShiftFlag, "⇧ö"},
-                          {german, kGrave, kVkControlFlag, "⌃"},  // a dead key
-                          {german, kPad1, 0, "1"},
-                          {german, kPoint, 0, ","},
-                          {french, kA, 0, "q"},
-                          {french, k1, 0, "&"},
-                          {french, kBracket, 0, ""},
-                          {dvorak, kS, 0, "o"},
-                          {dvorak, kCKey, 0, "j"},
-                          {russian, kCKey, kVkCommandFlag, "⌘с"}}) {
-        static QStringList layout;
-        if (std::exchange(layout, row.layout) != row.layout) {
-            ASSERT_EQ(QProcess::execute("setxkbmap", row.layout), 0);
-        }
-        EXPECT_EQ(name(row.keyCode, row.modifiers), row.name) << row.layout[0].toStdString() << row.keyCode;
+    constexpr std::uint64_t shift = kVkShiftFlag, alt = kVkOptionFlag;
+    for (const Row &row : std::vector<Row>{
+             {{"us"},
+              {{kVKey, 0x1C0000}, {kCKey, ~0ull}, {kCKey, kVkCapsLockFlag | 0x800000}},
+              "⌃⌥⌘v|⌃⌥⇧⌘c|c"},
+             {{"us"},
+              {{55, 0}, {56, 0}, {58, 0}, {59, 0}, {55, kVkCommandFlag}, {60, shift}, {63, 0}},
+              "||||⌘|⇧⇧|⌘"},
+             {{"us"}, {{122, 0}, {kReturn, shift}, {76, alt}, {114, alt}, {71, alt}}, "F1|⇧↩|⌥|⌥|⌥"},
+             {{"us"}, {{52, 0}, {127, 0}, {200, 0}, {0xffff, 0}}, "|||"},
+             {{"de"}, {{kZ, 0}, {kY, 0}, {kSemicolon, shift}, {kPad1, 0}, {kPoint, 0}}, "y|z|⇧ö|1|,"},
+             {{"de"}, {{kGrave, kVkControlFlag}}, "⌃"},  // a dead key
+             {{"fr"}, {{kA, 0}, {k1, 0}, {kBracket, 0}}, "q|&|"},
+             {{"us", "dvorak"}, {{kS, 0}, {kCKey, 0}}, "o|j"},
+             {{"ru"}, {{kCKey, kVkCommandFlag}}, "⌘с"}}) {
+        ASSERT_EQ(QProcess::execute("setxkbmap", row.layout), 0);
+        std::string names;
+        for (const auto &[keyCode, modifiers] : row.combinations)
+            names += "|" + name(static_cast<std::uint16_t>(keyCode), modifiers);
+        EXPECT_EQ(names, "|" + row.names);
     }
     ASSERT_EQ(QProcess::execute("setxkbmap", {"us,ru", "-variant", ","}), 0);
     X11Desktop desktop;

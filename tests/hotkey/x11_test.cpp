@@ -17,11 +17,6 @@ constexpr std::uint16_t kKeyCodeC = 8, kKeyCodeV = 9, kKeyCodeA = 0, kKeyCodeF19
 constexpr std::uint64_t kCommandShift = kVkCommandFlag | kVkShiftFlag;
 constexpr std::uint16_t kCommandShiftState = XCB_MOD_MASK_4 | XCB_MOD_MASK_SHIFT;
 
-/// Runs setxkbmap, which replaces the whole keyboard.
-bool setKeyboard(const QStringList &arguments) {
-    return QProcess::execute("setxkbmap", arguments) == 0;
-}
-
 class X11HotKey : public testing::Test {
   protected:
     void SetUp() override { other.focusOwnWindow(); }
@@ -133,12 +128,7 @@ TEST_F(X11HotKey, LeavesTheKeysToOthersOnceUnregistered) {
     type();
     EXPECT_EQ(count(), 0u);
     EXPECT_EQ(other.pressesSeen(kC), 1);
-    ASSERT_TRUE(other.grab(kCommandShiftState, kC));
-    other.ungrab(kCommandShiftState, kC);
-
-    ASSERT_EQ(center.registerHotKey(hotKey), hotKey);
-    type();
-    EXPECT_TRUE(waitForCount(1));
+    EXPECT_TRUE(other.grab(kCommandShiftState, kC));
 }
 
 TEST_F(X11HotKey, FiresEachOfSeveralHeldAtOnceEvenIfAReleaseIsReportedToNobody) {
@@ -179,14 +169,17 @@ TEST_F(X11HotKey, FollowsTheKeyboard) {
     EXPECT_TRUE(other.grab(kCommandShiftState, kC)) << "the old combination is kept";
     other.ungrab(kCommandShiftState, kC);
 
-    ASSERT_TRUE(setKeyboard({"us,ru"}));
+    const auto setKeyboard = [](const QStringList &arguments) {
+        EXPECT_EQ(QProcess::execute("setxkbmap", arguments), 0);
+    };
+    setKeyboard({"us,ru"});
     other.lockGroup(1);  // the place stays, whatever character it gives
     EXPECT_TRUE(firesAfterAWhile(2));
-    ASSERT_TRUE(setKeyboard({"us", "-option", "altwin:swap_alt_win"}));
+    setKeyboard({"us", "-option", "altwin:swap_alt_win"});
     EXPECT_TRUE(firesAfterAWhile(3, kAlt));
     type();
     EXPECT_EQ(count(), 3u) << "Super is where Alt was";
-    ASSERT_TRUE(setKeyboard({"us", "-option", ""}));
+    setKeyboard({"us", "-option", ""});
     EXPECT_TRUE(firesAfterAWhile(4));
 }
 
