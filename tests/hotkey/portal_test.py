@@ -7,16 +7,15 @@ import configparser
 import os
 import signal
 import subprocess
-import sys
 import tempfile
 import time
-import unittest
 
 import dbus
 import dbus.bus
 import dbus.service
 from dbus.mainloop.glib import DBusGMainLoop
-from gi.repository import GLib
+
+from hot_key_program import EXAMPLE, HotKeyTest, run_tests, wait_until
 
 BACK_END = "org.freedesktop.impl.portal.desktop.test"
 PORTAL = "org.freedesktop.portal.Desktop"
@@ -27,16 +26,6 @@ YES, NO, FAILURE, NOTHING_CHOSEN, NOT_YET = range(5)
 BUS_CONFIGURATION = """<busconfig><type>session</type><listen>unix:dir=%s</listen><policy context="default">
 <allow send_destination="*"/><allow receive_sender="*"/><allow own="*"/></policy></busconfig>"""
 C, V, F5 = "⇧⌘c", "⇧⌘v", "⇧⌘F5"
-
-
-def wait_until(condition, seconds=10):
-    """Turns the event loop, which brings requests and output, until the condition holds. False if it does not."""
-    end = time.monotonic() + seconds
-    while not condition():
-        if time.monotonic() > end:
-            return False
-        GLib.MainContext.default().iteration(True)
-    return True
 
 
 def write(path, text):
@@ -163,49 +152,7 @@ class Desktop(BackEnd):
         return self.asked[-1]
 
 
-class Program:
-    """A process and the lines that it has printed."""
-
-    def __init__(self, command, environment):
-        self.process = subprocess.Popen(command, env=environment, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-                                        stderr=subprocess.STDOUT)
-        os.set_blocking(self.process.stdout.fileno(), False)
-        self.text = b""
-
-    @property
-    def lines(self):
-        self.text += self.process.stdout.read() or b""
-        return self.text.decode().split("\n")[:-1]
-
-    def count(self, words):
-        return sum(words in line for line in self.lines)
-
-    def says(self, words, count=1, seconds=10):
-        return wait_until(lambda: self.count(words) >= count, seconds) and self.count(words) == count
-
-    def presses(self):
-        return [line.split()[0] for line in self.lines if line.endswith(" was pressed")]
-
-    def enter(self, times=1):
-        self.process.stdin.write(b"\n" * times)
-        self.process.stdin.flush()
-
-    def end(self):
-        self.process.kill()
-        self.process.wait()
-
-    def close(self):
-        self.end()
-        self.process.stdin.close()
-        self.process.stdout.close()
-
-
-class HotKey(unittest.TestCase):
-    def start(self, command, environment=None):
-        program = Program(command, environment)
-        self.addCleanup(program.close)
-        return program
-
+class HotKey(HotKeyTest):
     def assert_fires_once(self, desktop, program, shortcut):
         before = len(program.presses())
         desktop.type(shortcut)
@@ -347,7 +294,5 @@ class HotKey(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    EXAMPLE = sys.argv.pop(1)
     DBusGMainLoop(set_as_default=True)
-    GLib.timeout_add(10, lambda: True)  # wakes up whoever waits for output
-    unittest.main()
+    run_tests()
