@@ -422,8 +422,8 @@ TEST_F(Operations, ListHiddenFilesWhereTheServerCanAndAllOrNothing) {
 }
 
 TEST(Threads, UseOneClientAtTheSameTime) {
-    StorageProcess storage;
-    Client client(storage.port(), TransportOptions(), StorageProcess::kUser, StorageProcess::kPassword);
+    ScriptedFtpServer server;
+    Client client(server.port());
     LogCapture log;
     std::atomic<int> failures = 0;
     std::vector<std::jthread> threads;
