@@ -360,11 +360,11 @@ TEST(UnreachableServer, IsGivenUpByTheLimitOrAtOnce) {
     std::optional<Listener> listener(std::in_place, 0);
     std::vector<int> queued;
     for (int i = 0; i < 4; ++i) queued.push_back(connectTo(listener->port(), SOCK_NONBLOCK));
-    for (const std::size_t kind : {0, 5, 6}) {
-        const Operation &operation = kOperations[kind];
-        SCOPED_TRACE(operation.name);
-        for (const bool isCancelled : {false, true}) {
-            Case c({}, {.connectTimeout = isCancelled ? 15'000ms : 300ms, .idleTimeout = 60s});
+    for (const bool isCancelled : {false, true}) {
+        for (const std::size_t index : {0, 5, 6}) {  // a transfer, a text and a command
+            const Operation &operation = kOperations[index];
+            SCOPED_TRACE(operation.name);
+            Case c({}, {.connectTimeout = isCancelled ? 15'000ms : 300ms});
             c.at.port = listener->port();
             std::stop_source stop;
             const Clock::time_point start = Clock::now();
@@ -372,7 +372,6 @@ TEST(UnreachableServer, IsGivenUpByTheLimitOrAtOnce) {
                 std::this_thread::sleep_for(50ms);
                 if (isCancelled) stop.request_stop();
             });
-            log.take();
             EXPECT_FALSE(operation.run(c, stop.get_token()));
             EXPECT_GE(Clock::now() - start, isCancelled ? 0ms : 250ms);
             EXPECT_LT(Clock::now() - start, isCancelled ? 900ms : 4000ms);
