@@ -105,6 +105,13 @@ class X11HotKey(HotKeyTest):
                 ("+super +shift +c +v -c -v -shift -super", [C, V])):
             self.assert_fires(program, keys, expected)
 
+    def test_fires_once_however_long_the_key_is_held(self):
+        program = self.run_example("8", "0")
+        hands.x.XkbSetAutoRepeatRate(hands.display, CORE_KEYBOARD, 40, 10)
+        hands.type("+super +shift +c")
+        self.assertFalse(wait_until(program.presses, 0.4))
+        self.assert_fires(program, "-c -shift -super", [C])
+
     def test_ignores_every_mix_of_lock_keys_unless_it_asks_for_caps_lock(self):
         hands.put_on_modifier(MOD3_INDEX, [KEYS["scroll"]])
         program, with_caps = self.run_example("8", "0"), self.run_example("0x130000", "9")
