@@ -253,8 +253,13 @@ class HotKey(HotKeyTest):
         self.assertTrue(program.says("is lost: the portal of this desktop has no global shortcuts"))
 
     def test_tells_of_a_portal_that_stays_away_or_does_not_answer(self):
-        away, slow, hung = Desktop(self), Desktop(self), Desktop(self)
-        waiting = away.run()
+        away, slow, hung, back = Desktop(self), Desktop(self), Desktop(self), Desktop(self)
+        kept, waiting = back.run(), away.run()
+        back.shortcut(1)
+        back.end_portal()
+        self.assertTrue(kept.says("waiting for it to come back"))
+        back.start_portal()
+        back.shortcut(2)
         away.shortcut(1)
         away.end_portal()
         for desktop in slow, hung:
@@ -267,6 +272,7 @@ class HotKey(HotKeyTest):
         self.assert_fires_once(slow, later, slow.shortcut(1))
 
         self.assertTrue(waiting.says("is lost: the desktop portal has ended and not come back"))
+        self.assertEqual(kept.count("lost"), 0)  # it was away for less, and before
         away.start_portal()
         self.assertTrue(waiting.says("is back"))
         self.assert_fires_once(away, waiting, away.shortcut(2))

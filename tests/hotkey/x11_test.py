@@ -108,6 +108,7 @@ class X11HotKey(HotKeyTest):
     def test_fires_once_however_long_the_key_is_held(self):
         program = self.run_example("8", "0")
         hands.x.XkbSetAutoRepeatRate(hands.display, CORE_KEYBOARD, 40, 10)
+        self.addCleanup(hands.x.XkbSetAutoRepeatRate, hands.display, CORE_KEYBOARD, 660, 40)
         hands.type("+super +shift +c")
         self.assertFalse(wait_until(program.presses, 0.4))
         self.assert_fires(program, "-c -shift -super", [C])
