@@ -21,13 +21,12 @@ std::string nameOf(const VkHotKey &hotKey) {
     return VkStringFromKeyCode(hotKey.keyCode(), hotKey.modifierFlags());
 }
 
-bool take(const std::shared_ptr<VkHotKey> &hotKey) {
+void take(const std::shared_ptr<VkHotKey> &hotKey) {
     VkHotKeyCenter &center = VkHotKeyCenter::sharedHotKeyCenter();
     const bool isTaken = center.registerHotKey(hotKey) != nullptr;
     if (isTaken) std::printf("Press %s; Ctrl+C in this terminal ends it\n", nameOf(*hotKey).c_str());
     if (!isTaken)
         std::printf("%s is not to be had: %s\n", nameOf(*hotKey).c_str(), center.lastFailure()->c_str());
-    return isTaken;
 }
 
 }  // namespace
@@ -59,8 +58,9 @@ int main(int argc, char **argv) {
             VkHotKey::hotKeyWithKeyCode(keyCode, modifiers, [keyCode, modifiers](const VkKeyEvent &) {
                 std::printf("%s was pressed\n", VkStringFromKeyCode(keyCode, modifiers).c_str());
             }));
-        if (!take(hotKeys.back())) return 1;
+        take(hotKeys.back());
     }
+    if (center.registeredHotKeys().empty()) return 1;
 
     QSocketNotifier typed(STDIN_FILENO, QSocketNotifier::Read);
     QObject::connect(&typed, &QSocketNotifier::activated, [&] {

@@ -125,12 +125,13 @@ class X11HotKey(HotKeyTest):
 
     def test_fails_whole_when_another_program_holds_one_mix(self):
         self.assertTrue(hands.grab(SUPER | SHIFT | NUM))
-        program = self.run_example()
+        program = self.run_example("8", "0")
         self.assertTrue(program.says("is not to be had: another program has taken the combination"))
         for mix in 0, CAPS, NUM | CAPS:
             self.assertTrue(hands.grab(SUPER | SHIFT | mix), mix)
             hands.ungrab(SUPER | SHIFT | mix)
         hands.ungrab(SUPER | SHIFT | NUM)
+        program.end()
         self.assertTrue(self.run_example().says("Press "))
         self.assertFalse(hands.grab(SUPER | SHIFT))
         for keycode in "63", "200":  # no X key has the code of the Fn key
