@@ -18,8 +18,7 @@ import time
 from table import Series, Table
 
 HERE = os.path.dirname(os.path.realpath(__file__))
-SERVER = os.path.join(HERE, "../tests/support/ftp-servers/ftp-server")
-MORE_SERVERS = os.path.join(HERE, "more-ftp-servers")
+SERVER = os.path.join(HERE, "more-ftp-servers")
 DELAYED_NETWORK = os.path.join(HERE, "delayed-network")
 KINDS = ("pyftpdlib", "vsftpd", "proftpd", "pureftpd")
 # Servers that wait for the acknowledgement of one reply before they send the next.
@@ -59,8 +58,7 @@ def cores():
 @contextlib.contextmanager
 def server(kind, folder, *options):
     """Yields the port of a server over the folder."""
-    program = MORE_SERVERS if kind in WAITING_KINDS else SERVER
-    process = subprocess.Popen([program, kind, folder, *options], stdout=subprocess.PIPE, stdin=subprocess.PIPE, text=True,
+    process = subprocess.Popen([SERVER, kind, folder, *options], stdout=subprocess.PIPE, stdin=subprocess.PIPE, text=True,
                                preexec_fn=lambda: os.sched_setaffinity(0, {cores()[0]}))
     try:
         line = process.stdout.readline().split()
@@ -68,7 +66,7 @@ def server(kind, folder, *options):
             sys.exit(f"{kind} does not start: {' '.join(line)}")
         yield line[1]
     finally:
-        process.terminate()
+        process.kill()
         process.wait()
 
 

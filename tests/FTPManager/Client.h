@@ -1,36 +1,65 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "FTPManager/FTPManager.h"
 
+inline const std::string kStreamError = "ftp stream failed: general stream error (check credentials?)";
+
+/// Collects the library's diagnostic lines while it lives.
+class LogCapture {
+  public:
+    LogCapture() {
+        setFTPManagerLogSink([this](std::string_view line) {
+            const std::scoped_lock lock(mutex_);
+            lines_.emplace_back(line);
+        });
+    }
+    ~LogCapture() { setFTPManagerLogSink({}); }
+    LogCapture(const LogCapture &) = delete;
+    LogCapture &operator=(const LogCapture &) = delete;
+
+    /// The lines since the last call.
+    std::vector<std::string> take() {
+        const std::scoped_lock lock(mutex_);
+        return std::exchange(lines_, {});
+    }
+
+  private:
+    std::mutex mutex_;
+    std::vector<std::string> lines_;
+};
+
 /// A manager and reads over one transport, towards a server on loopback.
 struct Client {
-    explicit Client(std::uint16_t serverPort, TransportLimits limits = {}, const std::string &user = "u",
+    explicit Client(std::uint16_t port, const TransportOptions &options, const std::string &user = "u",
                     const std::string &password = "p")
-        : port(serverPort),
-          server(FMServer::serverWithDestination("127.0.0.1/htdocs", user, password)),
-          login(user + ":" + password),
-          transport(std::make_shared<FTPTransport>(TransportOptions{.limits = limits, .caFile = {}})),
+        : server(FMServer::serverWithDestination("127.0.0.1/htdocs", user, password)),
+          transport(std::make_shared<FTPTransport>(options)),
           manager(transport) {
         server.port = port;
     }
+    explicit Client(std::uint16_t port, const TransportLimits &limits = {}, TlsMode tls = TlsMode::kOff)
+        : Client(port, TransportOptions{.limits = limits, .tls = tls, .caFile = {}}) {}
 
-    bool upload(std::string_view text, std::stop_token cancelled = {}) {
-        return manager.uploadData(text, "n", &server, std::move(cancelled));
+    bool upload(std::string_view text, const std::string &name = "n", const std::stop_token &cancelled = {}) {
+        return manager.uploadData(text, name, &server, cancelled);
     }
-    std::optional<std::string> read(std::stop_token cancelled = {}, const std::string &name = "n") const {
-        return stringWithContentsOfURL(url(name), *transport, std::move(cancelled));
+    FTPText readText(const std::string &name = "n", std::stop_token cancelled = {}) const {
+        return textWithContentsOfURL(url(name), *transport, std::move(cancelled));
     }
+    std::optional<std::string> read(const std::string &name = "n") const { return readText(name).text; }
     std::string url(const std::string &name) const {
-        return "ftp://" + login + "@127.0.0.1:" + std::to_string(port) + "/htdocs/" + name;
+        return ftpURLForFile({*server.username, *server.password, "127.0.0.1", server.port, "htdocs", name})
+            .value_or("");
     }
 
-    const std::uint16_t port;
     FMServer server;
-    const std::string login;
     const std::shared_ptr<FTPTransport> transport;
     FTPManager manager;
 };

@@ -10,13 +10,9 @@
 #include "FTPManager/FTPManager.h"
 #include "FTPManager/Text.h"
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    setFTPManagerLogSink([](std::string_view) {});
-    return 0;
-}
-
 /// What a server says, in packets; each begins with a byte that tells its length.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+    setFTPManagerLogSink([](std::string_view) {});
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK, 0, ends) != 0) return 0;
     std::string_view rest(reinterpret_cast<const char *>(data), size);
@@ -35,12 +31,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         fm::_listenLoopForSocket(ends[0], std::chrono::milliseconds(100), std::chrono::seconds(10));
     close(ends[0]);
     assert(answers == expected);
-
-    bool isRefused = false;
-    for (std::size_t i = 0; i < expected.size(); ++i) {
-        const bool isFirst = i == 0 || expected[i - 1] == '\n';
-        isRefused |= isFirst && (expected[i] == '4' || expected[i] == '5');
-    }
+    const bool isRefused =
+        expected.find("\n4") != std::string::npos || expected.find("\n5") != std::string::npos;
     assert(fm::_checkAnswers(expected) == !isRefused);
     return 0;
 }

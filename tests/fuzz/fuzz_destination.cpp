@@ -7,13 +7,9 @@
 #include "FTPManager/FTPManager.h"
 #include "FTPManager/Text.h"
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    setFTPManagerLogSink([](std::string_view) {});
-    return 0;
-}
-
 /// A port, then texts that end at a zero byte: destination, file name, user, password.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+    setFTPManagerLogSink([](std::string_view) {});
     std::int32_t port = 0;
     if (size < sizeof port) return 0;
     std::memcpy(&port, data, sizeof port);
@@ -23,11 +19,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         rest.remove_prefix(std::min(rest.size(), text.size() + 1));
         return text;
     };
-    const std::string destination = nextText();
-    const std::string fileName = nextText();
-    const std::string user = nextText();
-    const std::string password = nextText();
-
+    const std::string destination = nextText(), fileName = nextText(), user = nextText(),
+                      password = nextText();
     const std::string host = fmhost(destination);
     const std::optional<std::string> folder = fmdir(destination);
     assert(host.find('/') == std::string::npos);

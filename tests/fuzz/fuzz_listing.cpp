@@ -5,18 +5,7 @@
 
 #include "FTPManager/FTPListing.h"
 
-namespace {
-
 constexpr std::chrono::sys_seconds kNow = std::chrono::sys_days(std::chrono::year(2026) / 11 / 23);
-
-void checkEntry(const FTPResource &entry) {
-    assert(!entry.name.empty() && entry.name != "." && entry.name != "..");
-    assert(entry.name.find('\n') == std::string::npos);
-    assert(entry.mode <= 07777);
-    assert(entry.link.empty() || entry.type == FTPResourceType::kSymbolicLink);
-}
-
-}  // namespace
 
 /// A listing of these bytes, whole and cut where the first byte says.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
@@ -27,7 +16,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const auto part = fm::parseListing(cut, kNow);
     if (whole) {
         // The line that was cut is not there yet; all before it are.
-        std::for_each(whole->begin(), whole->end(), checkEntry);
+        for (const FTPResource &entry : *whole) {
+            assert(!entry.name.empty() && entry.name != "." && entry.name != "..");
+            assert(entry.name.find('\n') == std::string::npos);
+            assert(entry.mode <= 07777);
+            assert(entry.link.empty() || entry.type == FTPResourceType::kSymbolicLink);
+        }
         assert(part && part->size() <= whole->size());
         assert(std::equal(part->begin(), part->end(), whole->begin()));
     }

@@ -1,6 +1,7 @@
+// What a combination is called on the keyboard in force.
+
 #include <gmock/gmock.h>
 
-#include <QCoreApplication>
 #include <QProcess>
 #include <cstdlib>
 #include <filesystem>
@@ -9,32 +10,25 @@
 
 #include "hotkey/VkHotKey.h"
 #include "hotkey/VkHotKeyUtilities.h"
-#include "hotkey/X11Desktop.h"
 
 namespace {
 
-constexpr std::uint16_t kKeyA = 0, kKeyS = 1, kKeyZ = 6, kKeyC = 8, kKeyV = 9, kKeyY = 16, kKey1 = 18;
-constexpr std::uint16_t kKeyBracket = 33, kKeySemicolon = 41, kKeyGrave = 50, kKeyPoint = 65,
-                        kKeyNumLock = 71;
-constexpr std::uint16_t kKeyPadEnter = 76, kKeyPad1 = 83, kKeyInsert = 114;
+constexpr std::uint16_t kA = 0, kS = 1, kZ = 6, kCKey = 8, kVKey = 9, kY = 16, k1 = 18, kBracket = 33;
+constexpr std::uint16_t kReturn = 36, kSemicolon = 41, kGrave = 50, kPoint = 65, kPad1 = 83;
 
 std::string name(std::uint16_t keyCode, std::uint64_t modifiers = 0) {
     return VkStringFromKeyCode(keyCode, modifiers);
 }
 
-void setLayout(const QStringList &arguments) {
-    ASSERT_EQ(QProcess::execute("setxkbmap", arguments), 0);
-}
-
 // The first: ThreadSanitizer overlooks the locks of a thread that has started a program by QProcess.
-TEST(KeyNames, MayBeAskedForOftenAndOnAnyThread) {
+TEST(AFirstKeyName, MayBeAskedForOftenAndOnAnyThread) {
     const auto openFiles = [] {
         return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
     };
-    name(kKeyV);
+    name(kVKey);
     const auto before = openFiles();
     const auto askOften = [] {
-        for (int i = 0; i < 200; ++i) EXPECT_EQ(name(kKeyV), "v");
+        for (int i = 0; i < 200; ++i) EXPECT_EQ(name(kVKey), "v");
     };
     std::thread other(askOften);
     askOften();
@@ -42,75 +36,58 @@ TEST(KeyNames, MayBeAskedForOftenAndOnAnyThread) {
     EXPECT_EQ(openFiles(), before);
 }
 
-TEST(KeyNames, BeginWithTheModifiersInTheirOrder) {
-    setLayout({"us"});
-    EXPECT_EQ(name(kKeyV, 0x1C0000), "⌃⌥⌘v");
-    EXPECT_EQ(name(kKeyC, ~std::uint64_t{0}), "⌃⌥⇧⌘c");
-    EXPECT_EQ(name(kKeyC, kVkCapsLockFlag | 0x800000), "c");
-    EXPECT_EQ(name(55, kVkCommandFlag), "⌘");
-    for (const std::uint16_t modifierKey : {55, 56, 58, 59}) EXPECT_EQ(name(modifierKey), "");
-    EXPECT_EQ(name(60, kVkShiftFlag), "⇧⇧");
-    EXPECT_EQ(name(63), "⌘");
-    EXPECT_EQ(name(122), "F1");
-    EXPECT_EQ(name(36, kVkShiftFlag), "⇧↩");
-    for (const std::uint16_t nothing : {kKeyPadEnter, kKeyInsert, kKeyNumLock})
-        EXPECT_EQ(name(nothing, kVkOptionFlag), "⌥") << nothing;
-    for (const int missing : {52, 127, 200, 0xffff}) EXPECT_EQ(name(static_cast<std::uint16_t>(missing)), "");
+TEST(KeyName, IsThatOfTheLayoutInForceBehindTheModifiers) {
+    struct Row {
+        QStringList layout;
+        std::vector<std::pair<int, std::uint64_t>> combinations;
+        std::string names;
+    };
+    constexpr std::uint64_t shift = kVkShiftFlag, alt = kVkOptionFlag;
+    for (const Row &row : std::vector<Row>{
+             {{"us"},
+              {{kVKey, 0x1C0000}, {kCKey, ~0ull}, {kCKey, kVkCapsLockFlag | 0x800000}},
+              "⌃⌥⌘v|⌃⌥⇧⌘c|c"},
+             {{"us"},
+              {{55, 0}, {56, 0}, {58, 0}, {59, 0}, {55, kVkCommandFlag}, {60, shift}, {63, 0}},
+              "||||⌘|⇧⇧|⌘"},
+             {{"us"}, {{122, 0}, {kReturn, shift}, {76, alt}, {114, alt}, {71, alt}}, "F1|⇧↩|⌥|⌥|⌥"},
+             {{"us"}, {{52, 0}, {127, 0}, {200, 0}, {0xffff, 0}}, "|||"},
+             {{"de"}, {{kZ, 0}, {kY, 0}, {kSemicolon, shift}, {kPad1, 0}, {kPoint, 0}}, "y|z|⇧ö|1|,"},
+             {{"de"}, {{kGrave, kVkControlFlag}}, "⌃"},  // a dead key
+             {{"fr"}, {{kA, 0}, {k1, 0}, {kBracket, 0}}, "q|&|"},
+             {{"us", "dvorak"}, {{kS, 0}, {kCKey, 0}}, "o|j"},
+             {{"ru"}, {{kCKey, kVkCommandFlag}}, "⌘с"}}) {
+        ASSERT_EQ(QProcess::execute("setxkbmap", row.layout), 0);
+        std::string names;
+        for (const auto &[keyCode, modifiers] : row.combinations)
+            names += "|" + name(static_cast<std::uint16_t>(keyCode), modifiers);
+        EXPECT_EQ(names, "|" + row.names);
+    }
 }
 
-TEST(KeyNames, AreTheCharactersOfTheLayoutInForce) {
-    setLayout({"de"});
-    EXPECT_EQ(name(kKeyZ) + name(kKeyY) + name(kKeySemicolon, kVkShiftFlag), "yz⇧ö");
-    EXPECT_EQ(name(kKeyGrave, kVkControlFlag), "⌃") << "a dead key";
-    EXPECT_EQ(name(kKeyPad1) + name(kKeyPoint), "1,");
-    setLayout({"fr"});
-    EXPECT_EQ(name(kKeyA) + name(kKey1) + name(kKeyBracket), "q&");
-    setLayout({"us", "dvorak"});
-    EXPECT_EQ(name(kKeyS) + name(kKeyC), "oj");
-    setLayout({"ru"});
-    EXPECT_EQ(name(kKeyC, kVkCommandFlag), "⌘с");
-
-    setLayout({"us,ru", "-variant", ","});
-    X11Desktop desktop;
-    EXPECT_EQ(name(kKeyC), "c");
-    desktop.lockGroup(1);
-    EXPECT_EQ(name(kKeyC), "с");
-    EXPECT_EQ(name(kKeyPad1), "1");
-    desktop.lockGroup(0);
-    desktop.lockModifiers(XCB_MOD_MASK_LOCK | XCB_MOD_MASK_2);
-    desktop.press({kShift});
-    EXPECT_EQ(name(kKeyC) + name(kKeyPad1), "c1") << "whatever is held or locked just now";
-}
-
-TEST(KeyNames, DoWithoutAnXServer) {
-    setLayout({"us"});
+TEST(KeyName, DoesWithoutAnXServer) {
+    ASSERT_EQ(QProcess::execute("setxkbmap", {"us"}), 0);
     const std::string display = std::getenv("DISPLAY");
-    unsetenv("DISPLAY");
     setenv("XKB_DEFAULT_LAYOUT", "fr", true);
-    EXPECT_EQ(name(kKeyA, kVkShiftFlag), "⇧q");
-    setenv("DISPLAY", display.c_str(), true);
-    EXPECT_EQ(name(kKeyA), "a");
+    EXPECT_EQ(name(kA), "a");
+    unsetenv("DISPLAY");
+    EXPECT_EQ(name(kA, kVkShiftFlag), "⇧q");
 
     QProcess server;
     server.start("Xvfb", {"-displayfd", "1", "-screen", "0", "64x64x24", "-nolisten", "tcp"});
-    ASSERT_TRUE(waitUntil([&] { return server.canReadLine(); }));
+    ASSERT_TRUE(server.waitForReadyRead(10'000));
     setenv("DISPLAY", (":" + server.readLine().trimmed()).constData(), true);
-    EXPECT_EQ(name(kKeyA), "a");
+    EXPECT_EQ(name(kA), "a");
     server.kill();
     server.waitForFinished();
-    EXPECT_EQ(name(kKeyA), "q");
+    EXPECT_EQ(name(kA), "q");
 
     setenv("DISPLAY", "nowhere", true);
     setenv("XKB_DEFAULT_LAYOUT", "no such layout", true);
-    EXPECT_EQ(name(kKeyA, kVkShiftFlag), "⇧");
-    EXPECT_EQ(name(36), "↩");
+    EXPECT_EQ(name(kA, kVkShiftFlag), "⇧");
+    EXPECT_EQ(name(kReturn), "↩");
     setenv("DISPLAY", display.c_str(), true);
+    unsetenv("XKB_DEFAULT_LAYOUT");
 }
 
 }  // namespace
-
-int main(int argc, char **argv) {
-    testing::InitGoogleTest(&argc, argv);
-    QCoreApplication application(argc, argv);
-    return RUN_ALL_TESTS();
-}

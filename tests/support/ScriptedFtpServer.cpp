@@ -2,15 +2,19 @@
 
 #include <netinet/tcp.h>
 #include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <utility>
 
 namespace {
 
-constexpr int kPatienceMs = 10'000;
+constexpr std::chrono::seconds kPatience{10};
+
+const std::map<std::string, std::string> kUsualReplies = {
+    {"USER", "331 Password?"}, {"PASS", "230 Welcome."},        {"PWD", "257 \"/\" is the folder."},
+    {"TYPE", "200 So be it."}, {"CWD", "250 You are there."},   {"SITE", "200 As you wish."},
+    {"QUIT", "221 Bye."},      {"MKD", "257 \"It\" is there."}, {"DELE", "250 Gone."},
+    {"RMD", "250 Gone."}};
 
 bool sendAll(int descriptor, std::string_view bytes) {
     while (!bytes.empty()) {
@@ -26,11 +30,6 @@ void resetOnClose(int descriptor) {
     setsockopt(descriptor, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
 }
 
-void setNoDelay(int descriptor) {
-    const int on = 1;
-    setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-}
-
 }  // namespace
 
 /// One client, on a thread of its own.
@@ -40,8 +39,8 @@ class ScriptedFtpServer::Session {
 
     ~Session() {
         closeData();
-        server_.nextFault("end");
         server_.release(control_);
+        server_.nextFault("end");
     }
 
     void run() {
@@ -52,9 +51,8 @@ class ScriptedFtpServer::Session {
                 const std::scoped_lock lock(server_.mutex_);
                 server_.commands_.push_back(line);
             }
-            if (!handle(line.substr(0, line.find(' ')),
-                        line.substr(std::min(line.size(), line.find(' ') + 1))))
-                return;
+            const std::size_t blank = std::min(line.size(), line.find(' '));
+            if (!handle(line.substr(0, blank), line.substr(std::min(line.size(), blank + 1)))) return;
         }
     }
 
@@ -72,41 +70,42 @@ class ScriptedFtpServer::Session {
     /// Replies as usual, or as a fault has it; false if the connection is over. `goesOn` tells whether the
     /// command goes on after it.
     bool answer(std::string_view at, const std::string &usual, bool *goesOn = nullptr) {
-        const std::optional<Fault> fault = server_.nextFault(at);
-        if (fault && fault->meanwhile) fault->meanwhile();
-        if (fault && fault->stalls) server_.pauseForever();
-        if (fault && !server_.pause(fault->delay)) return false;
-        std::string reply = usual;
-        if (fault && !fault->reply.empty()) reply = fault->reply;
-        const bool ends = fault && (fault->hangsUp || fault->resets);
-        if (fault && fault->resets) resetOnClose(control_);
-        if (ends && fault->reply.empty()) return false;
+        const Fault fault = server_.nextFault(at).value_or(Fault{});
+        if (fault.meanwhile) fault.meanwhile();
+        if (fault.stalls) server_.pause({});
+        if (!server_.pause(fault.delay)) return false;
+        if (fault.resets) resetOnClose(control_);
+        const bool ends = fault.hangsUp || fault.resets;
+        if (ends && fault.reply.empty()) return false;
+        const std::string reply = (fault.reply.empty() ? usual : fault.reply) + "\r\n";
         if (goesOn) *goesOn = reply.starts_with('1');
-        reply += "\r\n";
-        if (!fault || !fault->dribbles) return sendAll(control_, reply) && !ends;
-        setNoDelay(control_);
-        for (const char c : reply) {
-            if (!sendAll(control_, {&c, 1})) return false;
-        }
-        return !ends;
+        if (!fault.dribbles) return sendAll(control_, reply) && !ends;
+        const int on = 1;
+        setsockopt(control_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+        return std::ranges::all_of(reply, [this](char c) { return sendAll(control_, {&c, 1}); }) && !ends;
     }
 
     bool handle(const std::string &verb, const std::string &argument) {
-        if (verb == "USER") return answer(verb, "331 Password?");
-        if (verb == "PASS") return answer(verb, "230 Welcome.");
-        if (verb == "PWD") return answer(verb, "257 \"/\" is the folder.");
-        if (verb == "TYPE") return answer(verb, "200 So be it.");
-        if (verb == "CWD") return changeFolder(argument);
+        const std::string path = folder_ + argument;
         if (verb == "EPSV" || verb == "PASV") return openData(verb);
-        if (verb == "STOR") return store(folder_ + argument);
-        if (verb == "SIZE") return tellSize(folder_ + argument);
-        if (verb == "RETR") return retrieve(verb, server_.file(folder_ + argument));
-        if (verb == "LIST") return list(argument);
-        if (verb == "MKD") return makeFolder(folder_ + argument);
-        if (verb == "DELE" || verb == "RMD") return remove(verb, folder_ + argument);
-        if (verb == "SITE") return answer(verb, "200 As you wish.");
-        if (verb == "QUIT") return answer(verb, "221 Bye.") && false;
-        return answer(verb, "502 Not here.");
+        if (verb == "STOR") return store(path);
+        if (verb == "RETR") return retrieve(verb, server_.file(path));
+        if (verb == "LIST") return list(argument == "-a");
+        if (verb == "CWD") folder_ = argument == "/" ? "" : argument + "/";
+        const auto content = server_.file(path);
+        if (verb == "SIZE" && content) return answer(verb, "213 " + std::to_string(content->size()));
+        const auto usual = kUsualReplies.find(verb);
+        std::string reply = usual == kUsualReplies.end() ? "502 Not here." : usual->second;
+        if (verb == "SIZE" || !changesFiles(verb, path)) reply = "550 Not with that name.";
+        return answer(verb, reply) && verb != "QUIT";
+    }
+
+    /// False if that cannot be done; true for commands that do not change any.
+    bool changesFiles(const std::string &verb, const std::string &path) {
+        const std::scoped_lock lock(server_.mutex_);
+        if (verb == "MKD") return server_.folders_.insert(path).second;
+        if (verb == "RMD") return server_.folders_.erase(path) > 0;
+        return verb != "DELE" || server_.files_.erase(path) > 0;
     }
 
     bool openData(const std::string &verb) {
@@ -119,48 +118,20 @@ class ScriptedFtpServer::Session {
                                 std::to_string(port % 256) + ").");
     }
 
-    bool changeFolder(const std::string &folder) {
-        folder_ = folder == "/" ? "" : folder + "/";
-        return answer("CWD", "250 You are there.");
-    }
-
-    bool tellSize(const std::string &path) {
-        const std::optional<std::string> content = server_.file(path);
-        return answer("SIZE", content ? "213 " + std::to_string(content->size()) : "550 No such file.");
-    }
-
-    bool makeFolder(const std::string &path) {
-        bool isNew = false;
-        {
-            const std::scoped_lock lock(server_.mutex_);
-            isNew = server_.folders_.insert(path).second;
-        }
-        return answer("MKD", isNew ? "257 \"/" + path + "\" is there." : "550 It was there before.");
-    }
-
-    bool remove(const std::string &verb, const std::string &path) {
-        bool wasThere = false;
-        {
-            const std::scoped_lock lock(server_.mutex_);
-            wasThere = (verb == "RMD" ? server_.folders_.erase(path) : server_.files_.erase(path)) > 0;
-        }
-        return answer(verb, wasThere ? "250 Gone." : "550 Nothing of that name.");
-    }
-
-    bool list(const std::string &options) {
-        if (options == "-a" && server_.nextFault("options")) return retrieve("LIST", "");
+    bool list(bool withHidden) {
+        if (withHidden && server_.nextFault("options")) return retrieve("LIST", "");
         std::string listing = "total 1\r\n";
         {
             const std::scoped_lock lock(server_.mutex_);
             for (const auto &[path, content] : server_.files_) {
-                const bool isHere = path.starts_with(folder_);
-                const std::string name = isHere ? path.substr(folder_.size()) : "";
+                const std::string name = path.starts_with(folder_) ? path.substr(folder_.size()) : "";
                 if (name.empty() || name.find('/') != std::string::npos) continue;
-                if (name.starts_with('.') && options != "-a") continue;
+                if (name.starts_with('.') && !withHidden) continue;
                 listing +=
                     "-rw-r--r-- 1 u g " + std::to_string(content.size()) + " Jan 02  2020 " + name + "\r\n";
             }
         }
+        if (server_.nextFault("listing")) listing.resize(listing.size() - 2);
         return retrieve("LIST", listing);
     }
 
@@ -172,21 +143,20 @@ class ScriptedFtpServer::Session {
     bool acceptData() {
         if (!dataListener_) return false;
         pollfd waiting{.fd = dataListener_->descriptor(), .events = POLLIN, .revents = 0};
-        if (poll(&waiting, 1, kPatienceMs) != 1) return false;
+        if (poll(&waiting, 1, std::chrono::milliseconds(kPatience).count()) != 1) return false;
         data_ = accept4(waiting.fd, nullptr, nullptr, SOCK_CLOEXEC);
         return data_ >= 0;
     }
 
     /// Whether the transfer runs to its end.
     bool survivesMiddle() {
-        const std::optional<Fault> fault = server_.nextFault("data");
-        if (!fault) return true;
-        if (fault->stalls) server_.pauseForever();
-        if (fault->resets) {
+        const Fault fault = server_.nextFault("data").value_or(Fault{});
+        if (fault.stalls) server_.pause({});
+        if (fault.resets) {
             resetOnClose(data_);
             resetOnClose(control_);
         }
-        return server_.pause(fault->delay) && !fault->hangsUp && !fault->resets && !fault->stalls;
+        return server_.pause(fault.delay) && !fault.hangsUp && !fault.resets;
     }
 
     bool store(const std::string &path) {
@@ -241,16 +211,14 @@ ScriptedFtpServer::~ScriptedFtpServer() {
 void ScriptedFtpServer::acceptClients() {
     int client = -1;
     while ((client = accept4(listener_.descriptor(), nullptr, nullptr, SOCK_CLOEXEC)) >= 0) {
-        keep(client);
+        {
+            const std::scoped_lock lock(mutex_);
+            clients_.insert(client);
+            ++connectionCount_;
+            if (isStopping_) shutdown(client, SHUT_RDWR);
+        }
         sessions_.emplace_back([this, client] { Session(*this, client).run(); });
     }
-}
-
-void ScriptedFtpServer::keep(int descriptor) {
-    const std::scoped_lock lock(mutex_);
-    clients_.insert(descriptor);
-    ++connectionCount_;
-    if (isStopping_) shutdown(descriptor, SHUT_RDWR);
 }
 
 void ScriptedFtpServer::release(int descriptor) {
@@ -280,15 +248,13 @@ std::optional<Fault> ScriptedFtpServer::nextFault(std::string_view at) {
     return std::nullopt;
 }
 
-/// False if the server ends meanwhile.
-bool ScriptedFtpServer::pause(std::chrono::milliseconds duration) {
+/// Without a duration until the server ends. False if it ends meanwhile.
+bool ScriptedFtpServer::pause(std::optional<std::chrono::milliseconds> duration) {
     std::unique_lock lock(mutex_);
-    return !changed_.wait_for(lock, duration, [this] { return isStopping_; });
-}
-
-void ScriptedFtpServer::pauseForever() {
-    std::unique_lock lock(mutex_);
-    changed_.wait(lock, [this] { return isStopping_; });
+    const auto isStopping = [this] { return isStopping_; };
+    if (duration) return !changed_.wait_for(lock, *duration, isStopping);
+    changed_.wait(lock, isStopping);
+    return false;
 }
 
 bool ScriptedFtpServer::hasFolder(const std::string &path) const {
@@ -304,8 +270,7 @@ void ScriptedFtpServer::setFile(const std::string &path, std::string content) {
 std::optional<std::string> ScriptedFtpServer::file(const std::string &path) const {
     const std::scoped_lock lock(mutex_);
     const auto found = files_.find(path);
-    if (found == files_.end()) return std::nullopt;
-    return found->second;
+    return found == files_.end() ? std::nullopt : std::optional(found->second);
 }
 
 std::vector<std::string> ScriptedFtpServer::commands() const {
@@ -325,8 +290,12 @@ int ScriptedFtpServer::connectionCount() const {
 
 bool ScriptedFtpServer::waitUntilAt(const std::string &point) const {
     std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, std::chrono::milliseconds(kPatienceMs),
-                             [&] { return pointsReached_.contains(point); });
+    return changed_.wait_for(lock, kPatience, [&] { return pointsReached_.contains(point); });
+}
+
+bool ScriptedFtpServer::waitForOpenConnections(std::size_t count) const {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, kPatience, [&] { return clients_.size() == count; });
 }
 
 void ScriptedFtpServer::hangUpWith(const std::string &line) {

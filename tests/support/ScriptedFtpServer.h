@@ -14,12 +14,13 @@
 #include <thread>
 #include <vector>
 
-#include "support/Listener.h"
+#include "support/FtpServers.h"
 
 /// Something that a good server never does.
 struct Fault {
     /// A command ("STOR"), or "greeting" (the first line), "data" (amid the bytes of a transfer), "done" (the
-    /// reply to a whole transfer), "options" ("-a" is taken for the name of a file that is not there).
+    /// reply to a whole transfer), "options" ("-a" is taken for the name of a file that is not there),
+    /// "listing" (its last line has no end).
     std::string at;
     /// Sent instead of the usual reply, line ends apart; a command whose reply does not begin with 1 ends
     /// there.
@@ -44,8 +45,7 @@ struct Fault {
 using Faults = std::vector<Fault>;
 
 /// An FTP server on loopback that keeps files in memory, takes any login, and has faults on request. A folder
-/// need not be made before there are files in it.
-/// May be used from any thread.
+/// need not be made before there are files in it. May be used from any thread.
 class ScriptedFtpServer {
   public:
     explicit ScriptedFtpServer(Faults faults = {});
@@ -68,6 +68,8 @@ class ScriptedFtpServer {
     /// Waits until a client has brought it to this point, named as in Fault, or "end": a client's session is
     /// over. False after 10 s.
     bool waitUntilAt(const std::string &point) const;
+    /// Waits until so many connections are open. False after 10 s.
+    bool waitForOpenConnections(std::size_t count) const;
     /// Says something to every client unasked, and hangs up.
     void hangUpWith(const std::string &line);
 
@@ -76,12 +78,10 @@ class ScriptedFtpServer {
 
     void acceptClients();
     std::optional<Fault> nextFault(std::string_view at);
-    bool pause(std::chrono::milliseconds duration);
-    void pauseForever();
-    void keep(int descriptor);
+    bool pause(std::optional<std::chrono::milliseconds> duration);
     void release(int descriptor);
 
-    Listener listener_{16};
+    Listener listener_{64};
 
     mutable std::mutex mutex_;
     mutable std::condition_variable changed_;

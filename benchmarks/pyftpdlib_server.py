@@ -1,6 +1,8 @@
-"""An FTP server of Python's FTP library, in this process."""
+"""pyftpdlib_server.py ADDRESS PORT FOLDER USER PASSWORD [CERTIFICATE]: an FTP server of Python's FTP library. With a certificate,
+and its key in the same file, it demands encryption."""
 
 import logging
+import sys
 
 from OpenSSL import SSL
 from pyftpdlib.authorizers import DummyAuthorizer
@@ -28,18 +30,18 @@ class ResumingData(TLS_DTPHandler):
             self.close()
 
 
-def serve(address, folder, user, password, tls, certificate):
-    """Serves without end. tls is "off", "optional" or "required"; certificate is a file with the key, too."""
-    base = FTPHandler if tls == "off" else TLS_FTPHandler
+address, port, folder, user, password, *certificate = sys.argv[1:]
 
-    class Handler(base):
-        authorizer = DummyAuthorizer()
-        auth_failed_timeout = 0
-        if tls != "off":
-            dtp_handler = ResumingData
-            certfile = keyfile = certificate
-            tls_control_required = tls_data_required = tls == "required"
 
-    Handler.authorizer.add_user(user, password, homedir=folder, perm="elradfmwMT")
-    logging.basicConfig(level=logging.WARNING)
-    FTPServer(address, Handler).serve_forever()
+class Handler(TLS_FTPHandler if certificate else FTPHandler):
+    authorizer = DummyAuthorizer()
+    auth_failed_timeout = 0
+    if certificate:
+        dtp_handler = ResumingData
+        certfile = keyfile = certificate[0]
+        tls_control_required = tls_data_required = True
+
+
+Handler.authorizer.add_user(user, password, homedir=folder, perm="elradfmwMT")
+logging.basicConfig(level=logging.WARNING)
+FTPServer((address, int(port)), Handler).serve_forever()

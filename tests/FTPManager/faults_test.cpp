@@ -1,0 +1,443 @@
+// What the client makes of servers that misbehave: every operation, at every point, with every misdeed.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <fstream>
+#include <latch>
+#include <sstream>
+#include <thread>
+
+#include "Client.h"
+#include "support/ScriptedFtpServer.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr TransportLimits kQuick{.connectTimeout = 2s, .idleTimeout = 500ms};
+/// The idle limit once or twice, in whole seconds, and a margin for a busy machine.
+constexpr std::chrono::seconds kLongestOperation{8};
+constexpr std::chrono::milliseconds kAtOnce{1500};
+/// More than one buffer.
+const std::string kContent(100'000, 'x');
+
+/// A server with these faults, and a client of it.
+struct Case {
+    explicit Case(const Faults &faults, const TransportLimits &limits = kQuick, TlsMode tls = TlsMode::kOff)
+        : server(faults), client(server.port(), limits, tls) {
+        server.setFile("htdocs/there", kContent);
+        server.setFile("htdocs/old.txt", "old");
+        std::ofstream(local.path() / "new") << kContent;
+    }
+
+    ScriptedFtpServer server;
+    Client client;
+    FMServer &at = client.server;
+    FTPManager &manager = client.manager;
+    TemporaryFolder local;
+    std::size_t listed = 0;
+};
+
+enum class Kind { kTransfer, kText, kCommand };
+
+/// An operation, the points that it passes, and whether its success is one.
+struct Operation {
+    std::string name;
+    Kind kind;
+    std::string points;
+    std::function<bool(Case &, const std::stop_token &)> run;
+    std::function<bool(Case &)> isTrue = [](Case &) { return true; };
+};
+
+const std::vector<Operation> kOperations = {
+    {"upload", Kind::kTransfer, "PWD EPSV TYPE STOR data done",
+     [](Case &c, auto &stop) { return c.client.upload(kContent, "new", stop); },
+     [](Case &c) { return c.server.file("htdocs/new") == kContent; }},
+    {"upload of a file", Kind::kTransfer, "PWD EPSV TYPE STOR data done",
+     [](Case &c, auto &stop) { return c.manager.uploadFile(c.local.path() / "new", &c.at, stop); },
+     [](Case &c) { return c.server.file("htdocs/new") == kContent; }},
+    {"download", Kind::kTransfer, "PWD EPSV TYPE SIZE RETR data done",
+     [](Case &c, auto &stop) { return c.manager.downloadFile("there", c.local.path(), &c.at, stop); },
+     [](Case &c) { return contentOf(c.local.path() / "there") == kContent; }},
+    {"listing", Kind::kTransfer, "PWD CWD EPSV TYPE LIST data done",
+     [](Case &c, auto &stop) {
+         const auto entries = c.manager.contentsOfServer(&c.at, stop);
+         c.listed = entries ? entries->size() : 0;
+         return entries.has_value();
+     },
+     [](Case &c) { return c.listed == 2; }},
+    {"new folder", Kind::kTransfer, "PWD MKD",
+     [](Case &c, auto &stop) { return c.manager.createNewFolder("folder", &c.at, stop); },
+     [](Case &c) { return c.server.hasFolder("htdocs/folder"); }},
+    {"text", Kind::kText, "PWD EPSV TYPE RETR data done",
+     [](Case &c, auto &stop) { return c.client.readText("there", stop).text == kContent; }},
+    // Judged by the first characters of what the server says: they may succeed without a deed.
+    {"permissions", Kind::kCommand, "CWD SITE QUIT",
+     [](Case &c, auto &stop) { return c.manager.chmodFileNamed("old.txt", 644, &c.at, stop); }},
+    {"login", Kind::kCommand, "QUIT", [](Case &c, auto &stop) { return c.manager.checkLogin(&c.at, stop); }},
+    {"deletion", Kind::kCommand, "CWD DELE QUIT",
+     [](Case &c, auto &stop) { return c.manager.deleteFile("old.txt", &c.at, stop); }},
+};
+
+/// What has to come of an operation.
+enum class Wanted {
+    kHonest,  ///< success only if it is one
+    kFailure,
+    kSuccess,
+    kGivenUp,  ///< it is cancelled when the server is at that point
+    kAborted,
+};
+
+struct Misdeed {
+    std::string name;
+    Fault fault;
+    Wanted wanted = Wanted::kHonest;
+    TlsMode tls = TlsMode::kOff;
+    bool mayFailTheNext = false;
+};
+
+const std::map<std::string, std::string> kUsualReplies = {
+    {"greeting", "220 Ready."},  {"USER", "331 Password?"}, {"PASS", "230 Welcome."},
+    {"PWD", "257 \"/\" is it."}, {"CWD", "250 There."},     {"TYPE", "200 Well."},
+    {"STOR", "150 Send."},       {"RETR", "150 Here."},     {"LIST", "150 Here."},
+    {"done", "226 Done."}};
+
+/// Where the client can go on in another way after a refusal, or need not care.
+const std::set<std::string> kDispensable = {"PWD", "TYPE", "EPSV", "SIZE", "LIST", "QUIT"};
+
+std::vector<Misdeed> misdeedsAt(const std::string &point, Kind kind) {
+    const Wanted refused = kDispensable.contains(point) ? Wanted::kHonest : Wanted::kFailure;
+    // The reply may be lost with the connection, which counts for a command's end.
+    const Wanted closedDown = kind == Kind::kCommand ? Wanted::kHonest : refused;
+    std::vector<Misdeed> misdeeds = {
+        {"closes", {.at = point, .hangsUp = true}},
+        {"resets", {.at = point, .resets = true}},
+        {"stalls", {.at = point, .stalls = true}},
+        {"is given up", {.at = point, .stalls = true}, Wanted::kGivenUp},
+    };
+    if (kind == Kind::kTransfer)
+        misdeeds.push_back({"is aborted", {.at = point, .stalls = true}, Wanted::kAborted});
+    if (point == "data") return misdeeds;
+    for (const auto &[name, reply, wanted] : std::vector<std::tuple<std::string, std::string, Wanted>>{
+             {"refuses", "550 No.", refused},
+             {"is busy", "450 Not now.", refused},
+             {"closes down", "421 Good night.", closedDown},
+             {"talks nonsense", "what?\r\n\r\n   \r\n-1 No code", Wanted::kHonest},
+             {"talks binary", std::string("\xFF\xF4\0\x01\xFE", 5), Wanted::kHonest},
+             {"gives an impossible code", "999 Beyond.", Wanted::kHonest},
+             {"answers another question", "227 Passive (1,2,3)", Wanted::kHonest},
+             {"never ends its lines", "230-" + std::string(70'000, 'x'), Wanted::kHonest}})
+        misdeeds.push_back(
+            {name, {.at = point, .reply = reply, .hangsUp = reply.starts_with("421")}, wanted});
+    const auto usual = kUsualReplies.find(point);
+    if (usual == kUsualReplies.end()) return misdeeds;
+    const std::string code = usual->second.substr(0, 3);
+    const std::string manyLines =
+        code + "-Well,\r\n 550 is no answer,\r\n\r\n" + code + "-nor this,\r\n" + usual->second;
+    misdeeds.push_back({"says much", {.at = point, .reply = manyLines}, Wanted::kSuccess});
+    if (kind == Kind::kCommand) return misdeeds;  // judged by the pieces that arrive
+    misdeeds.push_back({"speaks slowly", {.at = point, .dribbles = true}, Wanted::kSuccess});
+    misdeeds.push_back(
+        {"says much slowly", {.at = point, .reply = manyLines, .dribbles = true}, Wanted::kSuccess});
+    for (const std::string surplus : {"226 And done.", "257 And made.", "550 Or not.", "331 Again?"}) {
+        for (const TlsMode tls : {TlsMode::kOff, TlsMode::kTry}) {
+            const Fault fault{.at = point, .reply = usual->second + "\r\n" + surplus};
+            misdeeds.push_back({"adds " + surplus, fault, Wanted::kHonest, tls, true});
+        }
+    }
+    return misdeeds;
+}
+
+/// How many transfers have failed: each has to say so once.
+std::atomic<std::ptrdiff_t> failures = 0;
+
+bool counted(bool succeeded) {
+    failures += succeeded ? 0 : 1;
+    return succeeded;
+}
+
+/// What is wrong with the next operations of a client; empty if nothing is.
+std::string nextIsSpoilt(Case &c, bool mayFail) {
+    for (const std::string name : {"0", "1", "2"}) {
+        if (!mayFail) break;
+        // A name for each: one that has failed may still be stored late.
+        if (counted(c.manager.createNewFolder(name, &c.at)) && !c.server.hasFolder("htdocs/" + name))
+            return "made a folder that is none";
+        if (counted(c.client.upload(name, name)) && c.server.file("htdocs/" + name) != name)
+            return "stored a file that is none";
+    }
+    if (!c.client.upload("next", "next")) return "spoilt the next upload";
+    if (c.server.file("htdocs/next") != "next") return "left the server in another folder";
+    if (!c.manager.contentsOfServer(&c.at)) return "spoilt the next listing";
+    return {};
+}
+
+/// What is wrong; empty if nothing is.
+std::string runWith(const Operation &operation, const Misdeed &misdeed) {
+    const bool isGivenUp = misdeed.wanted == Wanted::kGivenUp, isAborted = misdeed.wanted == Wanted::kAborted;
+    Fault fault = misdeed.fault;
+    if (misdeed.wanted != Wanted::kSuccess) fault.times = 1;
+    Case c({fault}, isGivenUp || isAborted ? TransportLimits() : kQuick, misdeed.tls);
+    std::stop_source stop;
+    std::atomic<Clock::time_point> gaveUpAt = Clock::now();
+    std::jthread givingUp([&] {
+        if (!isGivenUp && !isAborted) return;
+        EXPECT_TRUE(c.server.waitUntilAt(fault.at));
+        gaveUpAt = Clock::now();
+        if (isGivenUp) stop.request_stop();
+        if (isAborted) c.manager.abort();
+    });
+    const bool succeeded = operation.run(c, stop.get_token());
+    const auto taken = Clock::now() - gaveUpAt.load();
+    givingUp.join();
+
+    if (taken > (isGivenUp || isAborted ? kAtOnce : kLongestOperation)) return "hung";
+    if (isAborted) {
+        if (!succeeded || !c.manager.streamSuccess()) return "was no success";
+        if (c.manager.action() != FTPManagerAction::kFinished) return "was not finished";
+        if (c.server.file("htdocs/new") && fault.at != "done") return "stored a part";
+        return nextIsSpoilt(c, false);
+    }
+    if (isGivenUp) {
+        c.server.forgetCommands();
+        if (operation.run(c, stop.get_token()) || !c.server.commands().empty()) return "began again";
+    } else if (operation.kind == Kind::kTransfer) {
+        counted(succeeded);
+    }
+    if (succeeded && (misdeed.wanted == Wanted::kFailure || isGivenUp)) return "succeeded";
+    if (!succeeded && misdeed.wanted == Wanted::kSuccess) return "failed";
+    if (succeeded && !operation.isTrue(c)) return "reported a success that was none";
+    if (!succeeded && std::filesystem::exists(c.local.path() / "there")) return "left a part of a file";
+    return nextIsSpoilt(c, misdeed.mayFailTheNext);
+}
+
+TEST(MisbehavingServer, NeitherHangsNorDeceivesNorSpoilsWhatComesNext) {
+    LogCapture log;
+    failures = 0;
+    std::vector<std::function<void()>> cases;
+    for (const Operation &operation : kOperations) {
+        std::istringstream points("greeting USER PASS " + operation.points);
+        for (std::string point; points >> point;) {
+            for (const Misdeed &misdeed : misdeedsAt(point, operation.kind)) {
+                cases.emplace_back([&operation, point, misdeed] {
+                    EXPECT_EQ(runWith(operation, misdeed), "")
+                        << operation.name << ": the server " << misdeed.name << " at " << point;
+                });
+            }
+        }
+    }
+    // Several at a time, since most of them wait.
+    std::atomic<std::size_t> next = 0;
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < 32; ++i) {
+        threads.emplace_back([&] {
+            for (std::size_t index = next++; index < cases.size(); index = next++) cases[index]();
+        });
+    }
+    threads.clear();
+    EXPECT_EQ(std::ranges::count(log.take(), kStreamError), failures) << "each failure has its line";
+}
+
+TEST(EarlyReply, IsNoConfirmationOfAnUpload) {
+    LogCapture log;
+    for (const TlsMode tls : {TlsMode::kOff, TlsMode::kTry}) {
+        // Said together with the first reply, before the file has come; what follows is a refusal.
+        Case c({{.at = "STOR", .reply = "150 Send.\r\n226 Stored.", .times = 1},
+                {.at = "done", .reply = "552 No room.", .times = 1}},
+               kQuick, tls);
+        EXPECT_FALSE(c.client.upload(kContent));
+        EXPECT_TRUE(c.client.upload(kContent) || c.client.upload(kContent));
+    }
+}
+
+/// A connection that was used before, and what comes of the next request.
+struct WarmCase {
+    enum Request { kUpload, kRead, kNewFolder };
+    std::string name;
+    Faults faults;
+    Request request = kUpload;
+    bool succeeds = true;
+    int connections = 2;
+    int requests = 2;  ///< that the server has got, the first upload's included
+    TransportLimits limits = {.idleTimeout = 500ms};
+    std::optional<std::string> farewell = {};  ///< said by the server before it closes the idle connection
+};
+
+TEST(WarmConnection, ThatIsOfNoUseIsReplacedOnceAndNothingIsDoneTwice) {
+    using W = WarmCase;
+    const auto once = [](Fault fault) {
+        fault.times = 1;
+        fault.skip = fault.at == "MKD" || fault.at == "NOOP" || fault.at == "RETR" ? 0 : 1;
+        return Faults{fault};
+    };
+    const std::string bye = "421 Good night.";
+    const TransportLimits quickReuse{.idleTimeout = 60s, .reuseTimeout = 400ms};
+    const Faults goodbyes = {{.at = "EPSV", .reply = bye, .hangsUp = true, .skip = 1, .times = 2}};
+    const std::vector<WarmCase> rows = {
+        {.name = "closed", .faults = {}, .farewell = ""},
+        {.name = "closed with a word", .faults = {}, .farewell = bye},
+        {.name = "closed before a read", .faults = {}, .request = W::kRead, .requests = 1, .farewell = bye},
+        {"cut at the next command", once({.at = "EPSV", .hangsUp = true})},
+        {"closed down at the next command", once({.at = "EPSV", .reply = bye, .hangsUp = true})},
+        {"cut at the second command", once({.at = "STOR", .hangsUp = true}), W::kUpload, true, 2, 3},
+        {"closed down there", once({.at = "STOR", .reply = bye, .hangsUp = true}), W::kUpload, true, 2, 3},
+        {"silent", once({.at = "EPSV", .stalls = true}), W::kUpload, true, 2, 2, quickReuse},
+        {"silent at a read", once({.at = "EPSV", .stalls = true}), W::kRead, true, 2, 1, quickReuse},
+        {"slow, but not silent", once({.at = "STOR", .delay = 700ms}), W::kUpload, true, 1, 2, quickReuse},
+        {"slow at a read", once({.at = "RETR", .delay = 700ms}), W::kRead, true, 1, 1, quickReuse},
+        {"old", {}, W::kUpload, true, 2, 2, {.mostIdle = 0ms}},
+        {"closed for good", goodbyes, W::kUpload, false, 2, 1},
+        {"refused", once({.at = "STOR", .reply = "553 No."}), W::kUpload, false, 1, 2},
+        {"cut behind the bytes", once({.at = "done", .hangsUp = true}), W::kUpload, false, 1, 2},
+        {"cut at a new folder's question", once({.at = "NOOP", .hangsUp = true}), W::kNewFolder, true, 2, 1},
+        {"closed down there", once({.at = "NOOP", .reply = bye, .hangsUp = true}), W::kNewFolder, true, 2, 1},
+        {"silent there", once({.at = "NOOP", .stalls = true}), W::kNewFolder, true, 2, 1, quickReuse},
+        {"cut at a new folder", once({.at = "MKD", .hangsUp = true}), W::kNewFolder, false, 1, 1},
+        {"silent at a new folder", once({.at = "MKD", .stalls = true}), W::kNewFolder, false, 1, 1},
+        {"asks for more", once({.at = "MKD", .reply = "332 Account?"}), W::kNewFolder, false, 1, 1},
+        {"asks for less", once({.at = "MKD", .reply = "350 And then?"}), W::kNewFolder, false, 1, 1},
+    };
+    EXPECT_LE(TransportLimits().reuseTimeout, 5s);
+    LogCapture log;
+    for (const WarmCase &row : rows) {
+        SCOPED_TRACE(row.name);
+        Case c(row.faults, row.limits);
+        ASSERT_TRUE(c.client.upload("1"));
+        if (row.farewell) c.server.hangUpWith(*row.farewell);
+        const Clock::time_point start = Clock::now();
+        const bool isFolder = row.request == W::kNewFolder, isRead = row.request == W::kRead;
+        EXPECT_EQ(isFolder ? c.manager.createNewFolder("f", &c.at)
+                  : isRead ? c.client.read() == "1"
+                           : c.client.upload("2"),
+                  row.succeeds);
+        EXPECT_LT(Clock::now() - start, 4s);
+        EXPECT_EQ(c.server.connectionCount(), row.connections);
+        const auto isAsked = [&](const auto &line) { return line.starts_with(isFolder ? "MKD" : "STOR"); };
+        EXPECT_EQ(std::ranges::count_if(c.server.commands(), isAsked), row.requests);
+        EXPECT_TRUE(c.client.upload("3"));
+        EXPECT_EQ(c.server.file("htdocs/n"), "3");
+        if (row.limits.mostIdle == 0ms) {
+            EXPECT_TRUE(c.server.waitForOpenConnections(1)) << "the others are closed";
+        }
+    }
+}
+
+TEST(WarmConnection, IsNotKeptBesideEightOthers) {
+    std::latch allAtOnce(11);
+    Case c({{.at = "STOR", .meanwhile = [&] { allAtOnce.arrive_and_wait(); }, .times = 11}},
+           TransportLimits());
+    std::vector<std::jthread> callers;
+    for (int i = 0; i < 11; ++i) {
+        callers.emplace_back([&, i] {
+            FTPManager own(c.client.transport);
+            EXPECT_TRUE(own.uploadData("x", std::to_string(i), &c.at));
+        });
+    }
+    callers.clear();
+    EXPECT_TRUE(c.server.waitForOpenConnections(8));
+    EXPECT_TRUE(c.client.upload("x"));
+    EXPECT_EQ(c.server.connectionCount(), 11);
+}
+
+TEST(MuteServer, DoesNotHoldUpTheEndOfTheTransport) {
+    ScriptedFtpServer server({{.at = "QUIT", .stalls = true}});
+    std::optional<Client> client(std::in_place, server.port());
+    ASSERT_TRUE(client->upload("text"));
+    const Clock::time_point start = Clock::now();
+    client.reset();
+    EXPECT_LT(Clock::now() - start, 2s);
+}
+
+TEST(UnreachableServer, IsGivenUpByTheLimitOrAtOnce) {
+    LogCapture log;
+    // A listener whose queue is full: the kernel drops further connections without a word.
+    std::optional<Listener> listener(std::in_place, 0);
+    std::vector<int> queued;
+    for (int i = 0; i < 4; ++i) queued.push_back(connectTo(listener->port(), SOCK_NONBLOCK));
+    for (const bool isCancelled : {false, true}) {
+        for (const std::size_t index : {0, 5, 6}) {  // a transfer, a text and a command
+            const Operation &operation = kOperations[index];
+            SCOPED_TRACE(operation.name);
+            Case c({}, {.connectTimeout = isCancelled ? 15'000ms : 300ms});
+            c.at.port = listener->port();
+            std::stop_source stop;
+            const Clock::time_point start = Clock::now();
+            std::jthread canceller([&] {
+                std::this_thread::sleep_for(50ms);
+                if (isCancelled) stop.request_stop();
+            });
+            EXPECT_FALSE(operation.run(c, stop.get_token()));
+            EXPECT_GE(Clock::now() - start, isCancelled ? 0ms : 250ms);
+            EXPECT_LT(Clock::now() - start, isCancelled ? 900ms : 4000ms);
+            EXPECT_EQ(log.take().size(), isCancelled || operation.kind == Kind::kText ? 0U : 1U);
+        }
+    }
+    Client client(listener->port());
+    for (const int descriptor : queued) close(descriptor);
+    listener.reset();
+    EXPECT_FALSE(client.upload("x")) << "nobody listens there any more";
+    EXPECT_THAT(log.take(), ElementsAre(kStreamError));
+}
+
+/// Gives a transfer up when so many bytes have moved.
+class GivesUp : public FTPManagerDelegate {
+  public:
+    void ftpManagerUploadProgressDidChange(const std::optional<FTPProgress> &progress) override {
+        if (progress && progress->fileSizeProcessed >= after) giveUp();
+    }
+    void ftpManagerDownloadProgressDidChange(const std::optional<FTPProgress> &progress) override {
+        ftpManagerUploadProgressDidChange(progress);
+    }
+    std::uint64_t after = 0;
+    std::function<void()> giveUp;
+};
+
+TEST(TransferGivenUp, LooksLikeNoEndOfTheFileToTheServer) {
+    const std::string large(20'000'000, 'x');
+    LogCapture log;
+    for (const bool isAborted : {false, true}) {
+        for (const std::uint64_t after : {1, 10'000'000}) {
+            SCOPED_TRACE(isAborted);
+            Case c({{.at = "data", .delay = 100ms}});  // else all may have come by then
+            std::stop_source stop;
+            GivesUp delegate;
+            delegate.after = after;
+            delegate.giveUp = [&] {
+                EXPECT_FALSE(c.client.upload("x") || c.manager.deleteFile("n", &c.at))
+                    << "it would wait for itself";
+                if (isAborted) c.manager.abort();
+                if (!isAborted) stop.request_stop();
+            };
+            c.manager.delegate = &delegate;
+            EXPECT_EQ(c.client.upload(large, "n", stop.get_token()), isAborted);
+            ASSERT_TRUE(c.server.waitUntilAt("done"));
+            EXPECT_FALSE(c.server.file("htdocs/n"));
+            EXPECT_THAT(log.take(), testing::Each(testing::HasSubstr("cannot start another one")));
+
+            c.server.setFile("htdocs/n", large);
+            EXPECT_EQ(c.manager.downloadFile("n", c.local.path(), &c.at, stop.get_token()), isAborted);
+            EXPECT_EQ(std::filesystem::exists(c.local.path() / "n"), isAborted) << "what had come stays";
+            EXPECT_LT(contentOf(c.local.path() / "n").size(), large.size());
+            c.manager.delegate = nullptr;
+        }
+    }
+    // Before the first byte.
+    Case c({{.at = "STOR", .delay = 200ms}});
+    std::stop_source stop;
+    std::jthread canceller([&] {
+        EXPECT_TRUE(c.server.waitUntilAt("STOR"));
+        stop.request_stop();
+    });
+    EXPECT_FALSE(c.client.upload("text", "n", stop.get_token()));
+    canceller.join();
+    EXPECT_TRUE(c.server.waitUntilAt("end"));
+    EXPECT_FALSE(c.server.file("htdocs/n"));
+}
+
+}  // namespace

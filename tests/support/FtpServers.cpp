@@ -1,0 +1,67 @@
+#include "support/FtpServers.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <stdexcept>
+#include <vector>
+
+namespace {
+
+sockaddr_in loopback(std::uint16_t port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return address;
+}
+
+}  // namespace
+
+int connectTo(std::uint16_t port, int flags) {
+    const sockaddr_in address = loopback(port);
+    const int client = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | flags, 0);
+    connect(client, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+    return client;
+}
+
+Listener::Listener(int backlog) : descriptor_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_in address = loopback(0);
+    auto *const generic = reinterpret_cast<sockaddr *>(&address);
+    socklen_t size = sizeof address;
+    if (bind(descriptor_, generic, size) != 0 || listen(descriptor_, backlog) != 0 ||
+        getsockname(descriptor_, generic, &size) != 0)
+        throw std::runtime_error("no listening socket on loopback");
+    port_ = ntohs(address.sin_port);
+}
+
+RealFtpServer::RealFtpServer(const std::string &kind, bool demandsTls) {
+    std::filesystem::create_directory(folder());
+    std::vector<std::string> command = {QUILLERY_FTP_SERVER_SCRIPT, kind, folder()};
+    if (demandsTls) command.insert(command.end(), {"--tls", certificateFile()});
+    std::vector<char *> arguments;
+    for (std::string &argument : command) arguments.push_back(argument.data());
+    arguments.push_back(nullptr);
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
+    const int error = posix_spawn(&process_, arguments[0], &actions, nullptr, arguments.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    close(ends[1]);
+    if (error != 0) throw std::runtime_error("cannot start " + command.front());
+    std::string line;  // it comes within the script's own limit, or the script ends
+    for (char c = 0; read(ends[0], &c, 1) == 1 && c != '\n';) line += c;
+    close(ends[0]);
+    if (line.starts_with("skip ")) skipReason_ = line;
+    if (line.starts_with("port ")) port_ = static_cast<std::uint16_t>(std::atoi(line.c_str() + 5));
+}
+
+RealFtpServer::~RealFtpServer() {
+    kill(process_, SIGKILL);
+    waitpid(process_, nullptr, 0);
+}
