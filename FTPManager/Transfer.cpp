@@ -96,6 +96,13 @@ bool isRefusal(CURLcode result, long reply) {
     }
 }
 
+/// The same where the server resets the encrypted data connection along with its refusal: libcurl takes that
+/// for a failed EPSV, asks for PASV, and the refusal for the answer. No server answers PASV so.
+bool isRefusalTakenForPasv(CURLcode result, long reply) {
+    constexpr long kNoSuchFile = 550;
+    return result == CURLE_FTP_WEIRD_PASV_REPLY && reply == kNoSuchFile;
+}
+
 }  // namespace
 
 Transfer::Transfer(const FTPTransport &transport, TransferTask task)
@@ -291,7 +298,8 @@ Transfer::Status Transfer::attemptEnded(CURLcode result) {
     const bool isFineLine = result == CURLE_OK || (isRefusal(result, reply) && !isInterrupted());
     const bool fulfilled = result == CURLE_OK && isFulfilled(reply);
     if (result == CURLE_OK) replyToCommand_ = reply;
-    isRefusedForGood_ = isRefusal(result, reply) && reply >= 500 && !hasBegun_ && !isInterrupted();
+    const bool isRefused = (isRefusal(result, reply) && reply >= 500) || isRefusalTakenForPasv(result, reply);
+    isRefusedForGood_ = isRefused && !hasBegun_ && !isInterrupted();
     releaseConnection(isFineLine && mayStayOpen());
     if (!retry && !listPlainly) guard_.reset();
     if (retry || listPlainly) {
@@ -345,7 +353,7 @@ bool Transfer::shouldRetry(CURLcode result, long reply) const {
     if (result == CURLE_OK || !isReused() || hasBegun_ || hadRetry_ || isInterrupted()) return false;
     // libcurl reports a server's closing down as a time-out, too.
     if (result == CURLE_OPERATION_TIMEDOUT) return reply == kServerClosesDown || !isAnswered_;
-    return !isRefusal(result, reply);
+    return !isRefusal(result, reply) && !isRefusalTakenForPasv(result, reply);
 }
 
 void Transfer::releaseConnection(bool keepWarm) {
@@ -393,6 +401,7 @@ std::size_t Transfer::onRead(char *room, std::size_t size, std::size_t count, vo
 std::size_t Transfer::onWrite(char *bytes, std::size_t size, std::size_t count, void *self) {
     auto &transfer = *static_cast<Transfer *>(self);
     try {
+        if (transfer.isInterrupted()) return 0;
         transfer.hasBegun_ = true;
         transfer.bytesReceived_ += size * count;
         return transfer.task_.sink({bytes, size * count}) ? size * count : 0;

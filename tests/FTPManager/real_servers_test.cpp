@@ -70,9 +70,7 @@ TEST_P(RealServer, KeepsFilesOfEveryNameAndContent) {
     }
     EXPECT_THAT(log.take(), IsEmpty());
     EXPECT_EQ(client.read("absent"), std::nullopt);
-    if (!demandsTls) {
-        EXPECT_EQ(client.readText("absent").state, FTPText::State::kRefused);
-    }
+    EXPECT_EQ(client.readText("absent").state, FTPText::State::kRefused);
 }
 
 TEST_P(RealServer, ListsWhatIsThereAndObeysCommands) {
