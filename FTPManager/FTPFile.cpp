@@ -57,6 +57,19 @@ FTPText readText(const fm::FTPAddress &address, const FTPTransport &transport, s
     return {State::kText, std::move(content), {}};
 }
 
+/// The reply to the last line; 0 if there was none. No line is sent twice.
+long replyTo(std::vector<std::string> lines, const fm::FTPAddress &address, const FTPTransport &transport) {
+    fm::Transfer transfer(
+        transport,
+        {.kind = fm::TransferTask::Kind::kCommand, .address = address, .commands = std::move(lines)});
+    transfer.runToEnd();
+    return transfer.replyToCommand();
+}
+
+bool isDone(long reply) {
+    return reply >= 200 && reply < 300;
+}
+
 /// Broken off once it has begun.
 std::optional<bool> isReadable(const fm::FTPAddress &address, const FTPTransport &transport,
                                std::stop_token cancelled) {
@@ -130,17 +143,34 @@ std::optional<bool> fileExistsAtURL(std::string_view url, const FTPTransport &tr
     }
 }
 
-bool renameFileAtURL(std::string_view url, std::string_view newName, const FTPTransport &transport,
-                     std::stop_token cancelled) {
+bool canRenameFileAtURL(std::string_view url, const FTPTransport &transport) {
+    constexpr long kGoOn = 350;
+    try {
+        const std::optional<fm::FTPAddress> address = addressOfFileAt(url);
+        return address && replyTo({"RNFR " + address->path}, *address, transport) == kGoOn;
+    } catch (...) {
+        return false;
+    }
+}
+
+std::optional<bool> renameFileAtURL(std::string_view url, std::string_view newName,
+                                    const FTPTransport &transport) {
     try {
         const std::optional<fm::FTPAddress> address = addressOfFileAt(url);
         if (!address || !fm::isSendableFileName(newName)) return false;
         const std::string folder = address->path.substr(0, address->path.size() - address->fileName.size());
-        fm::Transfer transfer(
-            transport, {.kind = fm::TransferTask::Kind::kCommand,
-                        .address = *address,
-                        .commands = {"RNFR " + address->path, "RNTO " + folder + std::string(newName)}});
-        return runUntil(std::move(cancelled), transfer) == fm::Transfer::Status::kCompleted;
+        const long reply =
+            replyTo({"RNFR " + address->path, "RNTO " + folder + std::string(newName)}, *address, transport);
+        return reply == 0 ? std::nullopt : std::optional(isDone(reply));
+    } catch (...) {
+        return std::nullopt;
+    }
+}
+
+bool deleteFileAtURL(std::string_view url, const FTPTransport &transport) {
+    try {
+        const std::optional<fm::FTPAddress> address = addressOfFileAt(url);
+        return address && isDone(replyTo({"DELE " + address->path}, *address, transport));
     } catch (...) {
         return false;
     }

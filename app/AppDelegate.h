@@ -367,7 +367,7 @@ class AppDelegate : public QObject, public TableViewDataSource {
     bool putLocalListInto(ServerFile &file);
     void showKeptList(const std::optional<std::string> &user, bool isKept);
     void tellUnlessWritten(const std::filesystem::path &path, const std::string &problem);
-    void reportUnsavedText(const std::string &text, const std::filesystem::path &path,
+    bool reportUnsavedText(const std::string &text, const std::filesystem::path &path,
                            const std::string &why);
     template <class Result>
     void waitFor(const std::shared_future<Result> &event, const QString &whatFor);

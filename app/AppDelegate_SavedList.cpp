@@ -167,21 +167,24 @@ bool AppDelegate::Save_Clipboard_string_cloud(const CopiedText &announced, std::
 bool AppDelegate::Save_Clipboard_string_local(const CopiedText &announced, std::promise<void> &hasText) {
     const auto path = shell_.ui.run([this] { return Content_file_path = localListPath(); });
     const std::string text = clipboardTextForSaving(announced);
+    // The list may be another program's for a while.
+    const auto meanwhile =
+        rescued_.keepMeanwhile(path.filename().string(), ClipList::withEntryInFront(text, std::nullopt));
     hasText.set_value();
 
     const LocalList::Change change = localList_.add(path, text);
     shell_.ui.run([&] { Content_of_quillery_file_Local = change.old; });
     tellOfSetAside(path, change);
-    if (!change.isWritten) reportUnsavedText(text, path, change.problem);
+    if (change.isWritten || reportUnsavedText(text, path, change.problem)) rescued_.forget(meanwhile);
     return change.isWritten;
 }
 
 // The user has been told of success by now, so this must not go unseen. Called in the background; waits for
-// nobody.
-void AppDelegate::reportUnsavedText(const std::string &text, const std::filesystem::path &path,
+// nobody. Whether a copy is kept.
+bool AppDelegate::reportUnsavedText(const std::string &text, const std::filesystem::path &path,
                                     const std::string &why) {
     std::fprintf(stderr, "Quillery: %s could not be written: %s\n", path.c_str(), why.c_str());
-    rescued_.keepEntry(path.filename().string(), text);
+    const bool isKept = rescued_.keepEntry(path.filename().string(), text);
     shell_.ui.post([this, text, path, why] {
         shell_.gate.enterProgram([this, text, path, why] {
             // It is not in the list, so saving it again must not be refused.
@@ -192,6 +195,7 @@ void AppDelegate::reportUnsavedText(const std::string &text, const std::filesyst
                                              QString::fromStdString(why)));
         });
     });
+    return isKept;
 }
 
 // Starts a save in the background. Its result comes after that of the save `before`, if there is one.

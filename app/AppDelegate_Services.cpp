@@ -68,7 +68,6 @@ void AppDelegate::log(const std::string &line) {
 // Not an alert: the texts are safe, and what was asked for goes on.
 void AppDelegate::tellOfRescue(const std::filesystem::path &copy, RescuedLists::Reason reason) {
     std::fprintf(stderr, "Quillery: texts are kept in %s.\n", copy.c_str());
-    const bool isHere = reason != RescuedLists::Reason::kSetAside;
     const QString what = [reason] {
         switch (reason) {
             case RescuedLists::Reason::kNotRead:
@@ -78,22 +77,21 @@ void AppDelegate::tellOfRescue(const std::filesystem::path &copy, RescuedLists::
             case RescuedLists::Reason::kSetAside:
                 return tr(
                     "A list could not be read before it was written anew. As it was, it lies on the storage "
-                    "server under the name %1.");
+                    "server; a file in %1 says where.");
             case RescuedLists::Reason::kNotWritten:
                 return tr(
-                    "A list could not be written to the storage server. Its texts, with those that did "
-                    "not get there, are kept in %1.");
+                    "A list could not be written to the storage server. What is known of it, and the texts "
+                    "that did not get there, are kept in %1.");
             case RescuedLists::Reason::kCutShort:
                 break;
         }
-        return tr(
-            "Quillery ended before all texts were saved to the storage server. The others are kept in %1.");
+        return tr("Quillery ended before all texts were in their lists. The others are kept in %1.");
     }();
-    QString text = what.arg(isHere ? shortPath(rescued_.folder()) : QString::fromStdString(copy.string()));
-    if (isHere) (text += u'\n') += tr("Click here to open the folder.");
-    shell_.ui.post([this, isHere, text] {
-        interface.notificationBanner->present(tr("A copy was kept"), text, [this, isHere] {
-            if (isHere) shell_.gate.enter([this] { openRescuedLists(nullptr); });
+    const QString text =
+        what.arg(shortPath(rescued_.folder())) + u'\n' + tr("Click here to open the folder.");
+    shell_.ui.post([this, text] {
+        interface.notificationBanner->present(tr("A copy was kept"), text, [this] {
+            shell_.gate.enter([this] { openRescuedLists(nullptr); });
         });
     });
 }

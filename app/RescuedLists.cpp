@@ -11,7 +11,6 @@
 #include <cstdio>
 #include <ctime>
 #include <exception>
-#include <fstream>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -24,6 +23,16 @@ namespace {
 
 constexpr const char *kMeanwhile = ".unsaved";
 constexpr std::size_t kLongestName = 120;  // bytes of a list's name that a copy's name shows
+
+bool writeAll(int descriptor, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t count = write(descriptor, text.data(), text.size());
+        if (count < 0 && errno == EINTR) continue;
+        if (count <= 0) return false;
+        text.remove_prefix(static_cast<std::size_t>(count));
+    }
+    return true;
+}
 
 }  // namespace
 
@@ -48,11 +57,12 @@ void RescuedLists::letGo(const std::string &name) {
     lists_.erase(name);
 }
 
-void RescuedLists::keep(const std::string &name, Reason reason) {
+bool RescuedLists::keep(const std::string &name, Reason reason) {
     const std::scoped_lock lock(mutex_);
     List &list = lists_[name];
-    const bool isEmpty = list.unsaved.empty() && (!list.known || list.known->empty());
-    if (!isEmpty && !(list.isKept && files_.fileExistsAtPath(list.copy))) write(name, list, reason);
+    if (list.unsaved.empty() && (!list.known || list.known->empty())) return list.known != nullptr;
+    if (!list.isKept || !files_.fileExistsAtPath(list.copy)) write(name, list, reason);
+    return list.isKept;
 }
 
 bool RescuedLists::keepEntry(const std::string &name, std::string_view entry) {
@@ -74,10 +84,12 @@ bool RescuedLists::keepBytes(const std::string &name, std::string_view bytes) {
 void RescuedLists::write(const std::string &name, List &list, Reason reason) {
     try {
         list.isKept = false;
+        std::error_code ignored;
+        fs::create_directories(folder_, ignored);
+        chmod(folder_.c_str(), S_IRWXU);
         if (list.copy.empty()) list.copy = newName(name);
         const std::string problem =
             files_.createFileAtPath(list.copy, list.unsaved + (list.known ? *list.known : std::string()));
-        chmod(folder_.c_str(), S_IRWXU);
         list.isKept = problem.empty();
         if (list.isKept) {
             removeOldest(list.copy);
@@ -92,26 +104,22 @@ void RescuedLists::write(const std::string &name, List &list, Reason reason) {
 }
 
 fs::path RescuedLists::keepMeanwhile(const std::string &name, std::string_view text) {
-    const std::scoped_lock lock(mutex_);
     std::error_code error;
     fs::create_directories(folder_, error);
-    int descriptor = -1;
-    fs::path file;
-    do {  // another program may take the name first
-        file = newName(name, kMeanwhile);
-        descriptor = open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
-    } while (descriptor < 0 && errno == EEXIST);
+    chmod(folder_.c_str(), S_IRWXU);
+    const fs::path file = newName(name, kMeanwhile);
+    const int descriptor = open(file.c_str(), O_RDWR | O_CLOEXEC);
     if (descriptor < 0) return {};
     flock(descriptor, LOCK_EX | LOCK_NB);  // best effort: not every file system has locks
-    meanwhile_[file] = descriptor;
     // Not flushed to the disk: that would take longer than most ways to a server.
-    std::ofstream writing(file, std::ios::binary);
-    writing << text;
-    if (writing.flush()) return file;
-    fs::remove(file, error);
-    close(descriptor);
-    meanwhile_.erase(file);
-    return {};
+    if (!writeAll(descriptor, text)) {
+        fs::remove(file, error);
+        close(descriptor);
+        return {};
+    }
+    const std::scoped_lock lock(mutex_);
+    meanwhile_[file] = descriptor;
+    return file;
 }
 
 void RescuedLists::forget(const fs::path &meanwhile) {
@@ -122,30 +130,51 @@ void RescuedLists::forget(const fs::path &meanwhile) {
     if (const auto held = meanwhile_.extract(meanwhile)) close(held.mapped());
 }
 
-bool RescuedLists::adoptLeftovers() {
+void RescuedLists::stay(const fs::path &meanwhile, Reason reason) {
+    if (meanwhile.empty()) return;
+    const fs::path copy = settled(meanwhile);
     const std::scoped_lock lock(mutex_);
+    if (const auto held = meanwhile_.extract(meanwhile)) close(held.mapped());
+    tell_(copy.empty() ? meanwhile : copy, reason);
+}
+
+bool RescuedLists::adoptLeftovers() {
     std::error_code error;
     std::vector<fs::path> leftovers;
     for (fs::directory_iterator it(folder_, error), end; !error && it != end; it.increment(error)) {
         if (it->path().extension() == kMeanwhile) leftovers.push_back(it->path());
     }
-    bool hasAny = false;
+    fs::path latest;
     for (const fs::path &left : leftovers) {
-        const int descriptor = open(left.c_str(), O_RDONLY | O_CLOEXEC);
+        const int descriptor = open(left.c_str(), O_RDWR | O_CLOEXEC);
         if (descriptor < 0) continue;
         const bool isUsed = flock(descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
         close(descriptor);
         if (isUsed) continue;  // its program runs
-        fs::path name = fs::path(left).replace_extension();
-        for (int number = 2; files_.fileExistsAtPath(name); ++number)
-            name = fs::path(left).replace_extension("." + std::to_string(number));
-        fs::rename(left, name, error);
-        hasAny = true;
+        if (fs::is_empty(left, error)) {
+            fs::remove(left, error);
+        } else if (const fs::path copy = settled(left); !copy.empty()) {
+            latest = copy;
+        }
     }
-    return hasAny;
+    if (!latest.empty()) removeOldest(latest);
+    return !latest.empty();
 }
 
-// Dated, and not taken yet.
+// Under a name that stays; empty if that could not be.
+fs::path RescuedLists::settled(const fs::path &meanwhile) const {
+    fs::path name = fs::path(meanwhile).replace_extension();
+    for (int number = 2;; ++number) {
+        // Where the file system cannot rename so, nobody else is expected to take the name.
+        if (renameat2(AT_FDCWD, meanwhile.c_str(), AT_FDCWD, name.c_str(), RENAME_NOREPLACE) == 0 ||
+            (errno == EINVAL && rename(meanwhile.c_str(), name.c_str()) == 0))
+            return name;
+        if (errno != EEXIST) return {};
+        name = fs::path(meanwhile).replace_extension("." + std::to_string(number));
+    }
+}
+
+// Dated; an empty file takes the name, so that no other program does.
 fs::path RescuedLists::newName(const std::string &list, const char *ending) const {
     const std::time_t now = std::time(nullptr);
     std::tm local = {};
@@ -162,7 +191,10 @@ fs::path RescuedLists::newName(const std::string &list, const char *ending) cons
         std::string name = date.data();
         if (number > 1) (name += '-') += std::to_string(number);
         (name += '-') += what;
-        if (!files_.fileExistsAtPath(folder_ / name)) return folder_ / name;
+        const int taken =
+            open((folder_ / name).c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+        if (taken >= 0) close(taken);
+        if (taken >= 0 || errno != EEXIST) return folder_ / name;
     }
 }
 

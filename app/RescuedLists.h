@@ -25,9 +25,9 @@ class RescuedLists {
 
     enum class Reason {
         kNotRead,     // the list is written anew although it could not be read
-        kSetAside,    // the same, and it lies on the server under another name: `copy` is that name
+        kSetAside,    // the same, and it lies on the server under another name, which `copy` tells
         kNotWritten,  // the list could not be written
-        kCutShort,    // a program ended before it had written the list
+        kCutShort,    // a program ended before it had written the list, here or on the server
     };
     // Told of each copy, on the thread that made it, with the copy's path.
     using Tell = std::function<void(const std::filesystem::path &copy, Reason reason)>;
@@ -45,10 +45,8 @@ class RescuedLists {
     void letGo(const std::string &name);
 
     // Keeps what is known of the list, together with the texts that did not reach it. Nothing happens where
-    // nothing is known, or the copy is there already.
-    void keep(const std::string &name, Reason reason);
-    // Says that the list lies on the server under the name `aside`.
-    void tellOfSetAside(const std::string &aside) const { tell_(aside, Reason::kSetAside); }
+    // the copy is there already. False if nothing is known, or it could not be kept.
+    bool keep(const std::string &name, Reason reason);
     // Keeps `bytes`, which were read as this list, or as what was set aside of it. False if they could not be
     // kept.
     bool keepBytes(const std::string &name, std::string_view bytes);
@@ -61,6 +59,8 @@ class RescuedLists {
     // Nothing is told. The file is locked until then: other programs of the user leave it alone.
     std::filesystem::path keepMeanwhile(const std::string &name, std::string_view text);
     void forget(const std::filesystem::path &meanwhile);
+    // Keeps such a file for good.
+    void stay(const std::filesystem::path &meanwhile, Reason reason);
     // The texts that former programs kept so and did not come to forget stay for good. Whether there are any.
     bool adoptLeftovers();
 
@@ -74,6 +74,7 @@ class RescuedLists {
 
     void write(const std::string &name, List &list, Reason reason);
     std::filesystem::path newName(const std::string &list, const char *ending = "") const;
+    std::filesystem::path settled(const std::filesystem::path &meanwhile) const;
     void removeOldest(const std::filesystem::path &latest) const;
 
     const std::filesystem::path folder_;

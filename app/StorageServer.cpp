@@ -81,14 +81,21 @@ FTPText ServerFile::readFile(const std::string &name, const std::stop_token &sto
         found = textWithContentsOfURL(*url, *server_->transport_, stop);
         const auto &pauses = server_->place_.pauses;
         if (found.state != FTPText::State::kFailed || attempt == pauses.size()) break;
-        if (!pause(pauses[attempt], stop)) break;
+        if (!pause(pauses[attempt], stop)) return {FTPText::State::kCancelled, {}, {}};
     }
     return found;
 }
 
-bool ServerFile::rename(const std::string &from, const std::string &to) const {
-    const auto url = server_->urlOf(from, {});
-    return url && renameFileAtURL(*url, to, *server_->transport_);
+// Nothing if the server does not say what has become of it.
+std::optional<bool> ServerFile::rename(const std::string &from, const std::string &to) const {
+    const auto url = server_->urlOf(from, {}), renamed = server_->urlOf(to, {});
+    if (!url || !renamed) return false;
+    const std::optional<bool> isRenamed = renameFileAtURL(*url, to, *server_->transport_);
+    return isRenamed ? isRenamed : fileExistsAtURL(*renamed, *server_->transport_);
+}
+
+void ServerFile::remove(const std::string &name) const {
+    if (const auto url = server_->urlOf(name, {})) deleteFileAtURL(*url, *server_->transport_);
 }
 
 std::optional<bool> ServerFile::exists(const std::stop_token &stop) {
@@ -103,10 +110,10 @@ bool ServerFile::replace(std::string text, const std::stop_token &stop) {
     RescuedLists &rescued = server_->rescued_;
     if (isWritten) {
         rescued.remember(name_, std::make_shared<const std::string>(std::move(text)), true);
-    } else if (!stop.stop_requested()) {
-        rescued.keep(name_, RescuedLists::Reason::kNotWritten);  // the server may hold a part of it
     }
-    rescued.forget(std::exchange(meanwhile_, {}));
+    // The server may hold a part of it.
+    if (isWritten || rescued.keep(name_, RescuedLists::Reason::kNotWritten))
+        rescued.forget(std::exchange(meanwhile_, {}));
     return isWritten;
 }
 
@@ -154,29 +161,57 @@ bool ServerFile::write(const std::string &text, const std::stop_token &stop) {
     // A list that is too large to be read is there all the same, and so may be one that was not asked for.
     if (wasRead_ && (state_ == FTPText::State::kTooLarge || state_ == FTPText::State::kCancelled))
         return false;
-    if (!isList_) return upload(text, stop);
+    if (!isList_) return upload(text, name_, stop);
     // Should this program end before the server has it all, the server may hold a part of it.
     if (!text.empty() && text.size() <= RescuedLists::kMostBytes) keepMeanwhile(text);
-    if (!wasRead_ || text_) return upload(text, stop);
     RescuedLists &rescued = server_->rescued_;
-    if (state_ == FTPText::State::kNotText) rescued.keepBytes(name_, bytes_);
-    const std::string aside = state_ == FTPText::State::kFailed ? StorageNames::unread(name_) : std::string();
-    if (aside.empty() || !rename(name_, aside)) {
+    const bool isKnown =
+        !wasRead_ || text_ || (state_ == FTPText::State::kNotText && rescued.keepBytes(name_, bytes_));
+    if (!isKnown) {
+        const auto url = server_->urlOf(name_, stop);
+        if (url && canRenameFileAtURL(*url, *server_->transport_)) return writeAndSetAside(text, stop);
         rescued.keep(name_, RescuedLists::Reason::kNotRead);
-        return upload(text, stop);
     }
-    const bool isWritten = upload(text, stop);
-    // Nobody else's new list is in the place by now, as far as that can be told.
-    if (!isWritten && exists() == false && rename(aside, name_)) return false;
-    const FTPText old = readFile(aside, {});
-    if (!old.text || !rescued.keepBytes(name_, *old.text)) {
-        rescued.keep(name_, RescuedLists::Reason::kNotRead);
-        rescued.tellOfSetAside(aside);
-    }
-    return isWritten;
+    return upload(text, name_, stop);
 }
 
-bool ServerFile::upload(const std::string &text, const std::stop_token &stop) const {
+// The new list comes whole before the old one leaves its place: whatever fails until then changes nothing.
+bool ServerFile::writeAndSetAside(const std::string &text, const std::stop_token &stop) {
+    RescuedLists &rescued = server_->rescued_;
+    const std::string aside = StorageNames::unread(name_), fresh = aside + ".new";
+    if (!upload(text, fresh, stop)) {
+        remove(fresh);
+        return false;
+    }
+    const std::filesystem::path note =
+        rescued.keepMeanwhile(name_, "The list " + name_ + " could not be read. As it was, it lies on " +
+                                         server_->host() + " under the name " + aside + ".\n");
+    const std::optional<bool> isAside = rename(name_, aside);
+    if (!isAside) return false;  // the note stays for the next start
+    if (!*isAside) {
+        rescued.forget(note);
+        remove(fresh);
+        rescued.keep(name_, RescuedLists::Reason::kNotRead);
+        return upload(text, name_, stop);
+    }
+    if (rename(fresh, name_) != true) {
+        if (rename(aside, name_) == true) rescued.forget(note);
+        return false;
+    }
+    const auto url = server_->urlOf(aside, stop);
+    const FTPText old = url ? textWithContentsOfURL(*url, *server_->transport_, stop) : FTPText();
+    const bool isRead = old.text || old.state == FTPText::State::kNotText;
+    if (isRead && rescued.keepBytes(name_, old.text ? *old.text : old.bytes)) {
+        rescued.forget(note);
+        remove(aside);
+    } else {
+        rescued.keep(name_, RescuedLists::Reason::kNotRead);
+        rescued.stay(note, RescuedLists::Reason::kSetAside);
+    }
+    return true;
+}
+
+bool ServerFile::upload(const std::string &text, const std::string &name, const std::stop_token &stop) const {
     const std::optional<FMServer> found = server_->find(stop);
-    return found && server_->manager_.uploadData(text, name_, &*found, stop);
+    return found && server_->manager_.uploadData(text, name, &*found, stop);
 }

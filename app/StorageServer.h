@@ -77,9 +77,9 @@ class ServerFile {
     std::optional<bool> exists(const std::stop_token &stop = {});
 
     // Makes `text` the whole file. False if the server has not confirmed it. A list that read() could not
-    // read for a reason that may pass keeps its texts under another name on the server, if that can rename.
-    // What is known of it, and of one that is not written, is kept on this machine. A list that is too large
-    // to be read is not written.
+    // read gets another name on the server before, if that can rename, and is fetched from there if that
+    // goes. What else is known of it, and of one that is not written, is kept on this machine. A list that is
+    // too large to be read is not written.
     bool replace(std::string text, const std::stop_token &stop = {});
 
     // Writes the list with `entry` in front of what read() gave. Should that fail, the entry is kept on this
@@ -96,9 +96,11 @@ class ServerFile {
 
   private:
     FTPText readFile(const std::string &name, const std::stop_token &stop) const;
-    bool rename(const std::string &from, const std::string &to) const;
+    std::optional<bool> rename(const std::string &from, const std::string &to) const;
+    void remove(const std::string &name) const;
     bool write(const std::string &text, const std::stop_token &stop);
-    bool upload(const std::string &text, const std::stop_token &stop) const;
+    bool writeAndSetAside(const std::string &text, const std::stop_token &stop);
+    bool upload(const std::string &text, const std::string &name, const std::stop_token &stop) const;
     void keepMeanwhile(std::string_view text);
 
     const std::shared_ptr<StorageServer> server_;

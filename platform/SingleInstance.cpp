@@ -212,6 +212,7 @@ void SingleInstance::read(Caller &caller) {
     }
     caller.readable.setEnabled(false);
     caller.silence.stop();
+    caller.isAnswered = false;
     const auto found =
         std::find_if(callers_.begin(), callers_.end(), [&](const auto &one) { return one.get() == &caller; });
     const std::weak_ptr<Caller> asking = *found;
@@ -267,7 +268,11 @@ std::optional<SingleInstance::Answer> SingleInstance::send(const std::string &re
         while ((count = ::read(connection, &byte, 1)) == 1 && byte != '\n') text += byte;
         isInTime = count >= 0 || errno != EAGAIN;
         setLimit(connection, SO_RCVTIMEO, std::chrono::seconds::zero());
-        if (untilItEnds && isInTime) readToEnd(connection);
+        if (untilItEnds && isInTime) {
+            readToEnd(connection);
+            // It may have given this caller's place to another one.
+            while (isRunning()) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
     }
     close(connection);
     if (!isInTime) return Answer{Answer::kFailed, kDoesNotAnswer};

@@ -12,6 +12,9 @@
 #include <QGuiApplication>
 #include <QIcon>
 #include <QMenu>
+#include <QTimer>
+#include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
@@ -84,9 +87,12 @@ void StatusBar::askForHost() {
     connect(answer, &QDBusPendingCallWatcher::finished, this, [this, answer] {
         const QDBusPendingReply<QDBusVariant> reply = *answer;
         answer->deleteLater();
-        // One that does not answer is busy, not gone.
-        const bool isSilent = reply.isError() && reply.error().type() == QDBusError::NoReply;
-        if (isSilent) {
+        // One that does not answer, or has troubles of its own, is busy, not gone.
+        constexpr std::array kPassing{QDBusError::NoReply,  QDBusError::Timeout,        QDBusError::TimedOut,
+                                      QDBusError::NoMemory, QDBusError::LimitsExceeded, QDBusError::Failed};
+        const bool isBusy =
+            reply.isError() && std::ranges::find(kPassing, reply.error().type()) != kPassing.end();
+        if (isBusy) {
             QTimer::singleShot(kCheckingMilliseconds, this, &StatusBar::askForHost);
             return;
         }

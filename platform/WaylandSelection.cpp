@@ -30,6 +30,7 @@ using Clock = std::chrono::steady_clock;
 // The forms of text that are understood, best first.
 constexpr std::array<const char *, 6> kTextTypes = {
     "text/plain;charset=utf-8", "text/plain;charset=UTF-8", "UTF8_STRING", "text/plain", "TEXT", "STRING"};
+constexpr std::chrono::milliseconds kStartLimit{500};
 constexpr int kTick = 100;  // ms between two looks at the limits
 
 // Whether there is something to read by `end`.
@@ -108,7 +109,7 @@ class WaylandSelection::Device {
     // is returned.
     std::optional<PasteboardText> ask(int &pipe) {
         const std::scoped_lock lock(mutex_);
-        if (!device_) return PasteboardText{.state = PasteboardText::State::kNoAccess, .text = {}};
+        if (!wasTold_) return PasteboardText{.state = PasteboardText::State::kNoAccess, .text = {}};
         if (!selection_)
             return PasteboardText{.state = PasteboardText::State::kNoText, .text = {}, .isOwned = false};
         const std::set<std::string> &types = offers_[selection_];
@@ -127,14 +128,14 @@ class WaylandSelection::Device {
 
   private:
     static void onGlobal(void *self, wl_registry *registry, std::uint32_t name, const char *interface,
-                         std::uint32_t version) {
+                         std::uint32_t) {
         auto &device = *static_cast<Device *>(self);
         const std::string_view offered = interface;
         if (offered == wl_seat_interface.name && !device.seat_) {
             device.seat_ = static_cast<wl_seat *>(wl_registry_bind(registry, name, &wl_seat_interface, 1));
         } else if (offered == wl_data_device_manager_interface.name && !device.manager_) {
-            device.manager_ = static_cast<wl_data_device_manager *>(wl_registry_bind(
-                registry, name, &wl_data_device_manager_interface, std::min<std::uint32_t>(version, 3)));
+            device.manager_ = static_cast<wl_data_device_manager *>(
+                wl_registry_bind(registry, name, &wl_data_device_manager_interface, 1));
         }
         if (device.device_ || !device.seat_ || !device.manager_) return;
         device.device_ = wl_data_device_manager_get_data_device(device.manager_, device.seat_);
@@ -152,12 +153,14 @@ class WaylandSelection::Device {
 
     static void onSelection(void *self, wl_data_device *, wl_data_offer *offer) {
         auto &device = *static_cast<Device *>(self);
+        device.wasTold_ = true;
         device.drop(std::exchange(device.selection_, offer));
     }
 
     static void onDragEnter(void *self, wl_data_device *, std::uint32_t, wl_surface *, wl_fixed_t, wl_fixed_t,
                             wl_data_offer *offer) {
-        static_cast<Device *>(self)->dragged_ = offer;
+        auto &device = *static_cast<Device *>(self);
+        device.drop(std::exchange(device.dragged_, offer));
     }
 
     static void onDragLeave(void *self, wl_data_device *) {
@@ -172,18 +175,13 @@ class WaylandSelection::Device {
     }
 
     static constexpr wl_data_device_listener kDevice = {
-        onOffer,
-        onDragEnter,
-        onDragLeave,
-        [](void *, wl_data_device *, std::uint32_t, wl_fixed_t, wl_fixed_t) {},
-        [](void *, wl_data_device *) {},
+        onOffer,     onDragEnter,
+        onDragLeave, [](void *, wl_data_device *, std::uint32_t, wl_fixed_t, wl_fixed_t) {},
+        onDragLeave,  // a drop
         onSelection,
     };
-    static constexpr wl_data_offer_listener kOffer = {
-        onType,
-        [](void *, wl_data_offer *, std::uint32_t) {},
-        [](void *, wl_data_offer *, std::uint32_t) {},
-    };
+    // The rest comes with later versions of the protocol only.
+    static constexpr wl_data_offer_listener kOffer = {onType, nullptr, nullptr};
 
     wl_display *const display_;  // Qt's
     wl_event_queue *const queue_;
@@ -196,6 +194,7 @@ class WaylandSelection::Device {
     std::map<wl_data_offer *, std::set<std::string>> offers_;  // with the types of each
     wl_data_offer *selection_ = nullptr;
     wl_data_offer *dragged_ = nullptr;
+    bool wasTold_ = false;  // what the clipboard holds, or that it is empty
 };
 
 WaylandSelection::WaylandSelection(std::unique_ptr<Device> device) : device_(std::move(device)) {
@@ -211,7 +210,12 @@ std::unique_ptr<WaylandSelection> WaylandSelection::ofThisDesktop() {
     auto *display = static_cast<wl_display *>(
         QGuiApplication::platformNativeInterface()->nativeResourceForIntegration("wl_display"));
     if (!display) return nullptr;
-    return std::unique_ptr<WaylandSelection>(new WaylandSelection(std::make_unique<Device>(display)));
+    auto device = std::make_unique<Device>(display);
+    // A compositor may tell of the clipboard only who has asked before the focus came: so the device is to be
+    // there before the first window. The first answer brings what to ask, the second that it was asked.
+    const auto end = Clock::now() + kStartLimit;
+    for (int i = 0; i < 2; ++i) device->catchUp(end, {});
+    return std::unique_ptr<WaylandSelection>(new WaylandSelection(std::move(device)));
 }
 
 PasteboardText WaylandSelection::read(const PasteboardLimits &limits, const std::stop_token &stop) const {
@@ -230,6 +234,8 @@ PasteboardText readPipe(int descriptor, const PasteboardLimits &limits, const st
         while (waitForInput(pipe.get(), std::min(Clock::now() + limits.silence, end), stop)) {
             const ssize_t count = ::read(pipe.get(), room.data(), room.size());
             if (count < 0) break;
+            // Nothing at all is what comes from an owner that has ended.
+            if (count == 0 && bytes.empty()) return {PasteboardText::State::kRefused, {}};
             if (count == 0)
                 return {PasteboardText::State::kText, isValidUtf8(bytes) ? bytes : toUtf8(toQString(bytes))};
             bytes.append(room.data(), static_cast<std::size_t>(count));

@@ -30,6 +30,6 @@ class WaylandSelection {
     const QObject context_;  // of what is connected
 };
 
-// Reads the text that the other end of a pipe writes until it closes it. Takes over `descriptor`. Limits and
-// stop as above; bytes that are not UTF-8 become replacement characters.
+// Reads the text that the other end of a pipe writes until it closes it; kRefused if that is nothing. Takes
+// over `descriptor`. Limits and stop as above; bytes that are not UTF-8 become replacement characters.
 PasteboardText readPipe(int descriptor, const PasteboardLimits &limits, const std::stop_token &stop);

@@ -49,7 +49,8 @@ class Reader {
         makeWindow();
         const Reply<xcb_get_selection_owner_reply_t> owner(xcb_get_selection_owner_reply(
             connection_, xcb_get_selection_owner(connection_, atom("CLIPBOARD")), nullptr));
-        if (!owner || owner->owner == XCB_NONE)
+        if (!owner) return {PasteboardText::State::kNoAccess, {}};
+        if (owner->owner == XCB_NONE)
             return {.state = PasteboardText::State::kNoText, .text = {}, .isOwned = false};
 
         const auto targets = convert(atom("TARGETS"));
