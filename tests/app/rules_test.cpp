@@ -3,7 +3,6 @@
 
 #include "app/AccountForms.h"
 #include "app/ClipList.h"
-#include "app/CommandLine.h"
 #include "app/Configuration.h"
 
 namespace {
@@ -11,7 +10,6 @@ namespace {
 using namespace std::string_literals;
 using Items = std::vector<std::string>;
 using Values = QMap<QString, QString>;
-using Text = std::optional<std::string>;
 
 const std::string kEnd = "\n-CLIPBOARD'S END-\n";
 
@@ -29,25 +27,19 @@ TEST(Forms, AreAcceptableUnlessOneRuleIsBroken) {
     };
     for (const auto &[form, isGood] : signUps)
         EXPECT_EQ(form.isAcceptable(), isGood) << &form - &signUps[0].first;
-    struct {
-        PasswordForm form;
-        Text file;
-        const char *user;
-        bool isGood;
-    } const changes[] = {
-        {{"secret", "secret", "secret"}, "secret", "alice1", true},  // the new one may be the old one
-        {{"secret", "secret", "secret"}, {}, "alice1", false},
-        {{"secret", "secret", "secret"}, "secret", "secret", false},
-        {{"", "secret", "secret"}, "", "alice1", false},
-        {{"secret", "short", "short"}, "secret", "alice1", false},
-        {{"secret", "secret1", "secret2"}, "secret", "alice1", false},
+    const std::pair<PasswordForm, bool> changes[] = {
+        {{"secret", "secret", "secret"}, true},  // the new one may be the old one
+        {{"Secret", "better", "better"}, false}, {{"secret", "alice1", "alice1"}, false},
+        {{"secret", "short", "short"}, false},   {{"secret", "secret1", "secret2"}, false},
     };
-    for (const auto &[form, file, user, isGood] : changes)
-        EXPECT_EQ(form.isAcceptable(file, user), isGood) << form.newPassword.toStdString();
+    for (const auto &[form, isGood] : changes)
+        EXPECT_EQ(form.isAcceptable("secret", "alice1"), isGood) << form.newPassword.toStdString();
+    EXPECT_FALSE((PasswordForm{"", "secret", "secret"}.isAcceptable("", "alice1")));
+    EXPECT_FALSE((PasswordForm{"secret", "better", "better"}.isAcceptable(std::nullopt, "alice1")));
     EXPECT_FALSE((SignInForm{"", ""}.isRight("", std::nullopt))) << "nothing never equals";
 }
 
-TEST(ClipList, SplitsAtEveryTerminatorAndKeepsEveryPiece) {
+TEST(ClipList, IsSplitAtEveryTerminatorAndChangedInFrontAndByPlainSubstrings) {
     const std::pair<std::string, Items> cases[] = {
         {"", {""}},
         {kEnd + kEnd, {"", "", ""}},
@@ -58,9 +50,6 @@ TEST(ClipList, SplitsAtEveryTerminatorAndKeepsEveryPiece) {
         const auto views = ClipList::componentsSeparatedByTerminator(text);
         EXPECT_EQ(Items(views.begin(), views.end()), pieces) << text;
     }
-}
-
-TEST(ClipList, EntriesComeInFrontAndGoAsPlainSubstrings) {
     EXPECT_EQ(ClipList::withEntryInFront("a", std::nullopt), "a" + kEnd);
     EXPECT_EQ(ClipList::withEntryInFrontOfLocal("a", std::nullopt), "a");
     EXPECT_EQ(ClipList::withEntryInFrontOfLocal("a", ""), "a" + kEnd);
@@ -68,24 +57,6 @@ TEST(ClipList, EntriesComeInFrontAndGoAsPlainSubstrings) {
     EXPECT_EQ(ClipList::withoutEntry("b" + kEnd + "a", "a"), "b" + kEnd + "a") << "it has no terminator";
     EXPECT_TRUE(ClipList::containsEntry("abc" + kEnd, "bc"));
     EXPECT_FALSE(ClipList::containsEntry("bc", "bc"));
-}
-
-TEST(CommandLine, KnowsItsCommandsAndRefusesAllElse) {
-    using Task = CommandLine::Task;
-    const std::pair<const char *, std::optional<Task>> cases[] = {
-        {"", Task::kRun},
-        {"--save --save", Task::kSave},
-        {"-platform xcb", Task::kRun},  // for the toolkit
-        {"--save --now", {}},
-        {"--", {}},
-        {"--save text", {}},
-    };
-    for (const auto &[words, task] : cases) {
-        const CommandLine line =
-            CommandLine::parse(QStringList{"quillery"} + QString(words).split(' ', Qt::SkipEmptyParts));
-        EXPECT_EQ(line.problem.isEmpty(), task.has_value()) << words;
-        EXPECT_EQ(line.task, task.value_or(line.task)) << words;
-    }
 }
 
 TEST(Configuration, TakesTheEnvironmentBeforeTheFileAndReplacesBadValues) {
