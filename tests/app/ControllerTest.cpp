@@ -13,12 +13,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// One server for all tests of a program; it ends with the program.
-PersonalStorage &storage() {
-    static PersonalStorage server;
-    return server;
-}
-
 void type(std::initializer_list<std::pair<QLineEdit *, QString>> fields) {
     for (const auto &[field, text] : fields) field->setText(text);
 }
@@ -82,11 +76,12 @@ void ControllerTest::useScriptedServer(Faults faults) {
 }
 
 AppDelegate &ControllerTest::start() {
+    static PersonalStorage storage;  // one for all tests of a program, which ends with the program
     delegate.reset();
     delegate = std::make_unique<AppDelegate>(Shell{
         ui, gate, background, waiting, alerts, pasteboard, defaults, notifications, workspace, loginItem,
         configuration, home,
-        [](const std::stop_token &stop) { return storage().ensureRunning(QUILLERY_STORAGE_PROGRAM, stop); }});
+        [](const std::stop_token &stop) { return storage.ensureRunning(QUILLERY_STORAGE_PROGRAM, stop); }});
     gate.enter([this] { delegate->applicationDidFinishLaunching(); });
     return *delegate;
 }
@@ -232,21 +227,17 @@ void ControllerTest::act(const QString &line) {
          [&] { rest == "local" ? (void)fs::remove(localPath()) : putRemote(rest.toStdString(), {}); }},
         {"set", [&] { set(words[0].toLatin1(), QString::fromStdString(value)); }},
     };
-    const auto action = actions.find(verb);
-    if (action == actions.end())
-        ADD_FAILURE() << "no such action";
-    else
-        action->second();
+    ASSERT_TRUE(actions.contains(verb)) << "no such action";
+    actions.at(verb)();
 }
 
 QString ControllerTest::see(const QString &what) {
     const auto yes = [](bool is) { return QString(is ? "yes" : "no"); };
     const QString verb = what.section(' ', 0, 0), name = what.section(' ', 1);
     const auto joined = [](const Items &texts) {
-        QStringList all;
-        for (const std::string &text : texts) all << QString::fromStdString(text);
-        if (all.join("").isEmpty()) return QString(all.isEmpty() ? "(none)" : "-");
-        return all.join('|').replace('\n', "\\n");
+        std::string all;
+        for (const std::string &text : texts) all += kEnd + text;
+        return encoded(texts.empty() ? std::nullopt : std::optional(all.substr(kEnd.size())));
     };
     if (verb == "list") return joined(items());
     if (verb == "friends") return joined(friends());
