@@ -13,16 +13,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// One server for all tests of a program; it ends with the program.
-PersonalStorage &storage() {
-    static PersonalStorage server;
-    return server;
-}
-
-fs::path folderFromEnvironment(const char *name) {
-    return qEnvironmentVariable(name).toStdString();
-}
-
 void type(std::initializer_list<std::pair<QLineEdit *, QString>> fields) {
     for (const auto &[field, text] : fields) field->setText(text);
 }
@@ -47,8 +37,8 @@ int ExpectedAlerts::run(const QString &title, const QString &message, const QStr
 }
 
 ControllerTest::ControllerTest(std::chrono::milliseconds patience)
-    : home(folderFromEnvironment("HOME") / "user"),
-      htdocs(folderFromEnvironment("XDG_DATA_HOME") / "quillery" / "htdocs"),
+    : home(fs::path(qEnvironmentVariable("HOME").toStdString()) / "user"),
+      htdocs(dataFolder() / "quillery" / "htdocs"),
       rescued(stateFolder() / "quillery" / "rescued"),
       waiting(ui, nullptr, patience) {
     umask(0);  // what is private has to be so by itself
@@ -86,11 +76,12 @@ void ControllerTest::useScriptedServer(Faults faults) {
 }
 
 AppDelegate &ControllerTest::start() {
+    static PersonalStorage storage;  // one for all tests of a program, which ends with the program
     delegate.reset();
     delegate = std::make_unique<AppDelegate>(Shell{
         ui, gate, background, waiting, alerts, pasteboard, defaults, notifications, workspace, loginItem,
         configuration, home,
-        [](const std::stop_token &stop) { return storage().ensureRunning(QUILLERY_STORAGE_PROGRAM, stop); }});
+        [](const std::stop_token &stop) { return storage.ensureRunning(QUILLERY_STORAGE_PROGRAM, stop); }});
     gate.enter([this] { delegate->applicationDidFinishLaunching(); });
     return *delegate;
 }
@@ -143,11 +134,9 @@ void ControllerTest::pickFriend(int row) {
 // The control or the item of the menu with that name.
 template <class Kind>
 static Kind *named(const QString &name) {
-    for (QWidget *widget : QApplication::allWidgets()) {
-        QList<QObject *> found{widget};
-        for (QAction *item : widget->actions()) found << item;
-        for (QObject *object : found)
-            if (auto *it = qobject_cast<Kind *>(object); it && object->objectName() == name) return it;
+    for (QWidget *window : QApplication::topLevelWidgets()) {
+        if (auto *it = qobject_cast<Kind *>(window); it && it->objectName() == name) return it;
+        if (auto *it = window->findChild<Kind *>(name)) return it;
     }
     ADD_FAILURE() << "there is no " << qPrintable(name);
     return nullptr;
@@ -188,12 +177,6 @@ void ControllerTest::play(const char *scenario) {
     }
 }
 
-void ControllerTest::request(const QString &what) {
-    delegate->performRequest(what.toStdString(), [this](const SingleInstance::Answer &answer) {
-        answers << QString::number(answer.status) + QString::fromStdString(answer.words);
-    });
-}
-
 void ControllerTest::act(const QString &line) {
     const QString verb = line.section(' ', 0, 0), rest = line.section(' ', 1);
     QStringList words = rest.split(' ');
@@ -214,12 +197,28 @@ void ControllerTest::act(const QString &line) {
         {"toggle", [&] { named<QAbstractButton>(rest)->toggle(); }},  // as an assistive program does
         {"menu", [&] { named<QAction>(rest)->trigger(); }},
         {"type", [&] { named<QLineEdit>(words[0])->setText(QString::fromStdString(value)); }},
+        {"enter",
+         [&] {
+             named<QLineEdit>(words[0])->setText(QString::fromStdString(value));
+             QTest::keyClick(named<QLineEdit>(words[0]), Qt::Key_Return);
+         }},
+        {"send",
+         [&] {
+             for (const QString &field : words.sliced(1))
+                 named<QLineEdit>(field.section('=', 0, 0))->setText(field.section('=', 1));
+             named<QAbstractButton>(words[0])->click();
+         }},
         {"sign-up", [&] { signUp(words[0], words[1]); }},
         {"sign-in", [&] { signIn(words[0], words[1]); }},
         {"change-password", [&] { changePassword(words[0], words[1], words[1]); }},
         {"add-from", [&] { delegate->Contact_index_number = rest.toInt(); }},
         {"add-friend", [&] { addFriend(words[0]); }},
-        {"request", [&] { request(rest); }},
+        {"request",
+         [&] {
+             delegate->performRequest(text, [this](const SingleInstance::Answer &answer) {
+                 answers << QString::number(answer.status) + QString::fromStdString(answer.words);
+             });
+         }},
         {"local", [&] { putLocal(text); }},
         {"remote", [&] { putRemote(words[0].toStdString(), value); }},
         {"spoil", [&] { putRemote(words[0].toStdString(), "not \xFF text"); }},
@@ -228,21 +227,17 @@ void ControllerTest::act(const QString &line) {
          [&] { rest == "local" ? (void)fs::remove(localPath()) : putRemote(rest.toStdString(), {}); }},
         {"set", [&] { set(words[0].toLatin1(), QString::fromStdString(value)); }},
     };
-    const auto action = actions.find(verb);
-    if (action == actions.end())
-        ADD_FAILURE() << "no such action";
-    else
-        action->second();
+    ASSERT_TRUE(actions.contains(verb)) << "no such action";
+    actions.at(verb)();
 }
 
 QString ControllerTest::see(const QString &what) {
     const auto yes = [](bool is) { return QString(is ? "yes" : "no"); };
     const QString verb = what.section(' ', 0, 0), name = what.section(' ', 1);
     const auto joined = [](const Items &texts) {
-        QStringList all;
-        for (const std::string &text : texts) all << QString::fromStdString(text);
-        if (all.join("").isEmpty()) return QString(all.isEmpty() ? "(none)" : "-");
-        return all.join('|').replace('\n', "\\n");
+        std::string all;
+        for (const std::string &text : texts) all += kEnd + text;
+        return encoded(texts.empty() ? std::nullopt : std::optional(all.substr(kEnd.size())));
     };
     if (verb == "list") return joined(items());
     if (verb == "friends") return joined(friends());
@@ -268,6 +263,7 @@ QString ControllerTest::see(const QString &what) {
                (delegate->RemoveContact_enabled ? "+friends" : "");
     if (verb == "shown") return yes(named<QWidget>(name)->isVisible());
     if (verb == "enabled") return yes(named<QWidget>(name)->isEnabled());
+    if (verb == "hides") return yes(named<QLineEdit>(name)->echoMode() == QLineEdit::Password);
     if (verb == "checked") return yes(named<QAbstractButton>(name)->isChecked());
     // Otherwise what a control says.
     return encoded(named<QWidget>(verb)->property("text").toString().toStdString());

@@ -48,13 +48,8 @@ class RecordedNotifications : public UserNotifications {
     std::function<void(const QString &)> onDeliver;
 };
 
-class RecordedWorkspace : public Workspace {
-  public:
-    bool openURL(const QUrl &url) override {
-        opened << QString::fromLatin1(url.toEncoded());
-        return true;
-    }
-    QStringList opened;
+struct NoWorkspace : Workspace {
+    bool openURL(const QUrl &) override { return true; }
 };
 
 // The real controller with its real windows and the real clipboard. Its server is a real personal storage of
@@ -99,7 +94,6 @@ class ControllerTest : public testing::Test {
     void play(const char *scenario);
     virtual void act(const QString &line);
     virtual QString see(const QString &what);
-    void request(const QString &what);  // of another process
 
     Interface &i() { return delegate->interface; }
     ListControl &list() { return *i().Clipboard_saved_string_combobox; }
@@ -128,7 +122,7 @@ class ControllerTest : public testing::Test {
     DesktopPasteboard pasteboard{ui, waiting};
     UserDefaults defaults;
     RecordedNotifications notifications;
-    RecordedWorkspace workspace;
+    NoWorkspace workspace;
     const LoginItem loginItem{"/opt/quillery"};
     Configuration configuration;
     std::unique_ptr<ScriptedFtpServer> server;  // null where it is the personal storage
