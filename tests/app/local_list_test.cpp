@@ -2,6 +2,7 @@
 #include "app/LocalList.h"
 
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -14,7 +15,6 @@
 #include <csignal>
 #include <cstring>
 #include <map>
-#include <vector>
 
 #include "app/ClipList.h"
 #include "app/RescuedLists.h"
@@ -178,13 +178,13 @@ TEST_F(LocalListTest, TwoProgramsKilledAtAnyInstantLoseNothing) {
         for (int k = 0; k < 2; ++k) {
             ASSERT_EQ(pipe(said[k]), 0);
             programs[k] = fork();
+            if (programs[k] == 0) prctl(PR_SET_PDEATHSIG, SIGKILL);
             for (int n = 0; programs[k] == 0; ++n)
                 if (list.add(path, text(k, n)).isWritten && ::write(said[k][1], "!", 1) != 1) _exit(1);
             close(said[k][1]);
         }
         std::array<char, 1000> buffer;
-        ssize_t announced[2];
-        for (int k = 0; k < 2; ++k) announced[k] = ::read(said[k][0], buffer.data(), 1);
+        for (const auto &pipe : said) ASSERT_EQ(::read(pipe[0], buffer.data(), 1), 1);
         usleep(static_cast<useconds_t>(1000 * round));
         for (const pid_t program : programs) {
             kill(program, SIGKILL);
@@ -194,9 +194,9 @@ TEST_F(LocalListTest, TwoProgramsKilledAtAnyInstantLoseNothing) {
         EXPECT_TRUE(whole.ends_with(oldest)) << "empty or cut";
         const auto entries = ClipList::componentsSeparatedByTerminator(whole);
         for (int k = 0; k < 2; ++k) {
-            announced[k] += ::read(said[k][0], buffer.data(), buffer.size());
+            const ssize_t announced = 1 + ::read(said[k][0], buffer.data(), buffer.size());
             close(said[k][0]);
-            for (int n = 0; n < announced[k]; ++n)
+            for (int n = 0; n < announced; ++n)
                 EXPECT_EQ(std::ranges::count(entries, text(k, n)), 1) << "lost or twice";
         }
     }

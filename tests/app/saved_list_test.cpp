@@ -3,13 +3,9 @@
 #include <sys/resource.h>
 
 #include <QClipboard>
-#include <QTest>
 #include <csignal>
-#include <filesystem>
-#include <fstream>
 
 #include "tests/app/ControllerTest.h"
-#include "tests/support/TemporaryFolder.h"
 
 namespace fs = std::filesystem;
 using namespace std::string_literals;
@@ -199,8 +195,6 @@ TEST_F(SavedList, ModesExcludeOneAnotherAndShowWhatAPickWillDo) {
         click RemoveItem_button -> mode=copy; Mode_hint=A pick puts the text on the clipboard.
     )");
 }
-
-// ---- Actions that wait for their turn ----
 
 // Another program holds the list's lock until all have been asked for, and puts a text of its own in front.
 TEST_F(SavedList, SavesAndPicksWaitForTheFirstSaveAndEachOther) {
