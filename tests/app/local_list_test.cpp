@@ -46,6 +46,10 @@ ssize_t write(int fd, const void *bytes, size_t size) {
 int fsync(int fd) {
     return static_cast<int>(call("fsync", SYS_fsync, fd));
 }
+int close(int fd) {
+    const long closed = syscall(SYS_close, fd);
+    return static_cast<int>(errorOf.contains("close") ? call("close", SYS_close, -1) : closed);
+}
 int flock(int fd, int what) noexcept {
     return static_cast<int>(call("flock", SYS_flock, fd, what));
 }
@@ -55,6 +59,8 @@ int rename(const char *from, const char *to) noexcept {
 }
 
 namespace {
+
+const std::string kUnread = "the list there could not be read: ";
 
 class LocalListTest : public testing::Test {
   protected:
@@ -87,8 +93,7 @@ TEST_F(LocalListTest, AChangeIsOnTheDiskBeforeItTakesTheOldListsPlace) {
 }
 
 TEST_F(LocalListTest, AFailedChangeSaysWhyAndLeavesTheOldList) {
-    const std::string unread = "the list there could not be read: ",
-                      locked = "its lock " + path.string() + ".lock could not be taken: ";
+    const std::string locked = "its lock " + path.string() + ".lock could not be taken: ";
     struct Row {
         const char *call;
         int error;
@@ -96,8 +101,8 @@ TEST_F(LocalListTest, AFailedChangeSaysWhyAndLeavesTheOldList) {
     };
     put("good");
     for (const Row &row :
-         {Row{"write", ENOSPC, ""}, Row{"fsync", EIO, ""}, Row{"rename", EROFS, ""},
-          Row{"flock", EIO, locked}, Row{"read", EIO, unread}, Row{"read", ENOMEM, unread}}) {
+         {Row{"write", ENOSPC, ""}, Row{"fsync", EIO, ""}, Row{"close", EDQUOT, ""}, Row{"rename", EROFS, ""},
+          Row{"flock", EIO, locked}, Row{"read", EIO, kUnread}, Row{"read", ENOMEM, kUnread}}) {
         SCOPED_TRACE(row.call);
         errorOf = {{row.call, row.error}};
         const auto change = add(row.problem + std::strerror(row.error));
@@ -114,7 +119,6 @@ TEST_F(LocalListTest, AFailedChangeSaysWhyAndLeavesTheOldList) {
 }
 
 TEST_F(LocalListTest, WhatCannotBeReadNowIsNeitherSetAsideNorWritten) {
-    const std::string problem = "the list there could not be read: ";
     put("good");
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
@@ -122,13 +126,13 @@ TEST_F(LocalListTest, WhatCannotBeReadNowIsNeitherSetAsideNorWritten) {
     close(next);
     const rlimit forTheLockAlone{.rlim_cur = static_cast<rlim_t>(next) + 1, .rlim_max = limit.rlim_max};
     setrlimit(RLIMIT_NOFILE, &forTheLockAlone);
-    add(problem + std::strerror(EMFILE));
+    add(kUnread + std::strerror(EMFILE));
     setrlimit(RLIMIT_NOFILE, &limit);
     fs::resize_file(path, std::uintmax_t{1} << 42U);  // all holes
-    add(problem + "it is too big for the memory");
+    add(kUnread + "it is too big for the memory");
     fs::remove(path);
     mkfifo(path.c_str(), 0600);
-    add(problem + "it is a pipe, not a file");
+    add(kUnread + "it is a pipe, not a file");
     EXPECT_EQ(list.createIfMissing(path), "");
     EXPECT_EQ(filesBeside(), 1U);
 }
@@ -203,11 +207,10 @@ TEST_F(LocalListTest, TwoProgramsKilledAtAnyInstantLoseNothing) {
 }
 
 TEST(RescuedLists, KeepTheLatest) {
-    const TemporaryFolder home;
-    const fs::path folder = home.path() / "rescued";
+    const TemporaryFolder folder;
     fs::path latest;
-    RescuedLists lists(folder, [&](const fs::path &copy, RescuedLists::Reason) { latest = copy; });
-    const auto count = [&] { return std::distance(fs::directory_iterator(folder), {}); };
+    RescuedLists lists(folder.path(), [&](const fs::path &copy, RescuedLists::Reason) { latest = copy; });
+    const auto count = [&] { return std::distance(fs::directory_iterator(folder.path()), {}); };
     for (int i = 0; i < 25; ++i) lists.keepBytes(".a/b", std::to_string(i));
     EXPECT_EQ(count(), 20);
     EXPECT_EQ(contentOf(latest), "24");

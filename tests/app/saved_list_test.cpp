@@ -61,10 +61,9 @@ TEST_F(SavedList, InAnAccount) {
         start
         sign-in alice secret
         save x                    -> remote .alice_Quillery.txt=x|; local=mine
-        save y                    -> remote .alice_Quillery.txt=y|x|
-        open                      -> list=y|x|; List_place=In your account on this computer
+        open                      -> list=x|; List_place=In your account on this computer
         lose .alice_Quillery.txt
-        open                      -> list=y|x|; shown keepLocalList=yes
+        open                      -> list=x|; shown keepLocalList=yes
         local a|b|
         ! Sure?: Keep the 2 texts of this computer's list in your account? They stay on this computer as well.
         click keepLocalList_button -> remote .alice_Quillery.txt=a|b|; list=a|b|; shown keepLocalList=no
@@ -113,16 +112,15 @@ TEST_F(SavedList, ATextThatCannotBeWrittenIsToldKeptAndSavedTheNextTime) {
         std::function<void()> make, mend;
         bool isReadable;  // what is there
     };
-    const Row rows[] = {
-        {"File too large", [&] { setLimit(500); }, [&] { setLimit(limit.rlim_cur); }, true},
-        {"Too many levels of symbolic links",
-         [&] {
-             fs::remove(localPath());
-             fs::create_symlink(".Quillery.txt", localPath());
-         },
-         [&] { fs::remove(localPath()); }, false},
-    };
-    for (const Row &row : rows) {
+    for (const Row &row : {
+             Row{"File too large", [&] { setLimit(500); }, [&] { setLimit(limit.rlim_cur); }, true},
+             Row{"Too many levels of symbolic links",
+                 [&] {
+                     fs::remove(localPath());
+                     fs::create_symlink(".Quillery.txt", localPath());
+                 },
+                 [&] { fs::remove(localPath()); }, false},
+         }) {
         SCOPED_TRACE(row.why);
         putLocal(old);
         fs::remove_all(rescued);
