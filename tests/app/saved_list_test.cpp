@@ -222,7 +222,6 @@ TEST_F(SavedList, ASaveBeforeALogOutIsTheUsersOwn) {
         i().Log_in_menu_item->trigger();
     });
     settle();
-    EXPECT_FALSE(delegate->isSigned_in);
     EXPECT_EQ(remote(kAccountList), "hers" + kEnd);
 }
 

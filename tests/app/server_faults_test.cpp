@@ -22,7 +22,7 @@ const Alert kNoServer{"Error!", "Please check your connection."};
 struct Operation {
     QString steps;  // R: a file is read, W: one is written
     QString actions, seen;
-    QString before, after;  // what is seen until it is done, and then
+    std::string before, after;  // what is seen until it is done, and then
     // The alerts where the server goes away before the first step, the second … and where it stays.
     QList<Said> said;
     QStringList waits;  // what the user waits for and may give up, a text for each read
@@ -87,14 +87,14 @@ class ServerFaults : public ControllerTest {
         return all;
     }
     // Starts anew, does it, and gives the result.
-    QString resultOf(const Operation &operation, const Faults &faults, const Said &said) {
+    std::string resultOf(const Operation &operation, const Faults &faults, const Said &said) {
         startWith(!operation.actions.startsWith("sign-"));
         server->setFaults(faults);
         alerts.expect(said);
         for (const QString &action : operation.actions.split("; ")) act(action);
         settle();
         EXPECT_EQ(alerts.outstanding(), 0U);
-        return see(operation.seen);
+        return see(operation.seen).toStdString();
     }
 };
 
@@ -106,13 +106,14 @@ TEST_F(ServerFaults, AServerThatGoesAwayAtAnyStepLeavesEverythingAsItWasAndUsabl
             const auto countOf = [&](char step) { return static_cast<int>(steps.left(served).count(step)); };
             const Faults gone = {{.at = "RETR", .hangsUp = true, .skip = countOf('R')},
                                  {.at = "STOR", .hangsUp = true, .skip = countOf('W')}};
-            const QString result = resultOf(operation, gone, operation.said[served]);
-            EXPECT_EQ(result, served < steps.size() ? operation.before : operation.after);
+            EXPECT_EQ(resultOf(operation, gone, operation.said[served]),
+                      served < steps.size() ? operation.before : operation.after);
             EXPECT_EQ(i().Share_switch->isEnabled(), delegate->isSigned_in);
             const bool takesAway =
                 operation.seen.startsWith("remote") && operation.after.size() < operation.before.size();
             if (takesAway && served + 1 == steps.size()) {
-                const QString old = QString(operation.before).replace("|", QString::fromStdString(kEnd));
+                const QString old =
+                    QString::fromStdString(operation.before).replace("|", QString::fromStdString(kEnd));
                 EXPECT_EQ(copies(), Items{old.toStdString()}) << "the server may hold a part of it";
             }
         }
@@ -136,6 +137,7 @@ TEST_F(ServerFaults, AFileThatCouldNotBeReadWholeIsNotRewritten) {
 TEST_F(ServerFaults, AStallingReadIsWaitedForVisiblyAndCanBeGivenUp) {
     QStringList waitedFor;
     QObject::connect(&waiting, &Waiting::slow, [&](const QString &whatFor) {
+        if (whatFor.startsWith("Checking the connection")) return;  // by the start, on a slow machine
         QTimer::singleShot(0, [&, whatFor] {
             EXPECT_TRUE(i().waitingWindow->isVisible());
             waitedFor << whatFor;
@@ -150,7 +152,8 @@ TEST_F(ServerFaults, AStallingReadIsWaitedForVisiblyAndCanBeGivenUp) {
             const Fault stall{.at = "RETR", .stalls = true, .skip = read, .times = 1};
             EXPECT_EQ(resultOf(operation, {stall}, signsUp ? Said() : operation.said[read]),
                       operation.before);
-            EXPECT_EQ(waitedFor, operation.waits.mid(read, 1)) << "giving up once is enough";
+            EXPECT_EQ(waitedFor.join("+").toStdString(), operation.waits[read].toStdString())
+                << "giving up once is enough";
             EXPECT_FALSE(i().waitingWindow->isVisible());
             EXPECT_TRUE(i().Sign_up_done->isEnabled() && i().Sign_in_done->isEnabled());
         }
