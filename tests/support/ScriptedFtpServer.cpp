@@ -14,7 +14,7 @@ const std::map<std::string, std::string> kUsualReplies = {
     {"USER", "331 Password?"}, {"PASS", "230 Welcome."},        {"PWD", "257 \"/\" is the folder."},
     {"TYPE", "200 So be it."}, {"CWD", "250 You are there."},   {"SITE", "200 As you wish."},
     {"QUIT", "221 Bye."},      {"MKD", "257 \"It\" is there."}, {"DELE", "250 Gone."},
-    {"RMD", "250 Gone."}};
+    {"RMD", "250 Gone."},      {"RNFR", "350 And then?"},       {"RNTO", "250 Moved."}};
 
 bool sendAll(int descriptor, std::string_view bytes) {
     while (!bytes.empty()) {
@@ -105,6 +105,14 @@ class ScriptedFtpServer::Session {
         const std::scoped_lock lock(server_.mutex_);
         if (verb == "MKD") return server_.folders_.insert(path).second;
         if (verb == "RMD") return server_.folders_.erase(path) > 0;
+        if (verb == "RNFR") oldPath_ = path;
+        if (verb == "RNFR") return server_.files_.contains(path);
+        if (verb == "RNTO") {
+            auto moved = server_.files_.extract(oldPath_);
+            if (!moved) return false;
+            server_.files_[path] = std::move(moved.mapped());
+            return true;
+        }
         return verb != "DELE" || server_.files_.erase(path) > 0;
     }
 
@@ -188,6 +196,7 @@ class ScriptedFtpServer::Session {
 
     ScriptedFtpServer &server_;
     const int control_;
+    std::string oldPath_;
     std::string folder_;  ///< "" or "folder/"
     std::optional<Listener> dataListener_;
     int data_ = -1;
