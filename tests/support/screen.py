@@ -9,7 +9,7 @@ import dbus.bus
 
 ACCESSIBLE, COMPONENT = "org.a11y.atspi.Accessible", "org.a11y.atspi.Component"
 ACTION, EDITABLE = "org.a11y.atspi.Action", "org.a11y.atspi.EditableText"
-ENABLED, SHOWING = 1 << 8, 1 << 25
+SHOWING = 1 << 25
 session = dbus.SessionBus()
 
 
