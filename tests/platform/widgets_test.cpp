@@ -104,14 +104,10 @@ TEST_F(ListControlTest, WorksByKeyboardAlone) {
     for (int i = 0; i < 2; ++i) QTest::keyClick(line, Qt::Key_Down);
     EXPECT_TRUE(picks.empty()) << "moving is not picking";
     QTest::keyClick(line, Qt::Key_Return);
-    ASSERT_EQ(picks.size(), 1U);
-    EXPECT_EQ(picks[0].second, "two");
     QCoreApplication::processEvents();
     QTest::keyClicks(line, "thr");
     QTest::keyClick(line, Qt::Key_Enter);
-    ASSERT_EQ(picks.size(), 2U);
-    EXPECT_EQ(picks[1].second, "three");
-    QCoreApplication::processEvents();
+    EXPECT_EQ(picks, (std::vector<std::pair<int, std::string>>{{1, "two"}, {2, "three"}}));
 }
 
 TEST_F(ListControlTest, ADoubleClickIsOnePick) {
