@@ -1,163 +1,27 @@
-// What the program has from the desktop, and gives to its own threads and processes.
+// What the program shares with its other processes: requests, folders, settings, texts.
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
-#include <xcb/xcb.h>
+#include <unistd.h>
 
-#include <QApplication>
-#include <QDBusConnection>
-#include <QDBusMessage>
-#include <QDBusVariant>
-#include <QDBusVirtualObject>
-#include <QDir>
+#include <QCoreApplication>
 #include <QFile>
-#include <QFileInfo>
-#include <QTest>
 #include <cstdlib>
-#include <cstring>
-#include <ctime>
+#include <functional>
 #include <future>
 
-#include "platform/BackgroundTasks.h"
-#include "platform/ColorScheme.h"
 #include "platform/SingleInstance.h"
-#include "platform/StatusBar.h"
-#include "platform/UiThread.h"
+#include "platform/Text.h"
 #include "platform/UserDefaults.h"
 #include "platform/UserFolders.h"
+#include "tests/support/TemporaryFolder.h"
 #include "tests/support/WaitFor.h"
 
 namespace {
 
-using namespace std::chrono_literals;
-
-// ---- Threads ----
-
-TEST(BackgroundTasks, HandOverStepsInOrderAndAreWaitedFor) {
-    UiThread ui;
-    std::string log;
-    {
-        BackgroundTasks background(ui);
-        for (int i = 0; i < 20; ++i) {
-            background.performSelectorInBackground([&] {
-                const std::size_t before = ui.run([&] { return log.size(); });
-                ui.run([&] { log += before <= log.size() ? "x" : "?"; });
-            });
-        }
-        EXPECT_EQ(background.running(), 20);
-        background.waitForAll();
-        EXPECT_EQ(background.running(), 0);
-        EXPECT_EQ(log, std::string(20, 'x'));
-        background.performSelectorInBackground([&] { ui.run([&] { log = "the last"; }); });
-    }
-    EXPECT_EQ(log, "the last");
-}
-
-// A handed-over step that turns a loop of its own must not keep the steps behind it from that loop.
-TEST(UiThread, StepsRunInsideNestedLoops) {
-    UiThread ui;
-    bool second = false, seen = false;
-    ui.post([&] { seen = waitFor([&] { return second; }, 2000); });
-    ui.post([&] { second = true; });
-    EXPECT_TRUE(waitFor([&] { return seen; }, 3000));
-}
-
-// ---- The desktop ----
-
-// A service of the session bus, on a connection of its own. It answers any call with `answer`.
-class Service : public QDBusVirtualObject {
-  public:
-    Service(const QString &name, const QString &path, const QString &interface)
-        : name_(name), path_(path), interface_(interface) {
-        bus_.registerVirtualObject(path, this);
-        bus_.registerService(name);
-    }
-    ~Service() override { QDBusConnection::disconnectFromBus(name_); }
-    QString introspect(const QString &) const override { return {}; }
-    bool handleMessage(const QDBusMessage &message, const QDBusConnection &connection) override {
-        return isSilent || connection.send(message.createReply(QVariant::fromValue(QDBusVariant(answer))));
-    }
-    void signal(const char *name, const QVariantList &arguments = {}) {
-        QDBusMessage message = QDBusMessage::createSignal(path_, interface_, name);
-        message.setArguments(arguments);
-        bus_.send(message);
-    }
-    QVariant answer;
-    bool isSilent = false;
-
-  private:
-    const QString name_, path_, interface_;
-    QDBusConnection bus_ = QDBusConnection::connectToBus(QDBusConnection::SessionBus, name_);
-};
-
-TEST(ColorSchemeTest, FollowsTheDesktopNowAndLater) {
-    const auto isDark = [] { return QApplication::palette().color(QPalette::Window).lightness() < 128; };
-    ASSERT_FALSE(isDark());
-    const ColorScheme scheme;  // there is no portal yet
-    Service portal("org.freedesktop.portal.Desktop", "/org/freedesktop/portal/desktop",
-                   "org.freedesktop.portal.Settings");
-    portal.answer = QVariant::fromValue(QDBusVariant(1U));
-    EXPECT_TRUE(waitFor(isDark));
-    portal.signal("SettingChanged",
-                  {"org.freedesktop.appearance", "color-scheme", QVariant::fromValue(QDBusVariant(2U))});
-    EXPECT_TRUE(waitFor([&] { return !isDark(); }));
-}
-
-class Watcher : public Service {
-  public:
-    Watcher()
-        : Service("org.kde.StatusNotifierWatcher", "/StatusNotifierWatcher",
-                  "org.kde.StatusNotifierWatcher") {}
-    void setHost(bool has) {
-        answer = has;
-        signal(has ? "StatusNotifierHostRegistered" : "StatusNotifierHostUnregistered");
-    }
-};
-
-// Owns the X11 system tray until it is closed.
-xcb_connection_t *openXTray() {
-    constexpr char kSelection[] = "_NET_SYSTEM_TRAY_S0";
-    xcb_connection_t *connection = xcb_connect(nullptr, nullptr);
-    auto *atom = xcb_intern_atom_reply(
-        connection, xcb_intern_atom(connection, 0, std::strlen(kSelection), kSelection), nullptr);
-    const xcb_window_t window = xcb_generate_id(connection);
-    const xcb_screen_t *screen = xcb_setup_roots_iterator(xcb_get_setup(connection)).data;
-    xcb_create_window(connection, 0, window, screen->root, 0, 0, 1, 1, 0, XCB_WINDOW_CLASS_INPUT_ONLY,
-                      screen->root_visual, 0, nullptr);
-    xcb_set_selection_owner(connection, window, atom->atom, XCB_CURRENT_TIME);
-    std::free(xcb_get_input_focus_reply(connection, xcb_get_input_focus(connection), nullptr));
-    std::free(atom);
-    return connection;
-}
-
-// The toolkit decides once for one of the two kinds, so this is the only test that may see a status bar.
-TEST(StatusBarTest, OneCountsOnlyWithAHostAndFromThenOnOnlyOneOfItsKind) {
-    const StatusBar bar;
-    const auto becomes = [&bar](bool isThere, int milliseconds = 3000) {
-        return waitFor([&] { return bar.isAvailable() == isThere; }, milliseconds);
-    };
-    {
-        Watcher watcher;
-        watcher.setHost(true);
-        EXPECT_TRUE(becomes(true));
-        watcher.isSilent = true;
-        watcher.setHost(false);
-        EXPECT_FALSE(becomes(false, 300)) << "one that does not answer is not gone";
-        watcher.isSilent = false;
-        watcher.setHost(false);
-        EXPECT_TRUE(becomes(false)) << "nobody shows the items";
-        watcher.setHost(true);
-        EXPECT_TRUE(becomes(true));
-    }
-    EXPECT_TRUE(becomes(false));
-    xcb_connection_t *tray = openXTray();
-    EXPECT_FALSE(becomes(true, 300)) << "of the other kind";
-    Watcher again;
-    again.setHost(true);
-    EXPECT_TRUE(becomes(true));
-    xcb_disconnect(tray);
-}
+namespace fs = std::filesystem;
+using namespace std::literals;
 
 // ---- The one running program ----
 
@@ -183,8 +47,6 @@ TEST_F(SingleInstanceTest, OnlyOneHasTheClaimAndEndingFreesIt) {
         EXPECT_EQ(second.claim(), SingleInstance::Claim::kIsSecond);
         qputenv("DISPLAY", display + ".0");
         EXPECT_EQ(second.claim(), SingleInstance::Claim::kIsSecond) << "the same display by another name";
-        qputenv("DISPLAY", ":77");
-        EXPECT_EQ(second.claim(), SingleInstance::Claim::kIsTheOne) << "another display";
     }
     qputenv("DISPLAY", display);
     SingleInstance third;
@@ -194,10 +56,8 @@ TEST_F(SingleInstanceTest, OnlyOneHasTheClaimAndEndingFreesIt) {
 TEST_F(SingleInstanceTest, PassesRequestsOnAndAnswersBack) {
     SingleInstance instance;
     ASSERT_EQ(instance.claim(), SingleInstance::Claim::kIsTheOne);
-    std::vector<std::string> requests;
     Reply later;
     ASSERT_TRUE(instance.listen([&](const std::string &request, const Reply &reply) {
-        requests.push_back(request);
         if (request == "save") {
             later = reply;
         } else {
@@ -220,58 +80,40 @@ TEST_F(SingleInstanceTest, PassesRequestsOnAndAnswersBack) {
     later({});
     ASSERT_TRUE(waitFor([&] { return slow.wait_for(0s) == std::future_status::ready; }));
     EXPECT_EQ(slow.get()->status, 0);
-    EXPECT_TRUE(waitFor([&] { return requests.size() == 4; }));
-    EXPECT_EQ(requests, (std::vector<std::string>{"list", "save", "list", "list"}));
-    EXPECT_FALSE(ask(std::string(1000, 'x')).has_value()) << "no request";
-    EXPECT_TRUE(ask("list").has_value()) << "the next one is heard";
 }
 
-TEST_F(SingleInstanceTest, CallersThatSayNothingAreGivenUpAndOnesThatCannotBeTakenWait) {
+TEST_F(SingleInstanceTest, CallersThatSayNothingAreGivenUpAndOnesThatWereAnsweredAndStayMakeRoom) {
     SingleInstance instance;
     ASSERT_EQ(instance.claim(), SingleInstance::Claim::kIsTheOne);
     ASSERT_TRUE(instance.listen([](const std::string &, const Reply &reply) { reply({}); }, 300ms));
     const std::string path = *runtimeFolder() / ("instance" + qgetenv("DISPLAY").toStdString());
     sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
     path.copy(address.sun_path, sizeof address.sun_path - 1);
+    std::vector<int> callers;
     const auto call = [&] {
-        const int caller = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-        EXPECT_EQ(connect(caller, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
-        return caller;
-    };
-    std::vector<int> silent;
-    for (int i = 0; i < 40; ++i) {
-        silent.push_back(call());
+        callers.push_back(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+        EXPECT_EQ(connect(callers.back(), reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
         QCoreApplication::processEvents();
-    }
+    };
     char byte = 0;
-    EXPECT_EQ(recv(silent[0], &byte, 1, 0), -1) << "it has some time to say what it wants";
-    EXPECT_TRUE(waitFor([&] { return recv(silent[0], &byte, 1, 0) == 0; }, 3000));
-    EXPECT_FALSE(waitFor([&] { return recv(silent[39], &byte, 1, 0) == 0; }, 50))
+    for (int i = 0; i < 40; ++i) call();
+    EXPECT_EQ(recv(callers[0], &byte, 1, 0), -1) << "it has some time to say what it wants";
+    EXPECT_TRUE(waitFor([&] { return recv(callers[0], &byte, 1, 0) == 0; }, 3000));
+    EXPECT_FALSE(waitFor([&] { return recv(callers[39], &byte, 1, 0) == 0; }, 50))
         << "only so many are heard at once: its time has just begun";
-    EXPECT_TRUE(ask("list").has_value());
-
-    rlimit limit{};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    const int next = dup(0);
-    close(next);
-    const rlimit full{.rlim_cur = static_cast<rlim_t>(next) + 1, .rlim_max = limit.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &full);
-    const int last = call();
-    const std::clock_t before = std::clock();
-    QTest::qWait(300);
-    EXPECT_LT(std::clock() - before, CLOCKS_PER_SEC / 6) << "it tries again and again";
-    setrlimit(RLIMIT_NOFILE, &limit);
-    send(last, "list\n", 5, MSG_NOSIGNAL);
-    EXPECT_TRUE(waitFor([&] { return recv(last, &byte, 1, 0) == 1; }));
-    silent.push_back(last);
-    for (const int descriptor : silent) close(descriptor);
+    for (int i = 0; i < 41; ++i) {
+        call();
+        send(callers.back(), "list\n", 5, MSG_NOSIGNAL);
+        ASSERT_TRUE(waitFor([&] { return recv(callers.back(), &byte, 1, 0) == 1; }, 3000)) << i;
+    }
+    for (const int descriptor : callers) close(descriptor);
 }
 
 // ---- Settings ----
 
 TEST(UserDefaultsTest, SetsADamagedFileAside) {
     const QString name = UserDefaults().fileName();
-    QDir().mkpath(QFileInfo(name).path());
+    fs::create_directories(fs::path(name.toStdString()).parent_path());
     int number = 0;
     for (const QByteArray &bytes :
          {QByteArray("[General]\nkUser\0name=ann\n", 25), QByteArray("[General]\nkUsername=ann\nkPas"),
@@ -304,6 +146,58 @@ TEST(UserDefaultsTest, TakesWhatItWritesItselfForSound) {
         EXPECT_TRUE(again.problem().isEmpty()) << qPrintable(again.problem());
         EXPECT_EQ(again.objectForKey("kUsername"), text);
     }
+}
+
+// ---- Texts and folders ----
+
+TEST(Text, TellsUtf8FromOtherBytesAndComesBackFromQStringByteForByte) {
+    for (const std::string &good :
+         {""s, "plain ascii, long enough for whole words"s, "a\0b"s, "\xC3\xA4"s, "\xE2\x82\xAC"s,
+          "\xF0\x9F\x98\x80"s, "\xEF\xBB\xBF"s, "\xF4\x8F\xBF\xBF"s, "12345678\xC3\xA4"s, "\r\n\t"s}) {
+        EXPECT_TRUE(isValidUtf8(good)) << testing::PrintToString(good);
+        EXPECT_EQ(toUtf8(toQString(good)), good);
+    }
+    for (const std::string &bad :
+         {"\x80"s, "\xC3"s, "\xC0\x80"s, "\xE0\x80\x80"s, "\xED\xA0\x80"s, "\xF0\x80\x80\x80"s,
+          "\xF4\x90\x80\x80"s, "\xF5\x80\x80\x80"s, "12345678\xFF"s, "1234567\xE2\x82"s}) {
+        EXPECT_FALSE(isValidUtf8(bad)) << testing::PrintToString(bad);
+    }
+}
+
+TEST(UserFolders, OneIsFoundThatNobodyElseCanUse) {
+    const TemporaryFolder elsewhere;
+    const auto linkTo = [&](const fs::path &path) {
+        fs::remove(path);
+        fs::create_symlink(elsewhere.path(), path);
+    };
+    const char *const inRun = "run/quillery", *const inCache = "cache/quillery";
+    // What is done to $XDG_RUNTIME_DIR, and where the program looks then.
+    const std::vector<std::pair<const char *, std::function<void(const fs::path &run)>>> cases = {
+        {inRun, [](auto &) {}},
+        {inCache, [](auto &run) { chmod(run.c_str(), 0755); }},
+        {inCache, linkTo},
+        {inCache, [](auto &run) { mkdir((run / "quillery").c_str(), 0755); }},
+        {inCache, [&](auto &run) { linkTo(run / "quillery"); }},
+        {"",
+         [&](auto &run) {
+             linkTo(run / "quillery");
+             linkTo(run.parent_path() / "cache/quillery");
+         }},
+    };
+    const QByteArray before = qgetenv("XDG_RUNTIME_DIR");
+    for (std::size_t i = 0; i < cases.size(); ++i) {
+        SCOPED_TRACE(i);
+        const TemporaryFolder folder;
+        const fs::path run = folder.path() / "run";
+        mkdir(run.c_str(), 0700);
+        fs::create_directory(folder.path() / "cache");
+        setenv("XDG_RUNTIME_DIR", run.c_str(), 1);
+        setenv("XDG_CACHE_HOME", (folder.path() / "cache").c_str(), 1);
+        cases[i].second(run);
+        EXPECT_EQ(runtimeFolder().value_or(""), *cases[i].first ? folder.path() / cases[i].first : "");
+    }
+    qputenv("XDG_RUNTIME_DIR", before);
+    unsetenv("XDG_CACHE_HOME");
 }
 
 }  // namespace

@@ -27,6 +27,7 @@ class Quillery:
         self.home = pathlib.Path(tempfile.mkdtemp(dir=os.environ["HOME"]))
         self.list = self.home / "Documents/.Quillery.txt"
         self.store = self.home / ".local/share/quillery/htdocs"
+        self.log = self.home / "log"
         self.port = self.home / "run/quillery/storage.port"
         self.environment = {**os.environ, "HOME": str(self.home), "QT_LINUX_ACCESSIBILITY_ALWAYS_ON": "1",
                             **{f"XDG_{name}": str(self.home / folder) for name, folder in FOLDERS.items()}, **environment}
@@ -41,9 +42,6 @@ class Quillery:
     def read(self, path):
         return path.read_bytes().decode() if path.exists() else None
 
-    def log(self):
-        return self.read(self.home / "log")
-
     # -- processes in the home folder
 
     def run(self, *command, **options):
@@ -51,16 +49,13 @@ class Quillery:
         return self.running[-1]
 
     def start(self):
-        with open(self.home / "log", "w", encoding="utf-8") as log:
+        with open(self.log, "w", encoding="utf-8") as log:
             self.process = self.run(self.program, stderr=log, umask=0)
         return self.process
 
-    def wait_until_started(self):
-        wait("end of the start", lambda: "passcode" in self.log())
-
     def start_fully(self):
         self.start()
-        self.wait_until_started()
+        wait("end of the start", lambda: "passcode" in self.read(self.log))
         return self.process
 
     def command(self, *words, **environment):

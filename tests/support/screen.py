@@ -9,7 +9,7 @@ import dbus.bus
 
 ACCESSIBLE, COMPONENT = "org.a11y.atspi.Accessible", "org.a11y.atspi.Component"
 ACTION, EDITABLE = "org.a11y.atspi.Action", "org.a11y.atspi.EditableText"
-ENABLED, SHOWING = 1 << 8, 1 << 25
+SHOWING = 1 << 25
 session = dbus.SessionBus()
 
 
@@ -42,19 +42,9 @@ def windows(title):
     return found("xdotool", "search", "--onlyvisible", "--name", f"^{title}$").split()
 
 
-def active_title():
-    return found("xdotool", "getactivewindow", "getwindowname").strip()
-
-
 def process_of(bus, name):
     return int(bus.call_blocking("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
                                  "GetConnectionUnixProcessID", "s", (name,)))
-
-
-def accessibility_bus():
-    launcher = session.get_object("org.a11y.Bus", "/org/a11y/bus", introspect=False)
-    launcher.Set("org.a11y.Status", "IsEnabled", dbus.Boolean(True, variant_level=1), dbus_interface=dbus.PROPERTIES_IFACE)
-    return dbus.bus.BusConnection(str(launcher.GetAddress(dbus_interface="org.a11y.Bus")))
 
 
 class Part:
@@ -73,9 +63,6 @@ class Part:
 
     def role(self):
         return str(self.object.GetRoleName(dbus_interface=ACCESSIBLE))
-
-    def has_state(self, state):
-        return bool(int(self.object.GetState(dbus_interface=ACCESSIBLE)[0]) & state)
 
     def place(self):
         """Its left and upper edge on the screen, its width and height."""
@@ -97,14 +84,16 @@ class Part:
     def walk(self):
         for child in self.children():
             with contextlib.suppress(dbus.DBusException):
-                if child.has_state(SHOWING):
+                if int(child.object.GetState(dbus_interface=ACCESSIBLE)[0]) & SHOWING:
                     yield child
                     yield from child.walk()
 
 
 class Screen:
     def __init__(self):
-        self.bus = accessibility_bus()
+        launcher = session.get_object("org.a11y.Bus", "/org/a11y/bus", introspect=False)
+        launcher.Set("org.a11y.Status", "IsEnabled", dbus.Boolean(True, variant_level=1), dbus_interface=dbus.PROPERTIES_IFACE)
+        self.bus = dbus.bus.BusConnection(str(launcher.GetAddress(dbus_interface="org.a11y.Bus")))
 
     def _programs(self, program):
         """Those of a name or, where it is a number, of a process."""
