@@ -30,11 +30,11 @@ class Listener {
     std::uint16_t port_ = 0;
 };
 
-/// One of Debian's FTP servers on loopback, over a folder of its own, for the user u with the password p.
+/// Debian's vsftpd on loopback, over a folder of its own, for the user u with the password p.
 class RealFtpServer {
   public:
-    /// `kind`: vsftpd or proftpd. `demandsTls`: it takes encrypted connections only.
-    RealFtpServer(const std::string &kind, bool demandsTls);
+    /// `demandsTls`: it takes encrypted connections only.
+    explicit RealFtpServer(bool demandsTls);
     ~RealFtpServer();
     RealFtpServer(const RealFtpServer &) = delete;
     RealFtpServer &operator=(const RealFtpServer &) = delete;

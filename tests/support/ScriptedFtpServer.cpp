@@ -1,6 +1,5 @@
 #include "support/ScriptedFtpServer.h"
 
-#include <netinet/tcp.h>
 #include <poll.h>
 
 #include <algorithm>
@@ -14,7 +13,7 @@ const std::map<std::string, std::string> kUsualReplies = {
     {"USER", "331 Password?"}, {"PASS", "230 Welcome."},        {"PWD", "257 \"/\" is the folder."},
     {"TYPE", "200 So be it."}, {"CWD", "250 You are there."},   {"SITE", "200 As you wish."},
     {"QUIT", "221 Bye."},      {"MKD", "257 \"It\" is there."}, {"DELE", "250 Gone."},
-    {"RMD", "250 Gone."}};
+    {"RMD", "250 Gone."},      {"RNFR", "350 And then?"},       {"RNTO", "250 Moved."}};
 
 bool sendAll(int descriptor, std::string_view bytes) {
     while (!bytes.empty()) {
@@ -23,11 +22,6 @@ bool sendAll(int descriptor, std::string_view bytes) {
         bytes.remove_prefix(static_cast<std::size_t>(sent));
     }
     return true;
-}
-
-void resetOnClose(int descriptor) {
-    const linger atOnce{.l_onoff = 1, .l_linger = 0};
-    setsockopt(descriptor, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
 }
 
 }  // namespace
@@ -74,15 +68,10 @@ class ScriptedFtpServer::Session {
         if (fault.meanwhile) fault.meanwhile();
         if (fault.stalls) server_.pause({});
         if (!server_.pause(fault.delay)) return false;
-        if (fault.resets) resetOnClose(control_);
-        const bool ends = fault.hangsUp || fault.resets;
-        if (ends && fault.reply.empty()) return false;
+        if (fault.hangsUp && fault.reply.empty()) return false;
         const std::string reply = (fault.reply.empty() ? usual : fault.reply) + "\r\n";
         if (goesOn) *goesOn = reply.starts_with('1');
-        if (!fault.dribbles) return sendAll(control_, reply) && !ends;
-        const int on = 1;
-        setsockopt(control_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-        return std::ranges::all_of(reply, [this](char c) { return sendAll(control_, {&c, 1}); }) && !ends;
+        return sendAll(control_, reply) && !fault.hangsUp;
     }
 
     bool handle(const std::string &verb, const std::string &argument) {
@@ -105,6 +94,14 @@ class ScriptedFtpServer::Session {
         const std::scoped_lock lock(server_.mutex_);
         if (verb == "MKD") return server_.folders_.insert(path).second;
         if (verb == "RMD") return server_.folders_.erase(path) > 0;
+        if (verb == "RNFR") oldPath_ = path;
+        if (verb == "RNFR") return server_.files_.contains(path);
+        if (verb == "RNTO") {
+            auto moved = server_.files_.extract(oldPath_);
+            if (!moved) return false;
+            server_.files_[path] = std::move(moved.mapped());
+            return true;
+        }
         return verb != "DELE" || server_.files_.erase(path) > 0;
     }
 
@@ -152,11 +149,7 @@ class ScriptedFtpServer::Session {
     bool survivesMiddle() {
         const Fault fault = server_.nextFault("data").value_or(Fault{});
         if (fault.stalls) server_.pause({});
-        if (fault.resets) {
-            resetOnClose(data_);
-            resetOnClose(control_);
-        }
-        return server_.pause(fault.delay) && !fault.hangsUp && !fault.resets;
+        return server_.pause(fault.delay) && !fault.hangsUp;
     }
 
     bool store(const std::string &path) {
@@ -188,6 +181,7 @@ class ScriptedFtpServer::Session {
 
     ScriptedFtpServer &server_;
     const int control_;
+    std::string oldPath_;
     std::string folder_;  ///< "" or "folder/"
     std::optional<Listener> dataListener_;
     int data_ = -1;

@@ -29,10 +29,6 @@ struct Fault {
     std::chrono::milliseconds delay{0};
     /// Closes the connection, after the reply if there is one.
     bool hangsUp = false;
-    /// Closes it by a reset, which discards what is on its way.
-    bool resets = false;
-    /// Sends the reply byte by byte.
-    bool dribbles = false;
     /// Says and does nothing more on this connection.
     bool stalls = false;
     /// Runs before it replies, on a thread of the server's; not at "data".
