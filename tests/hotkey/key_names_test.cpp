@@ -31,7 +31,6 @@ TEST(KeyName, IsThatOfTheLayoutInForceBehindTheModifiers) {
               {{55, 0}, {56, 0}, {58, 0}, {59, 0}, {55, kVkCommandFlag}, {60, shift}, {63, 0}},
               "||||⌘|⇧⇧|⌘"},
              {{"us"}, {{122, 0}, {kReturn, shift}, {76, alt}, {114, alt}, {71, alt}}, "F1|⇧↩|⌥|⌥|⌥"},
-             {{"us"}, {{52, 0}, {127, 0}, {200, 0}, {0xffff, 0}}, "|||"},
              {{"de"}, {{kZ, 0}, {kY, 0}, {kSemicolon, shift}, {kPad1, 0}, {kPoint, 0}}, "y|z|⇧ö|1|,"},
              {{"de"}, {{kGrave, kVkControlFlag}}, "⌃"},  // a dead key
              {{"fr"}, {{kA, 0}, {k1, 0}, {kBracket, 0}}, "q|&|"},

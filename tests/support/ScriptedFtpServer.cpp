@@ -41,10 +41,7 @@ class ScriptedFtpServer::Session {
         if (!answer("greeting", "220 Ready.")) return;
         std::string line;
         while (readLine(line)) {
-            {
-                const std::scoped_lock lock(server_.mutex_);
-                server_.commands_.push_back(line);
-            }
+            server_.locked([&] { server_.commands_.push_back(line); });
             const std::size_t blank = std::min(line.size(), line.find(' '));
             if (!handle(line.substr(0, blank), line.substr(std::min(line.size(), blank + 1)))) return;
         }
@@ -221,11 +218,6 @@ void ScriptedFtpServer::release(int descriptor) {
     close(descriptor);
 }
 
-void ScriptedFtpServer::setFaults(Faults faults) {
-    const std::scoped_lock lock(mutex_);
-    faults_ = std::move(faults);
-}
-
 std::optional<Fault> ScriptedFtpServer::nextFault(std::string_view at) {
     const std::scoped_lock lock(mutex_);
     pointsReached_.emplace(at);
@@ -252,34 +244,18 @@ bool ScriptedFtpServer::pause(std::optional<std::chrono::milliseconds> duration)
 }
 
 bool ScriptedFtpServer::hasFolder(const std::string &path) const {
-    const std::scoped_lock lock(mutex_);
-    return folders_.contains(path);
+    return locked([&] { return folders_.contains(path); });
 }
 
 void ScriptedFtpServer::setFile(const std::string &path, std::string content) {
-    const std::scoped_lock lock(mutex_);
-    files_[path] = std::move(content);
+    locked([&] { files_[path] = std::move(content); });
 }
 
 std::optional<std::string> ScriptedFtpServer::file(const std::string &path) const {
-    const std::scoped_lock lock(mutex_);
-    const auto found = files_.find(path);
-    return found == files_.end() ? std::nullopt : std::optional(found->second);
-}
-
-std::vector<std::string> ScriptedFtpServer::commands() const {
-    const std::scoped_lock lock(mutex_);
-    return commands_;
-}
-
-void ScriptedFtpServer::forgetCommands() {
-    const std::scoped_lock lock(mutex_);
-    commands_.clear();
-}
-
-int ScriptedFtpServer::connectionCount() const {
-    const std::scoped_lock lock(mutex_);
-    return connectionCount_;
+    return locked([&] {
+        const auto found = files_.find(path);
+        return found == files_.end() ? std::nullopt : std::optional(found->second);
+    });
 }
 
 bool ScriptedFtpServer::waitUntilAt(const std::string &point) const {
