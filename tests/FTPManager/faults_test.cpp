@@ -266,29 +266,6 @@ TEST(WarmConnection, ThatIsOfNoUseIsReplacedOnceAndNothingIsDoneTwice) {
     }
 }
 
-TEST(UnreachableServer, IsGivenUpByTheLimitOrAtOnce) {
-    // A listener whose queue is full: the kernel drops further connections without a word.
-    const Listener listener(0);
-    std::vector<int> queued;
-    for (int i = 0; i < 4; ++i) queued.push_back(connectTo(listener.port(), SOCK_NONBLOCK));
-    for (const bool isCancelled : {false, true}) {
-        for (const Operation &operation : kOperations) {
-            SCOPED_TRACE(operation.name);
-            Case c({}, {.connectTimeout = isCancelled ? 15'000ms : 300ms});
-            c.at.port = listener.port();
-            std::stop_source stop;
-            const Clock::time_point start = Clock::now();
-            std::jthread canceller([&] {
-                std::this_thread::sleep_for(50ms);
-                if (isCancelled) stop.request_stop();
-            });
-            EXPECT_FALSE(operation.run(c, stop.get_token()));
-            EXPECT_LT(Clock::now() - start, isCancelled ? 900ms : 4000ms);
-        }
-    }
-    for (const int descriptor : queued) close(descriptor);
-}
-
 /// Gives a transfer up in its middle.
 class GivesUp : public FTPManagerDelegate {
   public:

@@ -20,13 +20,6 @@ sockaddr_in loopback(std::uint16_t port) {
 
 }  // namespace
 
-int connectTo(std::uint16_t port, int flags) {
-    const sockaddr_in address = loopback(port);
-    const int client = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | flags, 0);
-    connect(client, reinterpret_cast<const sockaddr *>(&address), sizeof address);
-    return client;
-}
-
 Listener::Listener(int backlog) : descriptor_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     sockaddr_in address = loopback(0);
     auto *const generic = reinterpret_cast<sockaddr *>(&address);

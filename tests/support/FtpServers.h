@@ -11,9 +11,6 @@
 
 #include "support/TemporaryFolder.h"
 
-/// A connection to a port of loopback; the descriptor is the caller's.
-int connectTo(std::uint16_t port, int flags = 0);
-
 /// A bare listening socket on loopback, for servers that do not even accept.
 class Listener {
   public:
