@@ -8,6 +8,7 @@ import os
 import pathlib
 import resource
 import socket
+import struct
 import subprocess
 import sys
 import tempfile
@@ -38,6 +39,11 @@ def code_of(session, command):
         return session.sendcmd(command)[:3]
     except ftplib.Error as error:
         return str(error)[:3]
+
+
+def reset(data):
+    data.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+    data.close()
 
 
 class Storage(unittest.TestCase):
@@ -184,6 +190,7 @@ class Storage(unittest.TestCase):
         self.assertTrue(self.upload(port, OLD))
         for name, cut in (("by a killed program", lambda session, data: (session.close(), data.close())),
                           ("control connection alone", lambda session, data: session.close()),
+                          ("data connection torn", lambda session, data: (reset(data), session.getmultiline())),
                           ("aborted", lambda session, data: session.putcmd("ABOR"))):
             with self.subTest(name):
                 session, data = self.begin_upload(port, b"x" * 50_000)
