@@ -58,11 +58,12 @@ FTPText readText(const fm::FTPAddress &address, const FTPTransport &transport, s
 }
 
 /// The reply to the last line; 0 if there was none. No line is sent twice.
-long replyTo(std::vector<std::string> lines, const fm::FTPAddress &address, const FTPTransport &transport) {
+long replyTo(std::vector<std::string> lines, const fm::FTPAddress &address, const FTPTransport &transport,
+             std::stop_token cancelled) {
     fm::Transfer transfer(
         transport,
         {.kind = fm::TransferTask::Kind::kCommand, .address = address, .commands = std::move(lines)});
-    transfer.runToEnd();
+    runUntil(std::move(cancelled), transfer);
     return transfer.replyToCommand();
 }
 
@@ -143,34 +144,36 @@ std::optional<bool> fileExistsAtURL(std::string_view url, const FTPTransport &tr
     }
 }
 
-bool canRenameFileAtURL(std::string_view url, const FTPTransport &transport) {
+bool canRenameFileAtURL(std::string_view url, const FTPTransport &transport, std::stop_token cancelled) {
     constexpr long kGoOn = 350;
     try {
         const std::optional<fm::FTPAddress> address = addressOfFileAt(url);
-        return address && replyTo({"RNFR " + address->path}, *address, transport) == kGoOn;
+        return address &&
+               replyTo({"RNFR " + address->path}, *address, transport, std::move(cancelled)) == kGoOn;
     } catch (...) {
         return false;
     }
 }
 
 std::optional<bool> renameFileAtURL(std::string_view url, std::string_view newName,
-                                    const FTPTransport &transport) {
+                                    const FTPTransport &transport, std::stop_token cancelled) {
     try {
         const std::optional<fm::FTPAddress> address = addressOfFileAt(url);
         if (!address || !fm::isSendableFileName(newName)) return false;
         const std::string folder = address->path.substr(0, address->path.size() - address->fileName.size());
-        const long reply =
-            replyTo({"RNFR " + address->path, "RNTO " + folder + std::string(newName)}, *address, transport);
+        const long reply = replyTo({"RNFR " + address->path, "RNTO " + folder + std::string(newName)},
+                                   *address, transport, std::move(cancelled));
         return reply == 0 ? std::nullopt : std::optional(isDone(reply));
     } catch (...) {
         return std::nullopt;
     }
 }
 
-bool deleteFileAtURL(std::string_view url, const FTPTransport &transport) {
+bool deleteFileAtURL(std::string_view url, const FTPTransport &transport, std::stop_token cancelled) {
     try {
         const std::optional<fm::FTPAddress> address = addressOfFileAt(url);
-        return address && isDone(replyTo({"DELE " + address->path}, *address, transport));
+        return address &&
+               isDone(replyTo({"DELE " + address->path}, *address, transport, std::move(cancelled)));
     } catch (...) {
         return false;
     }

@@ -221,16 +221,17 @@ std::optional<bool> fileExistsAtURL(std::string_view url, const FTPTransport &tr
                                     std::stop_token cancelled = {});
 
 /// Whether the server is ready to rename the file at an FTP URL: it is there, and renaming is known and
-/// allowed. Changes nothing. Blocks the calling thread, which may be any. Logs nothing.
-bool canRenameFileAtURL(std::string_view url, const FTPTransport &transport);
+/// allowed. Changes nothing. False if `cancelled` is requested first. Blocks the calling thread, which may be
+/// any. Logs nothing.
+bool canRenameFileAtURL(std::string_view url, const FTPTransport &transport, std::stop_token cancelled = {});
 /// Gives the file at an FTP URL another name in its folder: true once the server has confirmed it, false if
-/// it has refused or the name cannot be sent. Nothing where a cut connection leaves open what has become of
-/// it; it is never asked twice. What has the new name already is lost on many servers. Blocks and logs as
-/// above.
+/// it has refused or the name cannot be sent. Nothing where a cut connection, or giving up, leaves open what
+/// has become of it; it is never asked twice. What has the new name already is lost on many servers. Blocks
+/// and logs as above.
 std::optional<bool> renameFileAtURL(std::string_view url, std::string_view newName,
-                                    const FTPTransport &transport);
+                                    const FTPTransport &transport, std::stop_token cancelled = {});
 /// Deletes the file at an FTP URL. True once the server has confirmed it. Blocks and logs as above.
-bool deleteFileAtURL(std::string_view url, const FTPTransport &transport);
+bool deleteFileAtURL(std::string_view url, const FTPTransport &transport, std::stop_token cancelled = {});
 
 /// The text that textWithContentsOfURL reads; nothing for every state but kText.
 std::optional<std::string> stringWithContentsOfURL(std::string_view url, const FTPTransport &transport,

@@ -87,7 +87,8 @@ void RescuedLists::write(const std::string &name, List &list, Reason reason) {
         std::error_code ignored;
         fs::create_directories(folder_, ignored);
         chmod(folder_.c_str(), S_IRWXU);
-        if (list.copy.empty()) list.copy = newName(name);
+        const bool isNew = list.copy.empty();
+        if (isNew) list.copy = newName(name);
         const std::string problem =
             files_.createFileAtPath(list.copy, list.unsaved + (list.known ? *list.known : std::string()));
         list.isKept = problem.empty();
@@ -97,6 +98,7 @@ void RescuedLists::write(const std::string &name, List &list, Reason reason) {
         } else {
             std::fprintf(stderr, "Quillery: a copy could not be kept as %s: %s\n", list.copy.c_str(),
                          problem.c_str());
+            if (isNew) fs::remove(std::exchange(list.copy, {}), ignored);
         }
     } catch (const std::exception &error) {
         std::fprintf(stderr, "Quillery: a copy of %s could not be kept: %s\n", name.c_str(), error.what());

@@ -9,8 +9,6 @@
 
 #include "FTPManager/FTPManager.h"
 
-inline const std::string kStreamError = "ftp stream failed: general stream error (check credentials?)";
-
 /// Collects the library's diagnostic lines while it lives.
 class LogCapture {
   public:

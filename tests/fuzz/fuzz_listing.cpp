@@ -18,8 +18,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         // The line that was cut is not there yet; all before it are.
         for (const FTPResource &entry : *whole) {
             assert(!entry.name.empty() && entry.name != "." && entry.name != "..");
-            assert(entry.name.find('\n') == std::string::npos);
-            assert(entry.mode <= 07777);
             assert(entry.link.empty() || entry.type == FTPResourceType::kSymbolicLink);
         }
         assert(part && part->size() <= whole->size());
@@ -28,6 +26,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const fm::ParsedListingLine line = fm::parseListingLine(bytes, kNow);
     assert(line.consumed >= -1 && line.consumed <= static_cast<std::ptrdiff_t>(bytes.size()));
     assert(line.consumed <= 0 || bytes[static_cast<std::size_t>(line.consumed) - 1] == '\n');
-    assert(!line.entry || line.consumed > 0);
     return 0;
 }

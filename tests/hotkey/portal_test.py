@@ -5,10 +5,7 @@ server, for the keyboard and to fall back on."""
 
 import configparser
 import os
-import signal
-import subprocess
 import tempfile
-import time
 
 import dbus
 import dbus.bus
@@ -22,7 +19,7 @@ PORTAL = "org.freedesktop.portal.Desktop"
 SHORTCUTS = "org.freedesktop.impl.portal.GlobalShortcuts"
 SESSION = "org.freedesktop.impl.portal.Session"
 NOTHING = dbus.Dictionary({}, signature="sv")
-YES, NO, FAILURE, NOTHING_CHOSEN, NOT_YET = range(5)
+YES, NO, NOTHING_CHOSEN, NOT_YET = range(4)
 BUS_CONFIGURATION = """<busconfig><type>session</type><listen>unix:dir=%s</listen><policy context="default">
 <allow send_destination="*"/><allow receive_sender="*"/><allow own="*"/></policy></busconfig>"""
 C, V, F5 = "⇧⌘c", "⇧⌘v", "⇧⌘F5"
@@ -73,7 +70,7 @@ class BackEnd(dbus.service.Object):
         def decide(answer):
             given = {YES: shortcuts, NOTHING_CHOSEN: []}.get(answer)
             results = {} if given is None else {"shortcuts": dbus.Array(given, signature="(sa{sv})")}
-            reply(dbus.UInt32({NO: 1, FAILURE: 2}.get(answer, 0)), dbus.Dictionary(results, signature="sv"))
+            reply(dbus.UInt32(answer == NO), dbus.Dictionary(results, signature="sv"))
         if self.answer == NOT_YET:
             self.open_questions.append(decide)
         else:
@@ -127,19 +124,16 @@ class Desktop(BackEnd):
         if has_portal:
             self.start_portal()
 
-    def has_owner(self):
-        return self.connection.name_has_owner(PORTAL)
-
     def start_portal(self, with_shortcuts=True):
         services = configparser.ConfigParser()
         services.read(f"/usr/share/dbus-1/services/{PORTAL}.service")
         place = f"{self.folder}/portals" if with_shortcuts else f"{self.folder}/portals/none"
         self.portal = self.test.start([services["D-BUS Service"]["Exec"]], {**self.environment, "XDG_DESKTOP_PORTAL_DIR": place})
-        self.test.assertTrue(wait_until(self.has_owner), "xdg-desktop-portal is needed")
+        self.test.assertTrue(wait_until(lambda: self.connection.name_has_owner(PORTAL)), "xdg-desktop-portal is needed")
 
     def end_portal(self):
         self.portal.end()
-        self.test.assertTrue(wait_until(lambda: not self.has_owner()))
+        self.test.assertTrue(wait_until(lambda: not self.connection.name_has_owner(PORTAL)))
 
     def run(self, *arguments, **variables):
         environment = {**self.environment, **variables}
@@ -148,7 +142,6 @@ class Desktop(BackEnd):
     def shortcut(self, count):
         """The last of so many shortcuts that were asked for."""
         self.test.assertTrue(wait_until(lambda: len(self.asked) >= count))
-        self.test.assertEqual(len(self.asked), count)
         return self.asked[-1]
 
 
@@ -161,30 +154,17 @@ class HotKey(HotKeyTest):
 
     def test_fires_once_for_each_press_when_it_is_released(self):
         desktop = Desktop(self)
-        subprocess.run(["setxkbmap", "ru,us"], check=True)
-        self.addCleanup(subprocess.run, ["setxkbmap", "us"], check=True)
         program = desktop.run("8", "96")
         desktop.shortcut(2)
         second, first = sorted(desktop.asked, key=lambda shortcut: shortcut[3])
-        self.assertEqual(first[2:], ("Print a line", "LOGO+SHIFT+c"))  # the keyboard's Latin side
-        self.assertEqual(second[2:], ("Print a line", "LOGO+SHIFT+F5"))
+        self.assertEqual([first[2:], second[2:]], [("Print a line", "LOGO+SHIFT+c"), ("Print a line", "LOGO+SHIFT+F5")])
         desktop.press(first)
         self.assert_fires_once(desktop, program, second)  # the first is still held
         desktop.release(first)
         desktop.release(first)
         desktop.type(second)
         self.assertTrue(wait_until(lambda: len(program.presses()) >= 3))
-        self.assertEqual(program.presses(), ["⇧⌘F5", "⇧⌘с", "⇧⌘F5"])
-        self.assertEqual(program.count("lost"), 0)
-
-        for arguments, keys in (("0xC0000", "96"), "CTRL+ALT+F5"), (("0x100000", "9"), "LOGO+v"):
-            desktop.asked.clear()
-            desktop.run(*arguments)
-            self.assertEqual(desktop.shortcut(1)[3], keys)
-        for arguments, words in (("0x10000", "9"), "Caps Lock"), (("200",), "no key"):
-            program = desktop.run(*arguments)
-            self.assertTrue(program.says("is not to be had: "), arguments)
-            self.assertIn(words, program.lines[-1])
+        self.assertEqual(program.presses(), [F5, C, F5])
 
     def test_is_given_back_at_once_and_can_be_taken_again(self):
         desktop = Desktop(self)
@@ -207,8 +187,8 @@ class HotKey(HotKeyTest):
         desktop.open_questions.pop()(NO)
         self.assertTrue(program.says("is lost: the hot key was refused when the desktop asked"))
         self.assertTrue(wait_until(lambda: not desktop.sessions))
-        for desktop.answer, words in (FAILURE, "could not set the hot key up"), (NOTHING_CHOSEN, "left out"):
-            self.assertTrue(desktop.run().says(words, 2))  # to the user and in the log
+        desktop.answer = NOTHING_CHOSEN
+        self.assertTrue(desktop.run().says("left out", 2))  # to the user and in the log
 
     def test_is_lost_when_the_desktop_ends_its_session_and_the_others_are_not(self):
         desktop = Desktop(self)
@@ -221,19 +201,6 @@ class HotKey(HotKeyTest):
         self.assertTrue(program.says(f"{C} is lost: the desktop has ended the hot key"))
         self.assert_fires_once(desktop, program, other)
         self.assertEqual(program.presses(), [V])
-
-    def test_is_not_fired_by_another_programs_keys(self):
-        desktop = Desktop(self)
-        ours = desktop.run("8", "96")
-        last = desktop.shortcut(2)
-        others = desktop.run("8")
-        shortcut = desktop.shortcut(3)
-        self.assertIn(shortcut[1], [asked[1] for asked in desktop.asked[:2]])
-        desktop.type(shortcut)
-        desktop.type(last)  # signals come in order, so what follows the last is all there is
-        self.assertTrue(ours.says("pressed") and others.says("pressed"))
-        self.assertEqual(len(ours.presses()), 1)
-        self.assertEqual(others.presses(), [C])
 
     def test_works_on_when_the_portal_is_started_again(self):
         desktop = Desktop(self)
@@ -248,48 +215,20 @@ class HotKey(HotKeyTest):
         desktop.release(again)  # of a press that was before
         self.assert_fires_once(desktop, program, again)
         self.assertEqual(program.count("lost"), 0)
+
+    def test_is_lost_while_the_portal_stays_away_and_back_with_it(self):
+        desktop = Desktop(self)
+        program = desktop.run()
+        desktop.shortcut(1)
         desktop.end_portal()
-        desktop.start_portal(with_shortcuts=False)
-        self.assertTrue(program.says("is lost: the portal of this desktop has no global shortcuts"))
-
-    def test_tells_of_a_portal_that_stays_away_or_does_not_answer(self):
-        away, slow, hung, back = Desktop(self), Desktop(self), Desktop(self), Desktop(self)
-        kept, waiting = back.run(), away.run()
-        back.shortcut(1)
-        back.end_portal()
-        self.assertTrue(kept.says("waiting for it to come back"))
-        back.start_portal()
-        back.shortcut(2)
-        away.shortcut(1)
-        away.end_portal()
-        for desktop in slow, hung:
-            desktop.portal.process.send_signal(signal.SIGSTOP)
-        start = time.monotonic()
-        later, replaced = slow.run("9"), hung.run("96")
-        self.assertTrue(later.says("Press ") and replaced.says("Press "))
-        self.assertLess(time.monotonic() - start, 2, "both wait for the portal")
-        slow.portal.process.send_signal(signal.SIGCONT)
-        self.assert_fires_once(slow, later, slow.shortcut(1))
-
-        self.assertTrue(waiting.says("is lost: the desktop portal has ended and not come back"))
-        self.assertEqual(kept.count("lost"), 0)  # it was away for less, and before
-        away.start_portal()
-        self.assertTrue(waiting.says("is back"))
-        self.assert_fires_once(away, waiting, away.shortcut(2))
-        self.assertTrue(replaced.says("only those in X11 windows: the portal of this desktop does not answer"))
-        self.assertTrue(hung.run("96", WAYLAND_DISPLAY=None, XDG_SESSION_TYPE="x11").says("not to be had"))  # X has given it away
-        hung.portal.process.send_signal(signal.SIGCONT)
+        self.assertTrue(program.says("is lost: the desktop portal has ended and not come back"))
+        desktop.start_portal()
+        self.assertTrue(program.says("is back"))
+        self.assert_fires_once(desktop, program, desktop.shortcut(2))
 
     def test_is_replaced_by_the_x_server_or_else_each_reason_is_given(self):
-        without_portal, without_shortcuts = Desktop(self, has_portal=False), Desktop(self, has_portal=False)
-        without_shortcuts.start_portal(with_shortcuts=False)
-        without_bus = Desktop(self)
-        program = without_bus.run()
-        without_bus.shortcut(1)
-        without_bus.bus.end()
-        self.assertTrue(program.says("is lost: the connection to the session bus was lost"))
-        for desktop, words in ((without_portal, "this desktop has no portal"), (without_shortcuts, "has no global shortcuts"),
-                               (without_bus, "the session bus cannot be reached")):
+        desktop = Desktop(self, has_portal=False)
+        for words in "this desktop has no portal", "has no global shortcuts":
             program = desktop.run(DISPLAY=None)
             self.assertTrue(program.says("no X server"), words)
             self.assertIn(words, program.lines[0])
@@ -297,6 +236,8 @@ class HotKey(HotKeyTest):
             self.assertTrue(program.says("keys pressed in Wayland windows do not arrive"), words)
             self.assertTrue(program.says("Press "))
             program.end()
+            if not desktop.portal:
+                desktop.start_portal(with_shortcuts=False)
 
 
 if __name__ == "__main__":

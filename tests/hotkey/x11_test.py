@@ -96,13 +96,10 @@ class X11HotKey(HotKeyTest):
         program = self.run_example("8", "9", "0")
         for keys, expected in (
                 (TYPE_C, [C]),
-                ("+super +shift +c -super -shift -c", [C]),
                 ("+super +shift +c +ctrl -c -ctrl -shift -super", [C]),  # more modifiers while it is held
                 ("+super +c +shift -c -shift -super", []),  # these are another program's affair
                 ("+super +shift +alt +c -c -alt -shift -super", []),
-                ("+super +shift +c +v -v -c -shift -super", [V, C]),
-                # The first release ends the grab, and the other is reported to nobody.
-                ("+super +shift +c +v -c -v -shift -super", [C, V])):
+                ("+super +shift +c +v -v -c -shift -super", [V, C])):
             self.assert_fires(program, keys, expected)
 
     def test_fires_once_however_long_the_key_is_held(self):
@@ -131,11 +128,6 @@ class X11HotKey(HotKeyTest):
             self.assertTrue(hands.grab(SUPER | SHIFT | mix), mix)
             hands.ungrab(SUPER | SHIFT | mix)
         hands.ungrab(SUPER | SHIFT | NUM)
-        program.end()
-        self.assertTrue(self.run_example().says("Press "))
-        self.assertFalse(hands.grab(SUPER | SHIFT))
-        for keycode in "63", "200":  # no X key has the code of the Fn key
-            self.assertTrue(self.run_example(keycode).says("no key of this keyboard"))
 
     def test_leaves_the_keys_to_others_once_given_back(self):
         program = self.run_example("8", "0")
@@ -148,22 +140,12 @@ class X11HotKey(HotKeyTest):
         self.assertTrue(program.says("Press ", 4))
         self.assert_fires(program, TYPE_C, [C])
 
-    def test_follows_the_keyboard(self):
-        program = self.run_example()
-        hands.put_on_modifier(MOD3_INDEX, SUPERS)
-        self.assertTrue(self.fires_after_a_while(program))
-        self.assertTrue(hands.grab(SUPER | SHIFT), "the old combination is kept")
-        hands.ungrab(SUPER | SHIFT)
-        set_keyboard("us,ru")
-        hands.lock(CAPS, group=1)
-        self.assertTrue(self.fires_after_a_while(program))  # the place stays, whatever character it gives
-        self.assertTrue(self.run_example("9").says("Press ⇧⌘м"))
-        set_keyboard("us", "-option", "altwin:swap_alt_win")
-        self.assertTrue(self.fires_after_a_while(program, TYPE_C.replace("super", "alt")))
-        self.assertEqual(program.count("lost"), 0)
-
     def test_takes_a_combination_again_that_a_keyboard_had_taken_away(self):
         program = self.run_example()
+        set_keyboard("us,ru")
+        hands.lock(group=1)
+        self.assertTrue(self.fires_after_a_while(program))  # the place stays, whatever character it gives
+        self.setUp()
         self.assertTrue(hands.grab(MOD3 | SHIFT))
         hands.put_on_modifier(MOD3_INDEX, SUPERS)
         hands.put_on_modifier(SUPER_INDEX, SUPERS)
@@ -175,17 +157,6 @@ class X11HotKey(HotKeyTest):
         hands.put_on_modifier(SUPER_INDEX, SUPERS)
         self.assertTrue(self.fires_after_a_while(program))
         self.assertTrue(program.says(f"{C} is back"))
-
-    def test_outlives_the_server(self):
-        server = self.start(["Xvfb", "-displayfd", "1", "-screen", "0", "64x64x24", "-nolisten", "tcp"])
-        self.assertTrue(wait_until(lambda: any(line.isdigit() for line in server.lines)))
-        display = ":" + next(line for line in server.lines if line.isdigit())
-        program = self.start(["env", f"DISPLAY={display}", EXAMPLE])
-        self.assertTrue(program.says("Press "))
-        server.end()
-        self.assertTrue(program.says(f"{C} is lost: the connection to the X server was lost"))
-        program.enter()
-        self.assertTrue(program.says("is not to be had: cannot connect"))  # it looks for a server again
 
 
 if __name__ == "__main__":

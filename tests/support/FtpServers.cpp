@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 
 #include <cstdlib>
@@ -21,13 +20,6 @@ sockaddr_in loopback(std::uint16_t port) {
 
 }  // namespace
 
-int connectTo(std::uint16_t port, int flags) {
-    const sockaddr_in address = loopback(port);
-    const int client = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | flags, 0);
-    connect(client, reinterpret_cast<const sockaddr *>(&address), sizeof address);
-    return client;
-}
-
 Listener::Listener(int backlog) : descriptor_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     sockaddr_in address = loopback(0);
     auto *const generic = reinterpret_cast<sockaddr *>(&address);
@@ -38,22 +30,22 @@ Listener::Listener(int backlog) : descriptor_(socket(AF_INET, SOCK_STREAM | SOCK
     port_ = ntohs(address.sin_port);
 }
 
-RealFtpServer::RealFtpServer(const std::string &kind, bool demandsTls) {
+RealFtpServer::RealFtpServer(bool demandsTls) {
     std::filesystem::create_directory(folder());
-    std::vector<std::string> command = {QUILLERY_FTP_SERVER_SCRIPT, kind, folder()};
+    std::vector<std::string> command = {QUILLERY_FTP_SERVER_SCRIPT, "vsftpd", folder()};
     if (demandsTls) command.insert(command.end(), {"--tls", certificateFile()});
     std::vector<char *> arguments;
     for (std::string &argument : command) arguments.push_back(argument.data());
     arguments.push_back(nullptr);
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
-    const int error = posix_spawn(&process_, arguments[0], &actions, nullptr, arguments.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
+    process_ = fork();
+    if (process_ == 0) {
+        dup2(ends[1], STDOUT_FILENO);
+        execv(arguments[0], arguments.data());
+        _exit(1);
+    }
     close(ends[1]);
-    if (error != 0) throw std::runtime_error("cannot start " + command.front());
     std::string line;  // it comes within the script's own limit, or the script ends
     for (char c = 0; read(ends[0], &c, 1) == 1 && c != '\n';) line += c;
     close(ends[0]);

@@ -11,9 +11,6 @@
 
 #include "support/TemporaryFolder.h"
 
-/// A connection to a port of loopback; the descriptor is the caller's.
-int connectTo(std::uint16_t port, int flags = 0);
-
 /// A bare listening socket on loopback, for servers that do not even accept.
 class Listener {
   public:
@@ -30,11 +27,11 @@ class Listener {
     std::uint16_t port_ = 0;
 };
 
-/// One of Debian's FTP servers on loopback, over a folder of its own, for the user u with the password p.
+/// Debian's vsftpd on loopback, over a folder of its own, for the user u with the password p.
 class RealFtpServer {
   public:
-    /// `kind`: vsftpd or proftpd. `demandsTls`: it takes encrypted connections only.
-    RealFtpServer(const std::string &kind, bool demandsTls);
+    /// `demandsTls`: it takes encrypted connections only.
+    explicit RealFtpServer(bool demandsTls);
     ~RealFtpServer();
     RealFtpServer(const RealFtpServer &) = delete;
     RealFtpServer &operator=(const RealFtpServer &) = delete;

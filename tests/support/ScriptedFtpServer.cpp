@@ -1,6 +1,5 @@
 #include "support/ScriptedFtpServer.h"
 
-#include <netinet/tcp.h>
 #include <poll.h>
 
 #include <algorithm>
@@ -25,11 +24,6 @@ bool sendAll(int descriptor, std::string_view bytes) {
     return true;
 }
 
-void resetOnClose(int descriptor) {
-    const linger atOnce{.l_onoff = 1, .l_linger = 0};
-    setsockopt(descriptor, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
-}
-
 }  // namespace
 
 /// One client, on a thread of its own.
@@ -47,10 +41,7 @@ class ScriptedFtpServer::Session {
         if (!answer("greeting", "220 Ready.")) return;
         std::string line;
         while (readLine(line)) {
-            {
-                const std::scoped_lock lock(server_.mutex_);
-                server_.commands_.push_back(line);
-            }
+            server_.locked([&] { server_.commands_.push_back(line); });
             const std::size_t blank = std::min(line.size(), line.find(' '));
             if (!handle(line.substr(0, blank), line.substr(std::min(line.size(), blank + 1)))) return;
         }
@@ -74,15 +65,10 @@ class ScriptedFtpServer::Session {
         if (fault.meanwhile) fault.meanwhile();
         if (fault.stalls) server_.pause({});
         if (!server_.pause(fault.delay)) return false;
-        if (fault.resets) resetOnClose(control_);
-        const bool ends = fault.hangsUp || fault.resets;
-        if (ends && fault.reply.empty()) return false;
+        if (fault.hangsUp && fault.reply.empty()) return false;
         const std::string reply = (fault.reply.empty() ? usual : fault.reply) + "\r\n";
         if (goesOn) *goesOn = reply.starts_with('1');
-        if (!fault.dribbles) return sendAll(control_, reply) && !ends;
-        const int on = 1;
-        setsockopt(control_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-        return std::ranges::all_of(reply, [this](char c) { return sendAll(control_, {&c, 1}); }) && !ends;
+        return sendAll(control_, reply) && !fault.hangsUp;
     }
 
     bool handle(const std::string &verb, const std::string &argument) {
@@ -160,11 +146,7 @@ class ScriptedFtpServer::Session {
     bool survivesMiddle() {
         const Fault fault = server_.nextFault("data").value_or(Fault{});
         if (fault.stalls) server_.pause({});
-        if (fault.resets) {
-            resetOnClose(data_);
-            resetOnClose(control_);
-        }
-        return server_.pause(fault.delay) && !fault.hangsUp && !fault.resets;
+        return server_.pause(fault.delay) && !fault.hangsUp;
     }
 
     bool store(const std::string &path) {
@@ -236,11 +218,6 @@ void ScriptedFtpServer::release(int descriptor) {
     close(descriptor);
 }
 
-void ScriptedFtpServer::setFaults(Faults faults) {
-    const std::scoped_lock lock(mutex_);
-    faults_ = std::move(faults);
-}
-
 std::optional<Fault> ScriptedFtpServer::nextFault(std::string_view at) {
     const std::scoped_lock lock(mutex_);
     pointsReached_.emplace(at);
@@ -267,34 +244,18 @@ bool ScriptedFtpServer::pause(std::optional<std::chrono::milliseconds> duration)
 }
 
 bool ScriptedFtpServer::hasFolder(const std::string &path) const {
-    const std::scoped_lock lock(mutex_);
-    return folders_.contains(path);
+    return locked([&] { return folders_.contains(path); });
 }
 
 void ScriptedFtpServer::setFile(const std::string &path, std::string content) {
-    const std::scoped_lock lock(mutex_);
-    files_[path] = std::move(content);
+    locked([&] { files_[path] = std::move(content); });
 }
 
 std::optional<std::string> ScriptedFtpServer::file(const std::string &path) const {
-    const std::scoped_lock lock(mutex_);
-    const auto found = files_.find(path);
-    return found == files_.end() ? std::nullopt : std::optional(found->second);
-}
-
-std::vector<std::string> ScriptedFtpServer::commands() const {
-    const std::scoped_lock lock(mutex_);
-    return commands_;
-}
-
-void ScriptedFtpServer::forgetCommands() {
-    const std::scoped_lock lock(mutex_);
-    commands_.clear();
-}
-
-int ScriptedFtpServer::connectionCount() const {
-    const std::scoped_lock lock(mutex_);
-    return connectionCount_;
+    return locked([&] {
+        const auto found = files_.find(path);
+        return found == files_.end() ? std::nullopt : std::optional(found->second);
+    });
 }
 
 bool ScriptedFtpServer::waitUntilAt(const std::string &point) const {

@@ -29,10 +29,6 @@ struct Fault {
     std::chrono::milliseconds delay{0};
     /// Closes the connection, after the reply if there is one.
     bool hangsUp = false;
-    /// Closes it by a reset, which discards what is on its way.
-    bool resets = false;
-    /// Sends the reply byte by byte.
-    bool dribbles = false;
     /// Says and does nothing more on this connection.
     bool stalls = false;
     /// Runs before it replies, on a thread of the server's; not at "data".
@@ -47,6 +43,11 @@ using Faults = std::vector<Fault>;
 /// An FTP server on loopback that keeps files in memory, takes any login, and has faults on request. A folder
 /// need not be made before there are files in it. May be used from any thread.
 class ScriptedFtpServer {
+    auto locked(const auto &what) const {
+        const std::scoped_lock lock(mutex_);
+        return what();
+    }
+
   public:
     explicit ScriptedFtpServer(Faults faults = {});
     ~ScriptedFtpServer();
@@ -55,16 +56,24 @@ class ScriptedFtpServer {
 
     std::uint16_t port() const { return listener_.port(); }
     /// From now on it has these instead.
-    void setFaults(Faults faults);
+    void setFaults(Faults faults) {
+        locked([&] { faults_ = std::move(faults); });
+    }
     /// By path as the client says it, such as "htdocs/name".
     void setFile(const std::string &path, std::string content);
     std::optional<std::string> file(const std::string &path) const;
     bool hasFolder(const std::string &path) const;
 
     /// All commands so far, in the order of their arrival, with their arguments.
-    std::vector<std::string> commands() const;
-    void forgetCommands();
-    int connectionCount() const;
+    std::vector<std::string> commands() const {
+        return locked([this] { return commands_; });
+    }
+    void forgetCommands() {
+        locked([this] { commands_.clear(); });
+    }
+    int connectionCount() const {
+        return locked([this] { return connectionCount_; });
+    }
     /// Waits until a client has brought it to this point, named as in Fault, or "end": a client's session is
     /// over. False after 10 s.
     bool waitUntilAt(const std::string &point) const;
