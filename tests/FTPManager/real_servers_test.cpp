@@ -13,7 +13,7 @@ namespace {
 
 using testing::IsEmpty;
 
-class RealServer : public testing::TestWithParam<bool> {
+class RealServer : public testing::TestWithParam<std::tuple<const char *, bool>> {
   protected:
     void SetUp() override {
         if (!real.skipReason().empty()) GTEST_SKIP() << real.skipReason();
@@ -23,8 +23,8 @@ class RealServer : public testing::TestWithParam<bool> {
     }
 
     LogCapture log;
-    const bool demandsTls = GetParam();
-    RealFtpServer real{demandsTls};
+    const bool demandsTls = std::get<1>(GetParam());
+    RealFtpServer real{std::get<0>(GetParam()), demandsTls};
     const std::filesystem::path folder = real.folder() / "htdocs";
     Client client{real.port(), TransportOptions{.limits = {},
                                                 .tls = demandsTls ? TlsMode::kRequired : TlsMode::kOff,
@@ -97,7 +97,11 @@ TEST_P(RealServer, LetsInWhoKnowsThePasswordAndIsTrustedByItsCertificate) {
     EXPECT_EQ(client.upload("x"), !demandsTls);
 }
 
-INSTANTIATE_TEST_SUITE_P(, RealServer, testing::Bool(),
-                         [](const auto &tested) { return tested.param ? "encrypted" : "plain"; });
+INSTANTIATE_TEST_SUITE_P(, RealServer,
+                         testing::Combine(testing::Values("vsftpd", "proftpd"), testing::Bool()),
+                         [](const auto &tested) {
+                             return std::get<0>(tested.param) +
+                                    std::string(std::get<1>(tested.param) ? "_encrypted" : "_plain");
+                         });
 
 }  // namespace

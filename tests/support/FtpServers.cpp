@@ -30,9 +30,9 @@ Listener::Listener(int backlog) : descriptor_(socket(AF_INET, SOCK_STREAM | SOCK
     port_ = ntohs(address.sin_port);
 }
 
-RealFtpServer::RealFtpServer(bool demandsTls) {
+RealFtpServer::RealFtpServer(const std::string &kind, bool demandsTls) {
     std::filesystem::create_directory(folder());
-    std::vector<std::string> command = {QUILLERY_FTP_SERVER_SCRIPT, "vsftpd", folder()};
+    std::vector<std::string> command = {QUILLERY_FTP_SERVER_SCRIPT, kind, folder()};
     if (demandsTls) command.insert(command.end(), {"--tls", certificateFile()});
     std::vector<char *> arguments;
     for (std::string &argument : command) arguments.push_back(argument.data());

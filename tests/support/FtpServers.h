@@ -27,11 +27,12 @@ class Listener {
     std::uint16_t port_ = 0;
 };
 
-/// Debian's vsftpd on loopback, over a folder of its own, for the user u with the password p.
+/// A server of Debian's (vsftpd, proftpd) on loopback, over a folder of its own, for the user u with the
+/// password p.
 class RealFtpServer {
   public:
     /// `demandsTls`: it takes encrypted connections only.
-    explicit RealFtpServer(bool demandsTls);
+    RealFtpServer(const std::string &kind, bool demandsTls);
     ~RealFtpServer();
     RealFtpServer(const RealFtpServer &) = delete;
     RealFtpServer &operator=(const RealFtpServer &) = delete;
