@@ -84,9 +84,7 @@ bool RescuedLists::keepBytes(const std::string &name, std::string_view bytes) {
 void RescuedLists::write(const std::string &name, List &list, Reason reason) {
     try {
         list.isKept = false;
-        std::error_code ignored;
-        fs::create_directories(folder_, ignored);
-        chmod(folder_.c_str(), S_IRWXU);
+        makeFolder();
         const bool isNew = list.copy.empty();
         if (isNew) list.copy = newName(name);
         const std::string problem =
@@ -98,6 +96,7 @@ void RescuedLists::write(const std::string &name, List &list, Reason reason) {
         } else {
             std::fprintf(stderr, "Quillery: a copy could not be kept as %s: %s\n", list.copy.c_str(),
                          problem.c_str());
+            std::error_code ignored;
             if (isNew) fs::remove(std::exchange(list.copy, {}), ignored);
         }
     } catch (const std::exception &error) {
@@ -105,17 +104,26 @@ void RescuedLists::write(const std::string &name, List &list, Reason reason) {
     }
 }
 
-fs::path RescuedLists::keepMeanwhile(const std::string &name, std::string_view text) {
-    std::error_code error;
-    fs::create_directories(folder_, error);
+void RescuedLists::makeFolder() const {
+    std::error_code ignored;
+    fs::create_directories(folder_, ignored);
     chmod(folder_.c_str(), S_IRWXU);
-    const fs::path file = newName(name, kMeanwhile);
-    const int descriptor = open(file.c_str(), O_RDWR | O_CLOEXEC);
+}
+
+fs::path RescuedLists::keepMeanwhile(const std::string &name, std::string_view text) {
+    fs::path file = newName(name, kMeanwhile);
+    int descriptor = open(file.c_str(), O_RDWR | O_CLOEXEC);
+    if (descriptor < 0) {
+        makeFolder();
+        file = newName(name, kMeanwhile);
+        descriptor = open(file.c_str(), O_RDWR | O_CLOEXEC);
+    }
     if (descriptor < 0) return {};
     flock(descriptor, LOCK_EX | LOCK_NB);  // best effort: not every file system has locks
     // Not flushed to the disk: that would take longer than most ways to a server.
     if (!writeAll(descriptor, text)) {
-        fs::remove(file, error);
+        std::error_code ignored;
+        fs::remove(file, ignored);
         close(descriptor);
         return {};
     }

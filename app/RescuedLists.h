@@ -72,6 +72,7 @@ class RescuedLists {
         bool isKept = false;         // the copy holds all of them
     };
 
+    void makeFolder() const;
     void write(const std::string &name, List &list, Reason reason);
     std::filesystem::path newName(const std::string &list, const char *ending = "") const;
     std::filesystem::path settled(const std::filesystem::path &meanwhile) const;
