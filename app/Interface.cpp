@@ -148,6 +148,8 @@ Interface::Interface() {
         makeEnterPress(*root);
         applyUiIds(*root);
     }
+    applyUiIds(*notificationBanner);
+    for (QMenu *menu : {&Quillery_Menu, &Log_in_menu}) applyUiIds(*menu);
 }
 
 Interface::~Interface() {

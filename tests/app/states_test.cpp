@@ -102,6 +102,18 @@ TEST_F(States, AMuteServerCanBeGivenUp) {
     start();
 }
 
+TEST_F(States, EveryNamedElementTellsItsNameToADriverThatAsks) {
+    qputenv("QUILLERY_UI_IDS", "1");
+    start();
+    for (const QWidget *widget : QApplication::allWidgets()) {
+        const QString id = widget->objectName();
+        EXPECT_TRUE(id.isEmpty() || id.startsWith(u"qt_") ||
+                    widget->accessibleDescription().startsWith("id=" + id))
+            << id.toStdString();
+    }
+    qunsetenv("QUILLERY_UI_IDS");
+}
+
 // ---- Signing in and out, the passcode ----
 
 TEST_F(States, SignInSwitchesToTheUsersListAndLogOutBackWithoutTheUsersModes) {
