@@ -278,6 +278,7 @@ class DesktopTest(unittest.TestCase):
             self.assertEqual(quillery.command("--quit"), (0, ""))
             if is_asked_for:
                 quillery.run(*glob.glob("/usr/lib/*/openbox-xdg-autostart"), "OPENBOX").wait(10)
+                wait("program of the session", lambda: "no Quillery runs" not in quillery.command("--list")[1])
 
     def test_a_list_follows_its_user_and_a_friend_sends_a_text(self):
         """Two machines with one's storage server, and two users, all from the panel's menu."""
