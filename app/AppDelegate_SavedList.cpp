@@ -175,7 +175,7 @@ bool AppDelegate::Save_Clipboard_string_local(const CopiedText &announced, std::
     const LocalList::Change change = localList_.add(path, text);
     shell_.ui.run([&] { Content_of_quillery_file_Local = change.old; });
     tellOfSetAside(path, change);
-    if (change.isWritten || reportUnsavedText(text, path, change.problem)) rescued_.forget(meanwhile);
+    rescued_.settle(meanwhile, change.isWritten || reportUnsavedText(text, path, change.problem));
     return change.isWritten;
 }
 

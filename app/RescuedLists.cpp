@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "app/ClipList.h"
+#include "platform/Descriptor.h"
 
 namespace fs = std::filesystem;
 
@@ -23,16 +24,6 @@ namespace {
 
 constexpr const char *kMeanwhile = ".unsaved";
 constexpr std::size_t kLongestName = 120;  // bytes of a list's name that a copy's name shows
-
-bool writeAll(int descriptor, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t count = write(descriptor, text.data(), text.size());
-        if (count < 0 && errno == EINTR) continue;
-        if (count <= 0) return false;
-        text.remove_prefix(static_cast<std::size_t>(count));
-    }
-    return true;
-}
 
 }  // namespace
 
@@ -142,10 +133,15 @@ void RescuedLists::forget(const fs::path &meanwhile) {
 
 void RescuedLists::stay(const fs::path &meanwhile, Reason reason) {
     if (meanwhile.empty()) return;
-    const fs::path copy = settled(meanwhile);
+    const fs::path copy = renamedForGood(meanwhile);
     const std::scoped_lock lock(mutex_);
     if (const auto held = meanwhile_.extract(meanwhile)) close(held.mapped());
+    if (!copy.empty()) removeOldest(copy);
     tell_(copy.empty() ? meanwhile : copy, reason);
+}
+
+void RescuedLists::settle(const fs::path &meanwhile, bool isSafe) {
+    isSafe ? forget(meanwhile) : stay(meanwhile, Reason::kNotWritten);
 }
 
 bool RescuedLists::adoptLeftovers() {
@@ -163,7 +159,7 @@ bool RescuedLists::adoptLeftovers() {
         if (isUsed) continue;  // its program runs
         if (fs::is_empty(left, error)) {
             fs::remove(left, error);
-        } else if (const fs::path copy = settled(left); !copy.empty()) {
+        } else if (const fs::path copy = renamedForGood(left); !copy.empty()) {
             latest = copy;
         }
     }
@@ -172,7 +168,7 @@ bool RescuedLists::adoptLeftovers() {
 }
 
 // Under a name that stays; empty if that could not be.
-fs::path RescuedLists::settled(const fs::path &meanwhile) const {
+fs::path RescuedLists::renamedForGood(const fs::path &meanwhile) const {
     fs::path name = fs::path(meanwhile).replace_extension();
     for (int number = 2;; ++number) {
         // Where the file system cannot rename so, nobody else is expected to take the name.

@@ -61,6 +61,9 @@ class RescuedLists {
     void forget(const std::filesystem::path &meanwhile);
     // Keeps such a file for good.
     void stay(const std::filesystem::path &meanwhile, Reason reason);
+    // forget(), unless its text is nowhere else: where not even a copy could be written, on a full disk, it
+    // is all that there is of the text, and stays.
+    void settle(const std::filesystem::path &meanwhile, bool isSafe);
     // The texts that former programs kept so and did not come to forget stay for good. Whether there are any.
     bool adoptLeftovers();
 
@@ -75,7 +78,7 @@ class RescuedLists {
     void makeFolder() const;
     void write(const std::string &name, List &list, Reason reason);
     std::filesystem::path newName(const std::string &list, const char *ending = "") const;
-    std::filesystem::path settled(const std::filesystem::path &meanwhile) const;
+    std::filesystem::path renamedForGood(const std::filesystem::path &meanwhile) const;
     void removeOldest(const std::filesystem::path &latest) const;
 
     const std::filesystem::path folder_;

@@ -108,12 +108,10 @@ bool ServerFile::replace(std::string text, const std::stop_token &stop) {
     const bool isWritten = write(text, stop);
     if (!isList_) return isWritten;
     RescuedLists &rescued = server_->rescued_;
-    if (isWritten) {
-        rescued.remember(name_, std::make_shared<const std::string>(std::move(text)), true);
-    }
+    if (isWritten) rescued.remember(name_, std::make_shared<const std::string>(std::move(text)), true);
     // The server may hold a part of it.
-    if (isWritten || rescued.keep(name_, RescuedLists::Reason::kNotWritten))
-        rescued.forget(std::exchange(meanwhile_, {}));
+    rescued.settle(std::exchange(meanwhile_, {}),
+                   isWritten || rescued.keep(name_, RescuedLists::Reason::kNotWritten));
     return isWritten;
 }
 
@@ -133,8 +131,7 @@ bool ServerFile::putInFront(const std::string &entry) {
     } else {
         isSafe = rescued.keepEntry(name_, entry);
     }
-    // Where not even the copy could be written, on a full disk, it is all that there is of the text.
-    if (isSafe) rescued.forget(std::exchange(meanwhile_, {}));
+    rescued.settle(std::exchange(meanwhile_, {}), isSafe);
     return isWritten;
 }
 
@@ -196,6 +193,7 @@ bool ServerFile::writeAndSetAside(const std::string &text, const std::stop_token
     }
     if (rename(fresh, name_) != true) {
         if (rename(aside, name_) == true) rescued.forget(note);
+        remove(fresh);
         return false;
     }
     const auto url = server_->urlOf(aside, stop);

@@ -45,15 +45,6 @@ auto uninterrupted(Call call) {
     return result;
 }
 
-bool writeAll(int fd, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t n = uninterrupted([&] { return write(fd, bytes.data(), bytes.size()); });
-        if (n < 0) return false;
-        bytes.remove_prefix(static_cast<std::size_t>(n));
-    }
-    return true;
-}
-
 bool flush(int fd) {
     // Some file systems have nothing to flush.
     return uninterrupted([&] { return fsync(fd); }) == 0 || errno == EINVAL || errno == ENOSYS;
